@@ -1,0 +1,184 @@
+// Shared math of the library: integer square roots, exponential and logarithm
+// in Q16, the 64-bit complex record and the Q15 fractional division.
+#include "kafx_proc/fixed_math.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "common/fixed_point.h"
+
+namespace {
+
+// ln(2^k) * 65536 for k = 8, 4, 2, 1: the integer-power steps of exp/log.
+constexpr struct {
+  int32_t value;
+  int shift;
+} kLn2Powers[] = {{363409, 8}, {181704, 4}, {90852, 2}, {45426, 1}};
+
+// ln(1 + 2^-k) * 65536 for k = 1..7: the fractional factor steps.
+constexpr int32_t kLnOnePlus[] = {26573, 14624, 7719, 3973, 2017, 1016, 510};
+
+// ln(32768) in Q16: log of 2^31 read as a Q16 value.
+constexpr int32_t kLnTop = 681391;
+
+}  // namespace
+
+extern "C" {
+
+unsigned int sqrt_fixed(unsigned int x) {
+  // Digit-by-digit square root over 16 bits of significance.
+  unsigned int rem = x;
+  unsigned int root = 0;
+  for (unsigned int bit = 1u << 14; bit != 0; bit >>= 2) {
+    if (rem >= root + bit) {
+      rem -= root + bit;
+      root = (root >> 1) + bit;
+    } else {
+      root >>= 1;
+    }
+  }
+  return root;
+}
+
+unsigned int sqrtFxQ16(unsigned int x) {
+  // The same method over the whole 32-bit input, rounded to nearest; the
+  // root of a Q16 value is Q8, so a final shift of 8 gives Q16.
+  unsigned int rem = x;
+  unsigned int root = 0;
+  for (unsigned int bit = 1u << 30; bit != 0; bit >>= 2) {
+    if (rem >= root + bit) {
+      rem -= root + bit;
+      root = (root >> 1) + bit;
+    } else {
+      root >>= 1;
+    }
+  }
+  if (rem > root) ++root;
+  return root << 8;
+}
+
+unsigned int exp_fixed(int x) {
+  // Decompose x into a sum of ln 2^k and ln(1 + 2^-k) terms; multiply y by the
+  // matching powers and factors with shifts and adds.
+  int32_t t = x;
+  uint32_t y = 65536;
+  for (const auto& p : kLn2Powers) {
+    if (t >= p.value) {
+      t -= p.value;
+      y <<= p.shift;
+    }
+  }
+  for (int k = 1; k <= 7; ++k) {
+    if (t >= kLnOnePlus[k - 1]) {
+      t -= kLnOnePlus[k - 1];
+      y += y >> k;
+    }
+  }
+  // Remainder below 510: ln(1 + 2^-k) ~ 2^-k, one factor per set bit.
+  for (int b = 8; b >= 1; --b) {
+    if (t & (1 << b)) y += y >> (16 - b);
+  }
+  if (t & 1) y += y >> 16;
+  return y;
+}
+
+int log_fixed(int x) {
+  // Normalise x into [2^30, 2^31) by shifts and (1 + 2^-k) factors, taking the
+  // logarithm of every factor off ln(2^31 / 65536).
+  uint32_t v = static_cast<uint32_t>(x);
+  int32_t y = kLnTop;
+  if (x < 32768) {
+    v <<= 16;
+    y = -45426;
+  }
+  constexpr uint32_t kLimits[] = {0x800000u, 0x8000000u, 0x20000000u, 0x40000000u};
+  for (int i = 0; i < 4; ++i) {
+    if (v < kLimits[i]) {
+      v <<= kLn2Powers[i].shift;
+      y -= kLn2Powers[i].value;
+    }
+  }
+  for (int k = 1; k <= 7; ++k) {
+    const uint32_t t = v + (v >> k);
+    if (t < 0x80000000u) {
+      v = t;
+      y -= kLnOnePlus[k - 1];
+    }
+  }
+  // Last factor 1 + e with ln(1 + e) ~ e.
+  y -= static_cast<int32_t>((0x80000000u - v) >> 15);
+  return y;
+}
+
+void complex_init(complex* z, int re, int im) {
+  z->re = re;
+  z->im = im;
+}
+
+void complex_setvalue(complex* z, int re, int im) { complex_init(z, re, im); }
+
+void complex_end(complex* z) {
+  z->re = 0;
+  z->im = 0;
+}
+
+void complex_add(complex* a, complex* b, complex* out) {
+  out->re = kafx::wrap_add64(a->re, b->re);
+  out->im = kafx::wrap_add64(a->im, b->im);
+}
+
+void complex_sub(complex* a, complex* b, complex* out) {
+  out->re = kafx::wrap_add64(a->re, kafx::wrap_mul64(b->re, -1));
+  out->im = kafx::wrap_add64(a->im, kafx::wrap_mul64(b->im, -1));
+}
+
+void complex_mul(complex* a, complex* b, complex* out) {
+  using kafx::wrap_add64;
+  using kafx::wrap_mul64;
+  const int64_t re = wrap_add64(wrap_mul64(a->re, b->re), wrap_mul64(wrap_mul64(a->im, b->im), -1));
+  const int64_t im = wrap_add64(wrap_mul64(a->re, b->im), wrap_mul64(a->im, b->re));
+  out->re = re >> 28;
+  out->im = im >> 28;
+}
+
+int64_t complex_getpower(complex* z) {
+  const uint64_t r = static_cast<uint64_t>(z->re >> 13);
+  const uint64_t i = static_cast<uint64_t>(z->im >> 13);
+  return static_cast<int64_t>((r * r + i * i) >> 10);
+}
+
+void complex_swap(complex* a, complex* b) {
+  const complex t = *a;
+  *a = *b;
+  *b = t;
+}
+
+}  // extern "C"
+
+namespace kafx {
+
+int16_t div_q15(int16_t num, int16_t den) {
+  if (den == 0) {
+    std::puts("Division by 0, Fatal error ");
+    std::exit(0);
+  }
+  if (num < 0 || den < 0 || num > den) {
+    std::printf("Division Error var1=%d  var2=%d\n", num, den);
+    std::exit(0);
+  }
+  if (num == 0) return 0;
+  if (num == den) return 32767;
+  int32_t q = 0;
+  int32_t r = num;
+  for (int i = 0; i < 15; ++i) {
+    q <<= 1;
+    r <<= 1;
+    if (r >= den) {
+      r = sat_sub(r, den);
+      q += 1;
+    }
+  }
+  return static_cast<int16_t>(q);
+}
+
+}  // namespace kafx

@@ -1,0 +1,16 @@
+/* libkafx_proc: fixed-point audio effects. Umbrella header. */
+#ifndef KAFX_PROC_H
+#define KAFX_PROC_H
+
+#include "kafx_proc/band_split.h"
+#include "kafx_proc/biquad.h"
+#include "kafx_proc/channel_balance.h"
+#include "kafx_proc/delay.h"
+#include "kafx_proc/drc.h"
+#include "kafx_proc/fixed_math.h"
+#include "kafx_proc/parametric_eq.h"
+#include "kafx_proc/speaker_boost.h"
+#include "kafx_proc/speaker_boost_chain.h"
+#include "kafx_proc/speaker_boost_system.h"
+
+#endif
