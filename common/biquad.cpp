@@ -13,7 +13,7 @@ constexpr size_t kWords = 5 * sizeof(int32_t);
 
 extern "C" {
 
-void IIR_init(void* iir, void* coef) {
+void IIR_init(void* iir, const void* coef) {
   auto* f = static_cast<IIR_t*>(iir);
   f->status = 1;
   f->coef = static_cast<int32_t*>(std::malloc(kWords));
@@ -22,7 +22,7 @@ void IIR_init(void* iir, void* coef) {
   std::memset(f->state, 0, kWords);
 }
 
-void IIR_reinit(void* iir, void* coef) {
+void IIR_reinit(void* iir, const void* coef) {
   auto* f = static_cast<IIR_t*>(iir);
   std::memcpy(f->coef, coef, kWords);
   std::memset(f->state, 0, kWords);
@@ -38,7 +38,7 @@ void IIR_end(void* iir) {
   f->state = nullptr;
 }
 
-void IIR_set_param(void* iir, int* coef) { std::memcpy(static_cast<IIR_t*>(iir)->coef, coef, kWords); }
+void IIR_set_param(void* iir, const int* coef) { std::memcpy(static_cast<IIR_t*>(iir)->coef, coef, kWords); }
 
 void IIR_get_param(void* iir, int* coef) { std::memcpy(coef, static_cast<IIR_t*>(iir)->coef, kWords); }
 

@@ -24,11 +24,11 @@ typedef struct IIR_t {
 
 KAFX_EXTERN_C_BEGIN
 
-KAFX_API void IIR_init(void* iir, void* coef);
-KAFX_API void IIR_reinit(void* iir, void* coef);
+KAFX_API void IIR_init(void* iir, const void* coef);
+KAFX_API void IIR_reinit(void* iir, const void* coef);
 KAFX_API void IIR_reset(void* iir);
 KAFX_API void IIR_end(void* iir);
-KAFX_API void IIR_set_param(void* iir, int* coef);
+KAFX_API void IIR_set_param(void* iir, const int* coef);
 KAFX_API void IIR_get_param(void* iir, int* coef);
 /* Generic write / read of the first int of any block record (its status). */
 KAFX_API void IIR_set_status(void* record, int status);

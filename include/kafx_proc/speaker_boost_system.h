@@ -2,7 +2,7 @@
  * Speaker boost system: pre-filter, four-band crossover per channel, a
  * look-ahead limiter on each of the three upper bands, harmonic bass (NLD of
  * the mono lowest band plus a band-pass) replacing the lowest band, and a
- * full-band limiter per channel. Blocks of at most 256 working samples.
+ * full-band limiter per channel, on blocks of 24-bit working samples.
  * Total delay: 2 * lookahead * frame_len samples.
  */
 #ifndef KAFX_PROC_SPEAKER_BOOST_SYSTEM_H
@@ -70,7 +70,9 @@ KAFX_API void speaker_boost_system_get_channel_num(speaker_boost_system_t* s, in
 /* Five Q28 coefficients of the harmonic band-pass; its history is kept. */
 KAFX_API void speaker_boost_system_set_nld_param(speaker_boost_system_t* s, int* coef);
 KAFX_API void speaker_boost_system_get_nld_param(speaker_boost_system_t* s, int* coef);
-/* count <= 256; outputs may alias inputs. */
+/* Outputs may alias inputs. A block is normally at most 256 samples (one
+ * limiter block); longer calls are processed as consecutive chunks of 256
+ * so that the band buffers are never overrun. */
 KAFX_API void speaker_boost_system_process_stereo(speaker_boost_system_t* s, int* in_left, int* in_right,
                                                   int* out_left, int* out_right, int count);
 KAFX_API void speaker_boost_system_process_mono(speaker_boost_system_t* s, int* in, int* out, int count);

@@ -1,0 +1,208 @@
+// Circular-buffer blocks: pure delay, Schroeder all-pass, damped feedback
+// comb (Q28 loop) and the IIR comb of the echo (wrap-around loop).
+#include "kafx_proc/delay.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/fixed_point.h"
+
+using namespace kafx;
+
+namespace {
+
+int32_t* alloc_words(int len) {
+  const size_t bytes = static_cast<size_t>(len) * sizeof(int32_t);
+  auto* p = static_cast<int32_t*>(std::malloc(bytes));
+  std::memset(p, 0, bytes);
+  return p;
+}
+
+void clear_words(int32_t* p, int len) { std::memset(p, 0, static_cast<size_t>(len) * sizeof(int32_t)); }
+
+// Advance a circular position, wrapping at `limit`.
+inline int32_t next_index(int32_t index, int32_t limit) {
+  ++index;
+  return index >= limit ? 0 : index;
+}
+
+// One step of the damped comb; `s` is the shift between the sample format
+// and the Q28 loop (13 for 16-bit samples, 5 for working samples).
+template <int S>
+int32_t comb_step(int32_t x, comber* c) {
+  const int32_t out = c->buffer[c->index];
+  // One-pole low-pass: damp_complement weights the loop output, damp the
+  // previous state; both products and their sum in 64 bits.
+  const int64_t acc = static_cast<int64_t>(c->damp_complement) * out + static_cast<int64_t>(c->damp) * c->lowpass_state;
+  c->lowpass_state = mul_shift<13>(acc);
+  // Input enters the loop at Q28; the feedback addition is a plain 32-bit add
+  // that wraps near full scale with a loop gain close to 1.
+  const int32_t in = static_cast<int32_t>(static_cast<uint32_t>(x) << S);
+  c->buffer[c->index] = wrap_add(in, mulq13(c->lowpass_state, c->feedback));
+  c->index = next_index(c->index, c->size);
+  return flush_m1(out >> S);
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---------------------------------------------------------------------------
+// audio_delay
+
+void audio_delay_init(audio_delay* d, int len) {
+  d->size = len;
+  d->delay = len;
+  d->index = 0;
+  d->buffer = alloc_words(len);
+}
+
+void audio_delay_reinit(audio_delay* d, int len) {
+  d->delay = len < d->size ? len : d->size;
+  clear_words(d->buffer, d->delay);
+}
+
+void audio_delay_set_delay(audio_delay* d, int len) { d->delay = len < d->size ? len : d->size; }
+
+void audio_delay_get_delay(audio_delay* d, int* len) { *len = d->delay; }
+
+void audio_delay_reset(audio_delay* d) {
+  d->index = 0;
+  clear_words(d->buffer, d->size);
+}
+
+void audio_delay_end(audio_delay* d) {
+  std::free(d->buffer);
+  d->buffer = nullptr;
+  d->size = 0;
+  d->delay = 0;
+  d->index = 0;
+}
+
+int audio_delay_process(audio_delay* d, int x) {
+  if (d->delay == 0) return x;
+  const int32_t out = d->buffer[d->index];
+  d->buffer[d->index] = x;
+  // The wrap tests the current delay, so a delay lowered below the position
+  // takes effect after one more access at the old position.
+  d->index = next_index(d->index, d->delay);
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// allpass: y = g x + w[n-N], w[n] = x - g y, saturating at every step;
+// H(z) = (g + z^-N) / (1 + g z^-N)
+
+void allpass_init(allpass* a, int len) {
+  a->feedback = 4096;
+  a->size = len;
+  a->index = 0;
+  a->buffer = alloc_words(len);
+}
+
+void allpass_reset(allpass* a) {
+  a->index = 0;
+  clear_words(a->buffer, a->size);
+}
+
+void allpass_end(allpass* a) {
+  std::free(a->buffer);
+  a->buffer = nullptr;
+}
+
+void allpass_setfeedback(allpass* a, int feedback) { a->feedback = feedback; }
+
+void allpass_getfeedback(allpass* a, int* feedback) { *feedback = a->feedback; }
+
+int allpass_process(int x, allpass* a) {
+  const int32_t g = a->feedback;
+  const int32_t delayed = a->buffer[a->index];
+  const int32_t y = sat_add(mulq13(g, x), delayed);
+  a->buffer[a->index] = sat_sub(x, mulq13(g, y));
+  a->index = next_index(a->index, a->size);
+  return y;
+}
+
+// ---------------------------------------------------------------------------
+// comber
+
+void comb_init(comber* c, int len) {
+  c->feedback = 4096;
+  c->lowpass_state = 0;
+  c->damp = 8192;
+  c->damp_complement = 0;
+  c->size = len;
+  c->index = 0;
+  c->buffer = alloc_words(len);
+}
+
+void comb_reset(comber* c) {
+  c->index = 0;
+  c->lowpass_state = 0;
+  clear_words(c->buffer, c->size);
+}
+
+void comb_end(comber* c) {
+  std::free(c->buffer);
+  c->buffer = nullptr;
+}
+
+void comb_setfeedback(comber* c, int feedback) { c->feedback = feedback; }
+
+void comb_setsetdamp(comber* c, int damp) {
+  c->damp = damp;
+  c->damp_complement = wrap_sub(kQ13One, damp);
+}
+
+int comb_process_16(int x, comber* c) { return comb_step<13>(x, c); }
+
+int comb_process_24(int x, comber* c) { return comb_step<5>(x, c); }
+
+// ---------------------------------------------------------------------------
+// iircomber: loop filter y = (b0 w + b1 w[n-1] - a1 y[n-1]) / 8192 on the
+// delayed sample w, fed back with gain `feedback`; everything wraps.
+
+void iircomber_init(iircomber* c, int len) {
+  c->size = len;
+  c->index = 0;
+  c->feedback = 4096;
+  c->b0 = 4096;
+  c->b1 = 4096;
+  c->a1 = 5734;
+  c->delay = 0;
+  c->x1 = 0;
+  c->y1 = 0;
+  c->buffer = alloc_words(len);
+}
+
+void iircomber_reset(iircomber* c) {
+  c->index = 0;
+  c->x1 = 0;
+  c->y1 = 0;
+  clear_words(c->buffer, c->size);
+}
+
+void iircomber_setdelay(iircomber* c, int len) { c->delay = len < c->size ? len : c->size; }
+
+void iircomber_getdelay(iircomber* c, int* len) { *len = c->delay; }
+
+void iircomber_setfeedback(iircomber* c, int feedback) { c->feedback = feedback; }
+
+void iircomber_getfeedback(iircomber* c, int* feedback) { *feedback = c->feedback; }
+
+int iircomber_process(int x, iircomber* c) {
+  const int32_t w = c->buffer[c->index];
+  int64_t acc = wrap_add64(static_cast<int64_t>(w) * c->b0, static_cast<int64_t>(c->x1) * c->b1);
+  acc = wrap_add64(acc, -(static_cast<int64_t>(c->y1) * c->a1));
+  // Low 32 bits of the shifted sum (modular conversion).
+  const int32_t y = flush_m1(static_cast<int32_t>(acc >> 13));
+  c->x1 = w;
+  c->y1 = y;
+  const int32_t t = static_cast<int32_t>((static_cast<int64_t>(y) * c->feedback) >> 13);
+  const int32_t v = t == -1 ? x : wrap_add(x, t);
+  c->buffer[c->index] = v;
+  c->index = next_index(c->index, c->delay);
+  return v;
+}
+
+}  // extern "C"

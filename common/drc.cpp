@@ -1,0 +1,230 @@
+// Dynamic range control: block-based look-ahead peak limiter with make-up
+// volume and a downward expander for very quiet input.
+//
+// Formats: samples are Q23 working samples; the threshold and the peak
+// envelope are in 16-bit units (peak >> 8); volume and block gains are Q13;
+// the applied gain and the expander gain are Q17 (131072 = 1.0).
+//
+// Once per block the peak envelope yields a target gain; the smallest target
+// over the last lookahead + 1 blocks is applied, sample by sample through a
+// rate-limited smoother, to the input delayed by lookahead blocks, so the
+// gain is already down when a loud block leaves the delay line.
+#include "kafx_proc/drc.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/fixed_point.h"
+
+using namespace kafx;
+
+namespace {
+
+constexpr int32_t kDefaultThreshold = 32767;
+constexpr int32_t kDefaultRelease = 5;
+constexpr int32_t kDefaultDenoiseThreshold = 256;
+constexpr int32_t kDenoiseStart = 8192;  // 1/16 in Q17
+constexpr int32_t kLevelStart = 32767;
+constexpr int32_t kDenoiseFloor = 1536;  // Q13: the expander never cuts below 3/16
+constexpr int64_t kLimitMargin = 7936;   // Q13: limit 31/32 under the threshold
+
+void clear_state(dynamic_range_control_t* d) {
+  d->envelope = 0;
+  d->denoise_gain = kDenoiseStart;
+  d->level = kLevelStart;
+  std::memset(d->last_gains, 0, sizeof(d->last_gains));
+}
+
+size_t history_bytes(const dynamic_range_control_t* d) {
+  return static_cast<size_t>(d->lookahead + 1) * sizeof(int32_t);
+}
+
+// Arithmetic shift of a 32-bit difference whose count saturates at 31: a
+// count of 32 or more (a negative count reads as one) leaves only the sign.
+inline int64_t shr_clamped(int64_t v, int32_t shift) {
+  const uint32_t s = static_cast<uint32_t>(shift);
+  return v >> (s > 31u ? 31u : s);
+}
+
+// Rising gain: the step grows with the distance to the target but never
+// falls below cur / 4096; the boundaries are inclusive on this side.
+inline int64_t rise_shift(int64_t d) {
+  if (d <= 1024) return 6;
+  if (d <= 2048) return 7;
+  if (d <= 4096) return 8;
+  if (d <= 8192) return 9;
+  if (d <= 16384) return 10;
+  return 11;
+}
+
+// Falling gain (d < -32): faster than rising and with shifted boundaries;
+// there is no 7 in this table.
+inline int64_t fall_shift(int64_t d) {
+  if (d > -1025) return 5;
+  if (d >= -2048) return 6;
+  if (d >= -4096) return 8;
+  if (d >= -8192) return 9;
+  return 10;
+}
+
+// One step of the per-sample gain smoother (Q17).
+inline int32_t smooth_gain(int32_t cur, int32_t target) {
+  const int64_t c = cur;
+  const int64_t d = static_cast<int64_t>(target) - c;
+  if (d > -8 && d < 8) return target;
+  if (d > 0) {
+    if (d <= 64) return static_cast<int32_t>(c + (d >> 3));
+    const int64_t step = std::max(c >> 12, d >> rise_shift(d));
+    return static_cast<int32_t>(std::min(c + step, static_cast<int64_t>(target)));
+  }
+  if (d >= -32) return static_cast<int32_t>(c - ((-d) >> 3));
+  const int64_t step = std::max((c + (c >> 1)) >> 11, (-d) >> fall_shift(d));
+  return static_cast<int32_t>(std::max(c - step, static_cast<int64_t>(target)));
+}
+
+// One block's target gain in Q13 from the peak envelope; may pull the
+// envelope down to the threshold.
+inline int32_t block_gain(dynamic_range_control_t* d) {
+  if (d->envelope <= d->threshold) {
+    // Below threshold: head for the make-up volume, half-way per block when
+    // rising, at once when falling.
+    const int32_t cg = d->gain >> 4;
+    if (d->volume > cg) return static_cast<int32_t>(cg + ((static_cast<int64_t>(d->volume) - cg) >> 1));
+    return d->volume;
+  }
+  // Above threshold: the gain that brings the envelope to the threshold, with
+  // a fixed margin of 7936/8192.
+  // (A zero envelope is only reachable with a negative threshold; it gives a
+  // zero quotient instead of a division fault.)
+  const int64_t num = static_cast<int64_t>(d->threshold) * d->volume;
+  const int64_t q = d->envelope == 0 ? 0 : num / d->envelope;
+  d->envelope = d->threshold;
+  return shr_sat<13>(wrap_mul64(q, kLimitMargin));
+}
+
+}  // namespace
+
+extern "C" {
+
+void dynamic_range_control_init(dynamic_range_control_t* d, int lookahead, int frame_len) {
+  d->threshold = kDefaultThreshold;
+  d->attact_order = 0;
+  d->release_order = kDefaultRelease;
+  d->volume = kQ13One;
+  d->gain = kQ17One;
+  d->denoise_threshold = kDefaultDenoiseThreshold;
+  d->lookahead = lookahead;
+  d->frame_len = frame_len;
+  clear_state(d);
+  d->gain_history = static_cast<int32_t*>(std::malloc(history_bytes(d)));
+  std::memset(d->gain_history, 0, history_bytes(d));
+  d->delay = static_cast<audio_delay*>(std::malloc(sizeof(audio_delay)));
+  audio_delay_init(d->delay, frame_len * lookahead);
+}
+
+void dynamic_range_control_reinit(dynamic_range_control_t* d, int frame_len) {
+  d->frame_len = frame_len;
+  audio_delay_reinit(d->delay, d->lookahead * frame_len);
+}
+
+void dynamic_range_control_reset(dynamic_range_control_t* d) {
+  clear_state(d);
+  std::memset(d->gain_history, 0, history_bytes(d));
+  audio_delay_reset(d->delay);
+}
+
+void dynamic_range_control_end(dynamic_range_control_t* d) {
+  clear_state(d);
+  std::free(d->gain_history);
+  d->gain_history = nullptr;
+  audio_delay_end(d->delay);
+  std::free(d->delay);
+  d->delay = nullptr;
+}
+
+void dynamic_range_control_set_threshold(dynamic_range_control_t* d, int v) { d->threshold = v; }
+void dynamic_range_control_get_threshold(dynamic_range_control_t* d, int* v) { *v = d->threshold; }
+void dynamic_range_control_set_attact_order(dynamic_range_control_t* d, int v) { d->attact_order = v; }
+void dynamic_range_control_get_attact_order(dynamic_range_control_t* d, int* v) { *v = d->attact_order; }
+void dynamic_range_control_set_release_order(dynamic_range_control_t* d, int v) { d->release_order = v; }
+void dynamic_range_control_get_release_order(dynamic_range_control_t* d, int* v) { *v = d->release_order; }
+void dynamic_range_control_get_volume(dynamic_range_control_t* d, int* v) { *v = d->volume; }
+void dynamic_range_control_get_denoise_threshold(dynamic_range_control_t* d, int* v) { *v = d->denoise_threshold; }
+
+// The Q13 volume goes into the Q17 gain shifted by 3 only, i.e. at half its
+// value; the smoother of the next block carries the gain on from there.
+void dynamic_range_control_set_volume(dynamic_range_control_t* d, int v) {
+  d->volume = v;
+  d->gain = shl_sat<3>(v);
+}
+
+void dynamic_range_control_set_denoise_threshold(dynamic_range_control_t* d, int v) {
+  d->denoise_threshold = v < 2 ? 2 : v;
+}
+
+void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out, int count) {
+  // 1. Block statistics: mean and peak of |x|.
+  int64_t sum = 0;
+  int64_t max_abs = 0;
+  for (int i = 0; i < count; ++i) {
+    const int64_t a = in[i] < 0 ? -static_cast<int64_t>(in[i]) : in[i];
+    sum += a;
+    max_abs = std::max(max_abs, a);
+  }
+  const int64_t mean = count == 0 ? 0 : sum / count;
+  const int64_t peak = max_abs >> 8;  // 16-bit units
+
+  // 2. Mean-level follower: rises at 1/16, falls at 1/32 per block.
+  const int64_t level = d->level;
+  d->level = static_cast<int32_t>(level + ((mean - level) >> (mean > level ? 4 : 5)));
+
+  // 3. Expander target: proportional to the level below the threshold, with
+  //    a floor (Q13; the product and quotient are 32-bit).
+  int32_t dn = kQ13One;
+  if (d->level < d->denoise_threshold) {
+    const int32_t scaled = static_cast<int32_t>(wrap_mul64(d->level, kQ13One));
+    dn = std::max(scaled / d->denoise_threshold, kDenoiseFloor);
+  }
+  const int32_t dnq = shl_sat<4>(dn);
+
+  // 4. Peak envelope of the volume-scaled peak: attack on rise, release on fall.
+  const int32_t p = shr_sat<13>(static_cast<int64_t>(d->volume) * peak);
+  const int32_t order = p > d->envelope ? d->attact_order : d->release_order;
+  d->envelope = static_cast<int32_t>(d->envelope + shr_clamped(static_cast<int64_t>(p) - d->envelope, order));
+
+  // 5. This block's target gain, Q13 then Q17.
+  const int32_t gq = shl_sat<4>(block_gain(d));
+
+  // 6. Look-ahead: the smallest target over the blocks still in the delay line.
+  const int la = d->lookahead;
+  int32_t* hist = d->gain_history;
+  d->last_gains[2] = gq;
+  hist[la] = gq;
+  const int32_t target = *std::min_element(hist, hist + la + 1);
+  std::memmove(hist, hist + 1, static_cast<size_t>(la) * sizeof(int32_t));
+  d->last_gains[0] = d->last_gains[1];
+  d->last_gains[1] = d->last_gains[2];
+
+  // 7. Per sample: smooth the limiter gain, glide the expander gain, apply
+  //    both to the delayed input.
+  for (int i = 0; i < count; ++i) {
+    const int32_t g = smooth_gain(d->gain, target);
+    d->gain = g;
+
+    const int64_t e = static_cast<int64_t>(dnq) - d->denoise_gain;
+    if (e >= 1) {
+      d->denoise_gain = e < 8 ? dnq : static_cast<int32_t>(d->denoise_gain + (e >> 3));
+    } else {
+      d->denoise_gain = static_cast<int32_t>(d->denoise_gain + (e >> 5));
+    }
+
+    int32_t total = g;
+    if (d->denoise_gain != kQ17One) total = shr_sat<17>(static_cast<int64_t>(g) * d->denoise_gain);
+
+    const int32_t x = audio_delay_process(d->delay, in[i]);
+    out[i] = mul_shift<17>(static_cast<int64_t>(x) * total);
+  }
+}
+
+}  // extern "C"

@@ -1,0 +1,111 @@
+// Parametric equalizer: per channel a Q13 input gain and ten Q28 biquad
+// sections in cascade.
+#include "kafx_proc/parametric_eq.h"
+
+#include <cstdlib>
+
+#include "common/biquad.h"
+
+using namespace kafx;
+
+namespace {
+
+constexpr int kBands = PARAMETER_EQUALIZER_BANDS;
+constexpr int32_t kPassThrough[5] = {kQ28One, 0, 0, 0, 0};
+
+IIR_t* new_section() {
+  auto* s = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
+  IIR_init(s, kPassThrough);
+  return s;
+}
+
+void free_section(IIR_t*& s) {
+  IIR_end(s);
+  std::free(s);
+  s = nullptr;
+}
+
+void set_bands(IIR_t* const* sections, const int (*bands)[6]) {
+  for (int k = 0; k < kBands; ++k) {
+    sections[k]->status = bands[k][0];
+    IIR_set_param(sections[k], &bands[k][1]);
+  }
+}
+
+void get_bands(IIR_t* const* sections, int (*bands)[6]) {
+  for (int k = 0; k < kBands; ++k) {
+    bands[k][0] = sections[k]->status;
+    IIR_get_param(sections[k], &bands[k][1]);
+  }
+}
+
+// The gain stage follows the product rule: the cascade never sees -1.
+inline int32_t cascade(IIR_t* const* sections, int32_t gain, int32_t x) {
+  int32_t v = mulq13(x, gain);
+  for (int k = 0; k < kBands; ++k) v = biquad_run32(sections[k], v);
+  return v;
+}
+
+}  // namespace
+
+extern "C" {
+
+void parameter_equalizer_init(parameter_equalizer_t* eq) {
+  eq->status = 0;
+  eq->gain_left = kQ13One;
+  eq->gain_right = kQ13One;
+  for (int k = 0; k < kBands; ++k) {
+    eq->left_band[k] = new_section();
+    eq->right_band[k] = new_section();
+  }
+}
+
+void parameter_equalizer_reset(parameter_equalizer_t* eq) {
+  for (int k = 0; k < kBands; ++k) {
+    IIR_reset(eq->left_band[k]);
+    IIR_reset(eq->right_band[k]);
+  }
+}
+
+void parameter_equalizer_end(parameter_equalizer_t* eq) {
+  for (int k = 0; k < kBands; ++k) {
+    free_section(eq->left_band[k]);
+    free_section(eq->right_band[k]);
+  }
+}
+
+void parameter_equalizer_setstatus(parameter_equalizer_t* eq, int status) { eq->status = status; }
+void parameter_equalizer_getstatus(parameter_equalizer_t* eq, int* status) { *status = eq->status; }
+void parameter_equalizer_set_gain_left(parameter_equalizer_t* eq, int gain) { eq->gain_left = gain; }
+void parameter_equalizer_get_gain_left(parameter_equalizer_t* eq, int* gain) { *gain = eq->gain_left; }
+void parameter_equalizer_set_gain_right(parameter_equalizer_t* eq, int gain) { eq->gain_right = gain; }
+void parameter_equalizer_get_gain_right(parameter_equalizer_t* eq, int* gain) { *gain = eq->gain_right; }
+
+void parameter_equalizer_setparameter_left(parameter_equalizer_t* eq, const int (*bands)[6]) {
+  set_bands(eq->left_band, bands);
+}
+void parameter_equalizer_setparameter_right(parameter_equalizer_t* eq, const int (*bands)[6]) {
+  set_bands(eq->right_band, bands);
+}
+void parameter_equalizer_getparameter_left(parameter_equalizer_t* eq, int (*bands)[6]) {
+  get_bands(eq->left_band, bands);
+}
+void parameter_equalizer_getparameter_right(parameter_equalizer_t* eq, int (*bands)[6]) {
+  get_bands(eq->right_band, bands);
+}
+
+void parameter_equalizer_process_stereo(parameter_equalizer_t* eq, int* in_left, int* in_right, int* out_left,
+                                        int* out_right, int count) {
+  for (int i = 0; i < count; ++i) {
+    const int32_t l = in_left[i];
+    const int32_t r = in_right[i];
+    out_left[i] = cascade(eq->left_band, eq->gain_left, l);
+    out_right[i] = cascade(eq->right_band, eq->gain_right, r);
+  }
+}
+
+void parameter_equalizer_process_mono(parameter_equalizer_t* eq, int* in, int* out, int count) {
+  for (int i = 0; i < count; ++i) out[i] = cascade(eq->left_band, eq->gain_left, in[i]);
+}
+
+}  // extern "C"

@@ -1,0 +1,269 @@
+// Speaker boost system: pre-filter, three cascaded two-way crossovers per
+// channel (four bands), limiters on the three upper bands, harmonic bass
+// generated from the mono lowest band in place of that band, recombination
+// and a full-band limiter per channel.
+#include "kafx_proc/speaker_boost_system.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/biquad.h"
+#include "common/fixed_point.h"
+#include "speaker/speaker_boost_system_tables.h"
+
+using namespace kafx;
+
+namespace {
+
+constexpr int kMaxBlock = SPEAKER_BOOST_SYSTEM_MAX_BLOCK;
+constexpr int kDefaultLookahead = 2;
+constexpr int kDefaultFrameLen = 960;
+
+template <typename T>
+T* alloc_record() {
+  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
+  std::memset(p, 0, sizeof(T));
+  return p;
+}
+
+int32_t* alloc_band() {
+  auto* p = static_cast<int32_t*>(std::malloc(kMaxBlock * sizeof(int32_t)));
+  std::memset(p, 0, kMaxBlock * sizeof(int32_t));
+  return p;
+}
+
+int rate_index(SampleRateType rate) {
+  const int r = static_cast<int>(rate);
+  return (r >= 0 && r <= 3) ? r : 1;
+}
+
+// The six crossovers in table order: split1..3 left, then split1..3 right.
+spectral_band_split** crossover(speaker_boost_system_t* s, int i) {
+  spectral_band_split** all[6] = {&s->split1_left,  &s->split2_left,  &s->split3_left,
+                                  &s->split1_right, &s->split2_right, &s->split3_right};
+  return all[i];
+}
+
+dynamic_range_control_t** limiter(speaker_boost_system_t* s, int i) {
+  dynamic_range_control_t** all[8] = {&s->drc_low_left,  &s->drc_mid_left,  &s->drc_high_left,
+                                      &s->drc_low_right, &s->drc_mid_right, &s->drc_high_right,
+                                      &s->drc_full_left, &s->drc_full_right};
+  return all[i];
+}
+
+int32_t** band_buffer(speaker_boost_system_t* s, int i) {
+  int32_t** all[10] = {&s->band0_left,  &s->band1_left,  &s->band2_left,  &s->band3_left,  &s->sum_left,
+                       &s->band0_right, &s->band1_right, &s->band2_right, &s->band3_right, &s->sum_right};
+  return all[i];
+}
+
+IIR_t** biquad_member(speaker_boost_system_t* s, int i) {
+  IIR_t** all[3] = {&s->nld_filter, &s->pre_filter_left, &s->pre_filter_right};
+  return all[i];
+}
+
+const int32_t* biquad_row(int which, int rate) {
+  return which == 0 ? sbs_tables::kNldFilter[rate] : sbs_tables::kPreFilter[rate];
+}
+
+// Split one sample into four bands through the channel's three crossovers.
+inline void split4(spectral_band_split* s1, spectral_band_split* s2, spectral_band_split* s3, int32_t x,
+                   int32_t* b0, int32_t* b1, int32_t* b2, int32_t* b3) {
+  spectral_band_split_process(s1, &x, b0, &x);
+  spectral_band_split_process(s2, &x, b1, &x);
+  spectral_band_split_process(s3, &x, b2, b3);
+}
+
+// The harmonic band into one channel: Q13 gain, then the alignment delay.
+inline int32_t harmonic_band(int32_t gain, int32_t h, audio_delay* delay) {
+  return audio_delay_process(delay, shr_sat<13>(static_cast<int64_t>(gain) * h));
+}
+
+inline void recombine(const int32_t* b0, const int32_t* b1, const int32_t* b2, const int32_t* b3, int32_t* sum,
+                      int count) {
+  for (int i = 0; i < count; ++i) sum[i] = wrap_add(wrap_add(b0[i], b1[i]), wrap_add(b2[i], b3[i]));
+}
+
+void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const int* in_right, int* out_left,
+                          int* out_right, int count) {
+  for (int i = 0; i < count; ++i) {
+    const int32_t l = biquad_run32(s->pre_filter_left, in_left[i]);
+    const int32_t r = biquad_run32(s->pre_filter_right, in_right[i]);
+    split4(s->split1_left, s->split2_left, s->split3_left, l, &s->band0_left[i], &s->band1_left[i],
+           &s->band2_left[i], &s->band3_left[i]);
+    split4(s->split1_right, s->split2_right, s->split3_right, r, &s->band0_right[i], &s->band1_right[i],
+           &s->band2_right[i], &s->band3_right[i]);
+    int32_t h = wrap_add(s->band0_left[i], s->band0_right[i]) >> 1;
+    NLD_process(s->nld, &h, &h);
+    h = biquad_run32(s->nld_filter, h);
+    s->band0_left[i] = harmonic_band(s->nld_gain_left, h, s->nld_delay_left);
+    s->band0_right[i] = harmonic_band(s->nld_gain_right, h, s->nld_delay_right);
+  }
+  dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
+  dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
+  dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);
+  dynamic_range_control_process(s->drc_low_right, s->band1_right, s->band1_right, count);
+  dynamic_range_control_process(s->drc_mid_right, s->band2_right, s->band2_right, count);
+  dynamic_range_control_process(s->drc_high_right, s->band3_right, s->band3_right, count);
+  recombine(s->band0_left, s->band1_left, s->band2_left, s->band3_left, s->sum_left, count);
+  recombine(s->band0_right, s->band1_right, s->band2_right, s->band3_right, s->sum_right, count);
+  dynamic_range_control_process(s->drc_full_left, s->sum_left, out_left, count);
+  dynamic_range_control_process(s->drc_full_right, s->sum_right, out_right, count);
+}
+
+void process_mono_block(speaker_boost_system_t* s, const int* in, int* out, int count) {
+  for (int i = 0; i < count; ++i) {
+    const int32_t l = biquad_run32(s->pre_filter_left, in[i]);
+    split4(s->split1_left, s->split2_left, s->split3_left, l, &s->band0_left[i], &s->band1_left[i],
+           &s->band2_left[i], &s->band3_left[i]);
+    int32_t h = s->band0_left[i];
+    NLD_process(s->nld, &h, &h);
+    h = biquad_run32(s->nld_filter, h);
+    s->band0_left[i] = harmonic_band(s->nld_gain_left, h, s->nld_delay_left);
+  }
+  dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
+  dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
+  dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);
+  recombine(s->band0_left, s->band1_left, s->band2_left, s->band3_left, s->sum_left, count);
+  dynamic_range_control_process(s->drc_full_left, s->sum_left, out, count);
+}
+
+}  // namespace
+
+extern "C" {
+
+void speaker_boost_system_init(speaker_boost_system_t* s) {
+  s->status = 0;
+  s->nld_gain_left = kQ13One;
+  s->nld_gain_right = kQ13One;
+  s->channel_num = 2;
+  const auto& xo = sbs_tables::kCrossover48000;
+  for (int i = 0; i < 6; ++i) {
+    const int pair = i % 3;
+    *crossover(s, i) = alloc_record<spectral_band_split>();
+    spectral_band_split_init(*crossover(s, i), xo.coef[2 * pair], xo.coef[2 * pair + 1]);
+  }
+  s->nld = alloc_record<NLD>();
+  NLD_init(s->nld);
+  for (int i = 0; i < 3; ++i) {
+    *biquad_member(s, i) = alloc_record<IIR_t>();
+    IIR_init(*biquad_member(s, i), biquad_row(i == 0 ? 0 : 1, 1));
+  }
+  s->lookahead = kDefaultLookahead;
+  s->frame_len = kDefaultFrameLen;
+  s->nld_delay_left = alloc_record<audio_delay>();
+  s->nld_delay_right = alloc_record<audio_delay>();
+  audio_delay_init(s->nld_delay_left, s->lookahead * s->frame_len);
+  audio_delay_init(s->nld_delay_right, s->lookahead * s->frame_len);
+  for (int i = 0; i < 8; ++i) {
+    *limiter(s, i) = alloc_record<dynamic_range_control_t>();
+    dynamic_range_control_init(*limiter(s, i), s->lookahead, s->frame_len);
+  }
+  for (int i = 0; i < 10; ++i) *band_buffer(s, i) = alloc_band();
+}
+
+void speaker_boost_system_set_sample_rate(speaker_boost_system_t* s, SampleRateType rate) {
+  const int r = rate_index(rate);
+  s->frame_len = sbs_tables::kFrameLen[r];
+  const auto& xo = sbs_tables::crossover_for(r);
+  for (int i = 0; i < 6; ++i) {
+    const int pair = i % 3;
+    spectral_band_split_reinit(*crossover(s, i), xo.coef[2 * pair], xo.coef[2 * pair + 1]);
+  }
+  for (int i = 0; i < 3; ++i) IIR_reinit(*biquad_member(s, i), biquad_row(i == 0 ? 0 : 1, r));
+  for (int i = 0; i < 8; ++i) dynamic_range_control_reinit(*limiter(s, i), s->frame_len);
+  audio_delay_reinit(s->nld_delay_left, s->lookahead * s->frame_len);
+  audio_delay_reinit(s->nld_delay_right, s->lookahead * s->frame_len);
+}
+
+void speaker_boost_system_reset(speaker_boost_system_t* s) {
+  for (int i = 0; i < 6; ++i) spectral_band_split_reset(*crossover(s, i));
+  NLD_reset(s->nld);
+  for (int i = 0; i < 3; ++i) IIR_reset(*biquad_member(s, i));
+  for (int i = 0; i < 8; ++i) dynamic_range_control_reset(*limiter(s, i));
+  audio_delay_reset(s->nld_delay_left);
+  audio_delay_reset(s->nld_delay_right);
+  for (int i = 0; i < 10; ++i) std::memset(*band_buffer(s, i), 0, kMaxBlock * sizeof(int32_t));
+}
+
+void speaker_boost_system_end(speaker_boost_system_t* s) {
+  for (int i = 0; i < 6; ++i) {
+    spectral_band_split_end(*crossover(s, i));
+    std::free(*crossover(s, i));
+    *crossover(s, i) = nullptr;
+  }
+  NLD_end(s->nld);
+  std::free(s->nld);
+  s->nld = nullptr;
+  for (int i = 0; i < 3; ++i) {
+    IIR_end(*biquad_member(s, i));
+    std::free(*biquad_member(s, i));
+    *biquad_member(s, i) = nullptr;
+  }
+  audio_delay_end(s->nld_delay_left);
+  audio_delay_end(s->nld_delay_right);
+  std::free(s->nld_delay_left);
+  std::free(s->nld_delay_right);
+  s->nld_delay_left = s->nld_delay_right = nullptr;
+  for (int i = 0; i < 8; ++i) {
+    dynamic_range_control_end(*limiter(s, i));
+    std::free(*limiter(s, i));
+    *limiter(s, i) = nullptr;
+  }
+  for (int i = 0; i < 10; ++i) {
+    std::free(*band_buffer(s, i));
+    *band_buffer(s, i) = nullptr;
+  }
+}
+
+void speaker_boost_system_setstatus(speaker_boost_system_t* s, int v) { s->status = v; }
+void speaker_boost_system_getstatus(speaker_boost_system_t* s, int* v) { *v = s->status; }
+void speaker_boost_system_set_nld_gain_left(speaker_boost_system_t* s, int v) { s->nld_gain_left = v; }
+void speaker_boost_system_get_nld_gain_left(speaker_boost_system_t* s, int* v) { *v = s->nld_gain_left; }
+void speaker_boost_system_set_nld_gain_right(speaker_boost_system_t* s, int v) { s->nld_gain_right = v; }
+void speaker_boost_system_get_nld_gain_right(speaker_boost_system_t* s, int* v) { *v = s->nld_gain_right; }
+void speaker_boost_system_set_channel_num(speaker_boost_system_t* s, int v) { s->channel_num = v; }
+void speaker_boost_system_get_channel_num(speaker_boost_system_t* s, int* v) { *v = s->channel_num; }
+void speaker_boost_system_set_nld_param(speaker_boost_system_t* s, int* coef) { IIR_set_param(s->nld_filter, coef); }
+void speaker_boost_system_get_nld_param(speaker_boost_system_t* s, int* coef) { IIR_get_param(s->nld_filter, coef); }
+
+// The 80 limiter accessors, generated from the band/side/parameter lists.
+#define SBS_DEFINE_DRC_ACCESSOR_(band, side, param)                                                 \
+  void speaker_boost_system_drc_##band##_##side##_set_##param(speaker_boost_system_t* s, int v) {   \
+    dynamic_range_control_set_##param(s->drc_##band##_##side, v);                                   \
+  }                                                                                                 \
+  void speaker_boost_system_drc_##band##_##side##_get_##param(speaker_boost_system_t* s, int* v) {  \
+    dynamic_range_control_get_##param(s->drc_##band##_##side, v);                                   \
+  }
+#define SBS_DEFINE_DRC_ACCESSORS_(band, side) \
+  SPEAKER_BOOST_SYSTEM_FOR_EACH_DRC_PARAM(SBS_DEFINE_DRC_ACCESSOR_, band, side)
+SPEAKER_BOOST_SYSTEM_FOR_EACH_LIMITER(SBS_DEFINE_DRC_ACCESSORS_)
+#undef SBS_DEFINE_DRC_ACCESSORS_
+#undef SBS_DEFINE_DRC_ACCESSOR_
+
+// Blocks longer than the band buffers are processed in consecutive chunks of
+// at most 256 samples (each chunk is one limiter block).
+void speaker_boost_system_process_stereo(speaker_boost_system_t* s, int* in_left, int* in_right, int* out_left,
+                                         int* out_right, int count) {
+  if (count <= kMaxBlock) {
+    process_stereo_block(s, in_left, in_right, out_left, out_right, count);
+    return;
+  }
+  for (int done = 0; done < count; done += kMaxBlock) {
+    const int n = count - done < kMaxBlock ? count - done : kMaxBlock;
+    process_stereo_block(s, in_left + done, in_right + done, out_left + done, out_right + done, n);
+  }
+}
+
+void speaker_boost_system_process_mono(speaker_boost_system_t* s, int* in, int* out, int count) {
+  if (count <= kMaxBlock) {
+    process_mono_block(s, in, out, count);
+    return;
+  }
+  for (int done = 0; done < count; done += kMaxBlock) {
+    const int n = count - done < kMaxBlock ? count - done : kMaxBlock;
+    process_mono_block(s, in + done, out + done, n);
+  }
+}
+
+}  // extern "C"

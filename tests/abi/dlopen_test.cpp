@@ -1,0 +1,165 @@
+// The library as an audio service sees it: loaded with dlopen by its plain
+// name, every interface name resolved with dlsym, internal helpers hidden,
+// and the speaker product driven through the resolved entry points alone.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kafx_proc/speaker_boost.h"
+
+namespace {
+
+class Library : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    handle_ = dlopen("libkafx_proc.so", RTLD_NOW | RTLD_LOCAL);
+    if (handle_ == nullptr) error_ = dlerror();
+  }
+  static void TearDownTestSuite() {
+    if (handle_ != nullptr) dlclose(handle_);
+    handle_ = nullptr;
+  }
+  template <typename F>
+  static F sym(const char* name) {
+    return reinterpret_cast<F>(dlsym(handle_, name));
+  }
+  static void* handle_;
+  static std::string error_;
+};
+void* Library::handle_ = nullptr;
+std::string Library::error_;
+
+std::vector<std::string> interface_names() {
+  std::vector<std::string> n = {
+      "sqrt_fixed", "sqrtFxQ16", "exp_fixed", "log_fixed", "complex_init", "complex_setvalue", "complex_end",
+      "complex_add", "complex_sub", "complex_mul", "complex_getpower", "complex_swap",
+      "IIR_init", "IIR_reinit", "IIR_reset", "IIR_end", "IIR_set_param", "IIR_get_param", "IIR_set_status",
+      "IIR_get_status", "IIR_process_16", "IIR_process_32",
+      "audio_delay_init", "audio_delay_reinit", "audio_delay_set_delay", "audio_delay_get_delay",
+      "audio_delay_reset", "audio_delay_end", "audio_delay_process", "allpass_init", "allpass_reset",
+      "allpass_end", "allpass_setfeedback", "allpass_getfeedback", "allpass_process", "comb_init", "comb_reset",
+      "comb_end", "comb_setfeedback", "comb_setsetdamp", "comb_process_16", "comb_process_24", "iircomber_init",
+      "iircomber_reset", "iircomber_setdelay", "iircomber_getdelay", "iircomber_setfeedback",
+      "iircomber_getfeedback", "iircomber_process",
+      "spectral_band_split_init", "spectral_band_split_reinit", "spectral_band_split_reset",
+      "spectral_band_split_end", "spectral_band_split_process", "NLD_init", "NLD_reset", "NLD_end",
+      "NLD_set_clip_flag", "NLD_get_clip_flag", "NLD_set_clip_level", "NLD_get_clip_level", "clip_process",
+      "multiplier_process", "NLD_process",
+      "dynamic_range_control_init", "dynamic_range_control_reinit", "dynamic_range_control_reset",
+      "dynamic_range_control_end", "dynamic_range_control_process",
+      "parameter_equalizer_init", "parameter_equalizer_reset", "parameter_equalizer_end",
+      "parameter_equalizer_setstatus", "parameter_equalizer_getstatus", "parameter_equalizer_set_gain_left",
+      "parameter_equalizer_get_gain_left", "parameter_equalizer_set_gain_right",
+      "parameter_equalizer_get_gain_right", "parameter_equalizer_setparameter_left",
+      "parameter_equalizer_setparameter_right", "parameter_equalizer_getparameter_left",
+      "parameter_equalizer_getparameter_right", "parameter_equalizer_process_stereo",
+      "parameter_equalizer_process_mono",
+      "channel_balance_init", "channel_balance_end", "channel_balance_reset", "channel_balance_setstatus",
+      "channel_balance_getstatus", "channel_balance_set_channel_ration", "channel_balance_get_channel_ration",
+      "channel_balance_set_channel_num", "channel_balance_get_channel_num", "channel_balance_process_stereo",
+      "channel_balance_process_mono",
+      "speaker_boost_system_init", "speaker_boost_system_set_sample_rate", "speaker_boost_system_reset",
+      "speaker_boost_system_end", "speaker_boost_system_setstatus", "speaker_boost_system_getstatus",
+      "speaker_boost_system_set_nld_gain_left", "speaker_boost_system_get_nld_gain_left",
+      "speaker_boost_system_set_nld_gain_right", "speaker_boost_system_get_nld_gain_right",
+      "speaker_boost_system_set_channel_num", "speaker_boost_system_get_channel_num",
+      "speaker_boost_system_set_nld_param", "speaker_boost_system_get_nld_param",
+      "speaker_boost_system_process_stereo", "speaker_boost_system_process_mono",
+      "kedo_speaker_boost_init", "kedo_speaker_boost_set_sample_rate", "kedo_speaker_boost_reset",
+      "kedo_speaker_boost_end", "kedo_speaker_boost_set_channel_num", "kedo_speaker_boost_core_process",
+      "kedo_speaker_boost_process_16", "kedo_speaker_boost_process_24", "kedo_speaker_boost_process_v2",
+      "kafx_speaker_boost_init", "kafx_speaker_boost_reset", "kafx_speaker_boost_deinit",
+      "kafx_speaker_boost_set_enable", "kafx_speaker_boost_get_enable", "kafx_speaker_boost_process",
+      "kafx_speaker_boost_loadconfig", "kafx_speaker_boost_params_load_init",
+      "kafx_speaker_boost_params_load_deinit", "kafx_speaker_boost_params_load_config",
+      "kafx_speaker_boost_params_update", "kafx_speaker_boost_update_sbs_params",
+      "kafx_speaker_boost_update_peq_params", "kafx_speaker_boost_parse_sbs_params",
+      "kafx_speaker_boost_parse_peq_params", "kafx_speaker_boost_dump_params"};
+  for (const char* p : {"threshold", "attact_order", "release_order", "volume", "denoise_threshold"})
+    for (const char* io : {"set", "get"}) n.push_back(std::string("dynamic_range_control_") + io + "_" + p);
+  for (const char* pair : {"p_eq_setstatus", "p_eq_getstatus", "p_eq_set_gain_left", "p_eq_get_gain_left",
+                           "p_eq_set_gain_right", "p_eq_get_gain_right", "p_eq_setparameter_left",
+                           "p_eq_getparameter_left", "p_eq_setparameter_right", "p_eq_getparameter_right",
+                           "sbs_setstatus", "sbs_getstatus", "sbs_set_nld_gain_left", "sbs_get_nld_gain_left",
+                           "sbs_set_nld_gain_right", "sbs_get_nld_gain_right", "sbs_set_channel_num",
+                           "sbs_get_channel_num", "sbs_set_nld_param", "sbs_get_nld_param", "cb_setstatus",
+                           "cb_getstatus", "cb_set_channel_ration", "cb_get_channel_ration",
+                           "cb_set_channel_num", "cb_get_channel_num"})
+    n.push_back(std::string("kedo_speaker_boost_") + pair);
+  for (const char* band : {"low", "mid", "high", "full"})
+    for (const char* side : {"left", "right"}) {
+      for (const char* io : {"set", "get"})
+        n.push_back(std::string("kedo_speaker_boost_sbs_") + io + "_drc_" + band + "_" + side);
+      for (const char* p : {"attact_order", "release_order", "threshold", "denoise_threshold", "volume"})
+        for (const char* io : {"set", "get"})
+          n.push_back(std::string("speaker_boost_system_drc_") + band + "_" + side + "_" + io + "_" + p);
+    }
+  return n;
+}
+
+TEST_F(Library, LoadsByPlainNameWithItsLogDependency) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  // liblog lives outside the default search path; the library's run path
+  // must have brought it in.
+  void* log = dlopen("liblog.so.0", RTLD_NOW | RTLD_NOLOAD);
+  EXPECT_NE(log, nullptr) << "liblog should be loaded with the library";
+  if (log != nullptr) dlclose(log);
+}
+
+TEST_F(Library, ExportsEveryInterfaceNameAndHidesInternals) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  const auto names = interface_names();
+  EXPECT_GE(names.size(), 260u);
+  for (const auto& n : names) EXPECT_NE(dlsym(handle_, n.c_str()), nullptr) << n;
+  // Internal C++ helpers stay private to the library.
+  EXPECT_EQ(dlsym(handle_, "_ZN4kafx7div_q15Ess"), nullptr);
+  EXPECT_EQ(dlsym(handle_, "_ZN4kafx11fifo_createEP13sample_fifo_tii"), nullptr);
+}
+
+TEST_F(Library, SpeakerProductThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  using Init = void* (*)(unsigned int, unsigned int, int);
+  using Process = void (*)(void*, void*, unsigned int);
+  using Deinit = void (*)(void*);
+  using SetEnable = void (*)(void*, int);
+  using GetEnable = void (*)(void*, int*);
+  auto init = sym<Init>("kafx_speaker_boost_init");
+  auto process = sym<Process>("kafx_speaker_boost_process");
+  auto deinit = sym<Deinit>("kafx_speaker_boost_deinit");
+  auto set_enable = sym<SetEnable>("kafx_speaker_boost_set_enable");
+  auto get_enable = sym<GetEnable>("kafx_speaker_boost_get_enable");
+  ASSERT_TRUE(init && process && deinit && set_enable && get_enable);
+
+  for (unsigned rate : {44100u, 48000u, 96000u, 192000u, 8000u}) {
+    void* h = init(2, rate, 1);
+    ASSERT_NE(h, nullptr);
+    // Hosts read the head fields of the record directly.
+    auto* rec = static_cast<kafx_speaker_boost_t*>(h);
+    EXPECT_EQ(rec->channels, 2u);
+    EXPECT_EQ(rec->sample_rate, rate);
+    EXPECT_EQ(rec->format_type, 1);
+    set_enable(h, 0);
+    int e = -1;
+    get_enable(h, &e);
+    EXPECT_EQ(e, 0);
+    std::mt19937 rng(rate);
+    std::uniform_int_distribution<int> d(-32768, 32767);
+    std::vector<int16_t> in(2 * 3000);
+    for (auto& x : in) x = static_cast<int16_t>(d(rng));
+    std::vector<int16_t> buf = in;
+    for (size_t f = 0; f < 3000; f += 441) {
+      const size_t n = std::min<size_t>(441, 3000 - f);
+      process(h, buf.data() + 2 * f, static_cast<unsigned>(n * 4));
+    }
+    // Defaults: balance at ratio 0, everything else off -> delayed copy.
+    for (size_t k = 0; k < buf.size(); ++k)
+      ASSERT_EQ(buf[k], k < 2 * 239 ? 0 : in[k - 2 * 239]) << rate << " " << k;
+    deinit(h);
+  }
+}
+
+}  // namespace
