@@ -4,13 +4,17 @@
 
 #include <cstdlib>
 
+#include "common/band_split_block.h"
+
+#include <cstring>
+
 #include "common/biquad.h"
 
 namespace {
 
 IIR_t* new_section(const int* coef) {
   auto* f = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
-  IIR_init(f, const_cast<int*>(coef));
+  IIR_init(f, coef);
   return f;
 }
 
@@ -32,10 +36,10 @@ void spectral_band_split_init(spectral_band_split* s, const int* coef_a, const i
 }
 
 void spectral_band_split_reinit(spectral_band_split* s, const int* coef_a, const int* coef_b) {
-  IIR_reinit(s->first_a, const_cast<int*>(coef_a));
-  IIR_reinit(s->second_a, const_cast<int*>(coef_a));
-  IIR_reinit(s->first_b, const_cast<int*>(coef_b));
-  IIR_reinit(s->second_b, const_cast<int*>(coef_b));
+  IIR_reinit(s->first_a, coef_a);
+  IIR_reinit(s->second_a, coef_a);
+  IIR_reinit(s->first_b, coef_b);
+  IIR_reinit(s->second_b, coef_b);
 }
 
 void spectral_band_split_reset(spectral_band_split* s) {
@@ -62,3 +66,15 @@ void spectral_band_split_process(spectral_band_split* s, int* in, int* out_a, in
 }
 
 }  // extern "C"
+
+namespace kafx {
+
+void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n) {
+  if (n <= 0) return;
+  std::memcpy(low, x, static_cast<size_t>(n) * sizeof(int32_t));
+  // The A and B branches are independent: run them side by side.
+  biquad_block32_pair(s->first_a, low, s->first_b, x, n);
+  biquad_block32_pair(s->second_a, low, s->second_b, x, n);
+}
+
+}  // namespace kafx

@@ -11,6 +11,90 @@ namespace {
 constexpr size_t kWords = 5 * sizeof(int32_t);
 }
 
+namespace kafx {
+namespace {
+
+// Block kernel in two passes per chunk. The feed-forward half
+// b0 x[n] + b1 x[n-1] + b2 x[n-2] has no feedback and runs across the chunk
+// (it vectorises where the machine has wide 32x32->64 multiplies); the
+// recursion then adds a1 y[n-1] + a2 y[n-2]. The 64-bit sum wraps, so adding
+// the two halves separately gives exactly the five-term accumulator.
+constexpr int kChunk = 64;
+
+struct Chunk {
+  int64_t ff[kChunk];
+  int32_t x[kChunk + 2];  // x[n-2], x[n-1], then the chunk's inputs x 32
+};
+
+KAFX_MULTIVERSION void feed_forward(const Biquad32Kernel& k, const int32_t* in, int n, Chunk* c) {
+  c->x[0] = k.x2;
+  c->x[1] = k.x1;
+  for (int j = 0; j < n; ++j) c->x[j + 2] = shl_sat<5>(in[j]);
+  for (int j = 0; j < n; ++j) {
+    c->ff[j] = static_cast<int64_t>(static_cast<uint64_t>(widen_mul(k.b0, c->x[j + 2])) +
+                                    static_cast<uint64_t>(widen_mul(k.b1, c->x[j + 1])) +
+                                    static_cast<uint64_t>(widen_mul(k.b2, c->x[j])));
+  }
+}
+
+inline int32_t recurse(Biquad32Kernel& k, int64_t ff) {
+  const uint64_t acc = static_cast<uint64_t>(ff) + static_cast<uint64_t>(widen_mul(k.a1, k.y1)) +
+                       static_cast<uint64_t>(widen_mul(k.a2, k.y2));
+  const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
+  k.y2 = k.y1;
+  k.y1 = y;
+  return y >> 5;
+}
+
+inline void advance_inputs(Biquad32Kernel& k, const Chunk& c, int n) {
+  k.x2 = c.x[n];
+  k.x1 = c.x[n + 1];
+}
+
+}  // namespace
+
+void biquad_block32(IIR_t* f, int32_t* buf, int n) {
+  if (f->status == 0 || n <= 0) return;
+  Biquad32Kernel k(f);
+  Chunk c;
+  for (int done = 0; done < n; done += kChunk) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    int32_t* p = buf + done;
+    feed_forward(k, p, m, &c);
+    for (int j = 0; j < m; ++j) p[j] = recurse(k, c.ff[j]);
+    advance_inputs(k, c, m);
+  }
+  k.store(f, k.x1);
+}
+
+void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
+  if (fa->status == 0 || fb->status == 0) {
+    biquad_block32(fa, a, n);
+    biquad_block32(fb, b, n);
+    return;
+  }
+  if (n <= 0) return;
+  Biquad32Kernel ka(fa), kb(fb);
+  Chunk ca, cb;
+  for (int done = 0; done < n; done += kChunk) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    int32_t* pa = a + done;
+    int32_t* pb = b + done;
+    feed_forward(ka, pa, m, &ca);
+    feed_forward(kb, pb, m, &cb);
+    for (int j = 0; j < m; ++j) {
+      pa[j] = recurse(ka, ca.ff[j]);
+      pb[j] = recurse(kb, cb.ff[j]);
+    }
+    advance_inputs(ka, ca, m);
+    advance_inputs(kb, cb, m);
+  }
+  ka.store(fa, ka.x1);
+  kb.store(fb, kb.x1);
+}
+
+}  // namespace kafx
+
 extern "C" {
 
 void IIR_init(void* iir, const void* coef) {

@@ -8,26 +8,68 @@
 
 namespace kafx {
 
-// Dot product of five coefficients with five state words in 64 bits; the sum
-// wraps rather than overflowing (it cannot for any sane coefficient set).
+// Dot product of five coefficients with five state words in 64 bits (the
+// 16-bit variant's accumulator); the sum wraps rather than overflowing.
 inline int64_t biquad_dot5(const int32_t* c, const int32_t* w) {
   uint64_t acc = 0;
   for (int i = 0; i < 5; ++i) acc += static_cast<uint64_t>(static_cast<int64_t>(c[i]) * w[i]);
   return static_cast<int64_t>(acc);
 }
 
-// One 24-bit working sample through a Q28 section (state at sample * 32).
+// The 32-bit section's per-sample steps with its state held in locals: input
+// x 32 saturated, five-term Q28 accumulation, shift-saturate-flush, output
+// y >> 5. The state goes back to the record with store().
+inline int64_t widen_mul(int32_t a, int32_t b) { return static_cast<int64_t>(a) * b; }
+
+struct Biquad32Kernel {
+  int32_t b0, b1, b2, a1, a2;
+  int32_t x1, x2, y1, y2;
+
+  explicit Biquad32Kernel(const IIR_t* f)
+      : b0(f->coef[0]), b1(f->coef[1]), b2(f->coef[2]), a1(f->coef[3]), a2(f->coef[4]),
+        x1(f->state[1]), x2(f->state[2]), y1(f->state[3]), y2(f->state[4]) {}
+
+  int32_t step(int32_t in, int32_t* x0_out) {
+    const int32_t x0 = shl_sat<5>(in);
+    *x0_out = x0;
+    // The products are below 2^62 in magnitude; the sum wraps as in biquad_dot5.
+    const uint64_t acc = static_cast<uint64_t>(widen_mul(b0, x0)) + static_cast<uint64_t>(widen_mul(b1, x1)) +
+                         static_cast<uint64_t>(widen_mul(b2, x2)) + static_cast<uint64_t>(widen_mul(a1, y1)) +
+                         static_cast<uint64_t>(widen_mul(a2, y2));
+    const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
+    x2 = x1;
+    x1 = x0;
+    y2 = y1;
+    y1 = y;
+    return y >> 5;
+  }
+
+  void store(IIR_t* f, int32_t last_x0) const {
+    f->state[0] = last_x0;
+    f->state[1] = x1;
+    f->state[2] = x2;
+    f->state[3] = y1;
+    f->state[4] = y2;
+  }
+};
+
+// One 24-bit working sample through a Q28 section.
 inline int32_t biquad_run32(IIR_t* f, int32_t x) {
   if (f->status == 0) return x;
-  int32_t* w = f->state;
-  w[0] = shl_sat<5>(x);
-  const int32_t y = mul_shift<28>(biquad_dot5(f->coef, w));
-  w[2] = w[1];
-  w[1] = w[0];
-  w[4] = w[3];
-  w[3] = y;
-  return y >> 5;
+  Biquad32Kernel k(f);
+  int32_t x0;
+  const int32_t y = k.step(x, &x0);
+  k.store(f, x0);
+  return y;
 }
+
+// A whole block through one section, in place; identical to running
+// biquad_run32 sample by sample.
+void biquad_block32(IIR_t* f, int32_t* buf, int n);
+
+// Two independent sections over two buffers: the two feedback recursions
+// interleave, which roughly halves the cost per sample.
+void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
 
 }  // namespace kafx
 

@@ -207,24 +207,40 @@ void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out
   d->last_gains[1] = d->last_gains[2];
 
   // 7. Per sample: smooth the limiter gain, glide the expander gain, apply
-  //    both to the delayed input.
+  //    both to the delayed input. The evolving values live in locals (the
+  //    output may alias anything the compiler cannot rule out).
+  int32_t gain = d->gain;
+  int32_t denoise = d->denoise_gain;
+  audio_delay* const dl = d->delay;
+  int32_t* const buf = dl->buffer;
+  const int32_t delay = dl->delay;
+  int32_t index = dl->index;
   for (int i = 0; i < count; ++i) {
-    const int32_t g = smooth_gain(d->gain, target);
-    d->gain = g;
+    gain = smooth_gain(gain, target);
 
-    const int64_t e = static_cast<int64_t>(dnq) - d->denoise_gain;
+    const int64_t e = static_cast<int64_t>(dnq) - denoise;
     if (e >= 1) {
-      d->denoise_gain = e < 8 ? dnq : static_cast<int32_t>(d->denoise_gain + (e >> 3));
+      denoise = e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
     } else {
-      d->denoise_gain = static_cast<int32_t>(d->denoise_gain + (e >> 5));
+      denoise = static_cast<int32_t>(denoise + (e >> 5));
     }
 
-    int32_t total = g;
-    if (d->denoise_gain != kQ17One) total = shr_sat<17>(static_cast<int64_t>(g) * d->denoise_gain);
+    int32_t total = gain;
+    if (denoise != kQ17One) total = shr_sat<17>(static_cast<int64_t>(gain) * denoise);
 
-    const int32_t x = audio_delay_process(d->delay, in[i]);
+    // The look-ahead delay line (audio_delay_process with its state in locals).
+    int32_t x = in[i];
+    if (delay != 0) {
+      const int32_t delayed = buf[index];
+      buf[index] = x;
+      if (++index >= delay) index = 0;
+      x = delayed;
+    }
     out[i] = mul_shift<17>(static_cast<int64_t>(x) * total);
   }
+  d->gain = gain;
+  d->denoise_gain = denoise;
+  dl->index = index;
 }
 
 }  // extern "C"

@@ -39,13 +39,6 @@ void get_bands(IIR_t* const* sections, int (*bands)[6]) {
   }
 }
 
-// The gain stage follows the product rule: the cascade never sees -1.
-inline int32_t cascade(IIR_t* const* sections, int32_t gain, int32_t x) {
-  int32_t v = mulq13(x, gain);
-  for (int k = 0; k < kBands; ++k) v = biquad_run32(sections[k], v);
-  return v;
-}
-
 }  // namespace
 
 extern "C" {
@@ -94,18 +87,23 @@ void parameter_equalizer_getparameter_right(parameter_equalizer_t* eq, int (*ban
   get_bands(eq->right_band, bands);
 }
 
+// Block-wise: the gain stage over the whole block, then each section over
+// the whole block (left and right side by side). Every section still sees
+// its samples in order, so this equals the per-sample cascade exactly.
 void parameter_equalizer_process_stereo(parameter_equalizer_t* eq, int* in_left, int* in_right, int* out_left,
                                         int* out_right, int count) {
   for (int i = 0; i < count; ++i) {
     const int32_t l = in_left[i];
     const int32_t r = in_right[i];
-    out_left[i] = cascade(eq->left_band, eq->gain_left, l);
-    out_right[i] = cascade(eq->right_band, eq->gain_right, r);
+    out_left[i] = mulq13(l, eq->gain_left);
+    out_right[i] = mulq13(r, eq->gain_right);
   }
+  for (int k = 0; k < kBands; ++k) biquad_block32_pair(eq->left_band[k], out_left, eq->right_band[k], out_right, count);
 }
 
 void parameter_equalizer_process_mono(parameter_equalizer_t* eq, int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) out[i] = cascade(eq->left_band, eq->gain_left, in[i]);
+  for (int i = 0; i < count; ++i) out[i] = mulq13(in[i], eq->gain_left);
+  for (int k = 0; k < kBands; ++k) biquad_block32(eq->left_band[k], out, count);
 }
 
 }  // extern "C"

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The main job: builds the kafx tool and runs the speaker product over the
-# embedded default signal (or over the WAV file given as first argument).
+# built-in excerpt (or over the WAV file given as first argument).
 #   scripts/run.sh                  -> out/default_in.wav, out/speaker_out.wav
 #   scripts/run.sh IN.wav [OUT.wav] -> OUT.wav (default out/speaker_out.wav)
+# examples/speaker.xml, when present, is loaded as the speaker configuration.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -15,5 +16,5 @@ args=()
 if [ $# -ge 1 ]; then
   ./build/tools/kafx speaker "${args[@]}" "$1" "${2:-out/speaker_out.wav}"
 else
-  ./build/tools/kafx speaker "${args[@]}" --default out/default_in.wav out/speaker_out.wav
+  ./build/tools/kafx speaker "${args[@]}" out/speaker_out.wav
 fi

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/band_split_block.h"
 #include "common/biquad.h"
 #include "common/fixed_point.h"
 #include "speaker/speaker_boost_system_tables.h"
@@ -66,12 +67,13 @@ const int32_t* biquad_row(int which, int rate) {
   return which == 0 ? sbs_tables::kNldFilter[rate] : sbs_tables::kPreFilter[rate];
 }
 
-// Split one sample into four bands through the channel's three crossovers.
-inline void split4(spectral_band_split* s1, spectral_band_split* s2, spectral_band_split* s3, int32_t x,
-                   int32_t* b0, int32_t* b1, int32_t* b2, int32_t* b3) {
-  spectral_band_split_process(s1, &x, b0, &x);
-  spectral_band_split_process(s2, &x, b1, &x);
-  spectral_band_split_process(s3, &x, b2, b3);
+// Four bands of one channel: band3 holds the pre-filtered input on entry and
+// leaves with the highest band; each crossover peels its low branch off.
+inline void split4(spectral_band_split* s1, spectral_band_split* s2, spectral_band_split* s3, int32_t* b0,
+                   int32_t* b1, int32_t* b2, int32_t* b3, int count) {
+  band_split_block(s1, b3, b0, count);
+  band_split_block(s2, b3, b1, count);
+  band_split_block(s3, b3, b2, count);
 }
 
 // The harmonic band into one channel: Q13 gain, then the alignment delay.
@@ -84,20 +86,32 @@ inline void recombine(const int32_t* b0, const int32_t* b1, const int32_t* b2, c
   for (int i = 0; i < count; ++i) sum[i] = wrap_add(wrap_add(b0[i], b1[i]), wrap_add(b2[i], b3[i]));
 }
 
+inline void copy(int32_t* dst, const int* src, int count) {
+  if (count > 0) std::memcpy(dst, src, static_cast<size_t>(count) * sizeof(int32_t));
+}
+
+// Each filter runs over the whole block in turn; every filter still sees its
+// samples in order, so this is the per-sample chain of the design exactly.
+// The NLD's clip limit glides per sample, so it runs sample by sample.
 void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const int* in_right, int* out_left,
                           int* out_right, int count) {
+  copy(s->band3_left, in_left, count);
+  copy(s->band3_right, in_right, count);
+  biquad_block32_pair(s->pre_filter_left, s->band3_left, s->pre_filter_right, s->band3_right, count);
+  split4(s->split1_left, s->split2_left, s->split3_left, s->band0_left, s->band1_left, s->band2_left,
+         s->band3_left, count);
+  split4(s->split1_right, s->split2_right, s->split3_right, s->band0_right, s->band1_right, s->band2_right,
+         s->band3_right, count);
+  // Harmonics of the mono bass (sum_left is scratch until the recombination).
+  int32_t* h = s->sum_left;
   for (int i = 0; i < count; ++i) {
-    const int32_t l = biquad_run32(s->pre_filter_left, in_left[i]);
-    const int32_t r = biquad_run32(s->pre_filter_right, in_right[i]);
-    split4(s->split1_left, s->split2_left, s->split3_left, l, &s->band0_left[i], &s->band1_left[i],
-           &s->band2_left[i], &s->band3_left[i]);
-    split4(s->split1_right, s->split2_right, s->split3_right, r, &s->band0_right[i], &s->band1_right[i],
-           &s->band2_right[i], &s->band3_right[i]);
-    int32_t h = wrap_add(s->band0_left[i], s->band0_right[i]) >> 1;
-    NLD_process(s->nld, &h, &h);
-    h = biquad_run32(s->nld_filter, h);
-    s->band0_left[i] = harmonic_band(s->nld_gain_left, h, s->nld_delay_left);
-    s->band0_right[i] = harmonic_band(s->nld_gain_right, h, s->nld_delay_right);
+    int32_t m = wrap_add(s->band0_left[i], s->band0_right[i]) >> 1;
+    NLD_process(s->nld, &m, &h[i]);
+  }
+  biquad_block32(s->nld_filter, h, count);
+  for (int i = 0; i < count; ++i) {
+    s->band0_left[i] = harmonic_band(s->nld_gain_left, h[i], s->nld_delay_left);
+    s->band0_right[i] = harmonic_band(s->nld_gain_right, h[i], s->nld_delay_right);
   }
   dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
   dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
@@ -112,15 +126,14 @@ void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const i
 }
 
 void process_mono_block(speaker_boost_system_t* s, const int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) {
-    const int32_t l = biquad_run32(s->pre_filter_left, in[i]);
-    split4(s->split1_left, s->split2_left, s->split3_left, l, &s->band0_left[i], &s->band1_left[i],
-           &s->band2_left[i], &s->band3_left[i]);
-    int32_t h = s->band0_left[i];
-    NLD_process(s->nld, &h, &h);
-    h = biquad_run32(s->nld_filter, h);
-    s->band0_left[i] = harmonic_band(s->nld_gain_left, h, s->nld_delay_left);
-  }
+  copy(s->band3_left, in, count);
+  biquad_block32(s->pre_filter_left, s->band3_left, count);
+  split4(s->split1_left, s->split2_left, s->split3_left, s->band0_left, s->band1_left, s->band2_left,
+         s->band3_left, count);
+  int32_t* h = s->sum_left;
+  for (int i = 0; i < count; ++i) NLD_process(s->nld, &s->band0_left[i], &h[i]);
+  biquad_block32(s->nld_filter, h, count);
+  for (int i = 0; i < count; ++i) s->band0_left[i] = harmonic_band(s->nld_gain_left, h[i], s->nld_delay_left);
   dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
   dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
   dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);

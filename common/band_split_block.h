@@ -1,0 +1,16 @@
+// Block form of the two-way crossover, for owners that split whole blocks.
+#ifndef KAFX_COMMON_BAND_SPLIT_BLOCK_H
+#define KAFX_COMMON_BAND_SPLIT_BLOCK_H
+
+#include "kafx_proc/band_split.h"
+
+namespace kafx {
+
+// Splits `n` samples of `x`: the first output (set A) goes to `low`, the
+// second (set B) replaces `x` in place. Bit-identical to calling
+// spectral_band_split_process on each sample in turn.
+void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n);
+
+}  // namespace kafx
+
+#endif

@@ -1,0 +1,55 @@
+// kafx: command-line front door to libkafx_proc's speaker product.
+//
+//   kafx speaker [options] [IN.wav] OUT.wav   process audio (see speaker_run.cpp)
+//   kafx speaker-config FILE...               load and report configuration files
+//   kafx speaker-design ...                   write a configuration from a tuning
+//
+// Each sub-command receives argv starting at its own name. Exit codes:
+// 0 success, 1 processing or file error, 2 bad arguments.
+#include <cstdio>
+#include <cstring>
+
+#include "speaker_config_cmd.h"
+#include "speaker_design.h"
+#include "speaker_run.h"
+
+namespace {
+
+void print_usage(FILE* out) {
+  std::fputs(
+      "usage: kafx <command> [arguments]\n"
+      "\n"
+      "commands:\n"
+      "  speaker [options] [IN.wav] OUT.wav\n"
+      "                   run a WAV file (or a built-in excerpt) through the\n"
+      "                   speaker-boost front end\n"
+      "  speaker-config FILE...\n"
+      "                   load speaker configuration files as the library does\n"
+      "                   and report the parsed parameters\n"
+      "  speaker-design ...\n"
+      "                   turn a readable speaker tuning (equalizer bands, limiter\n"
+      "                   levels, gains) into a speaker configuration file\n"
+      "\n"
+      "'kafx <command> --help' describes a command.\n",
+      out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    print_usage(stderr);
+    return 2;
+  }
+  const char* cmd = argv[1];
+  if (std::strcmp(cmd, "-h") == 0 || std::strcmp(cmd, "--help") == 0 || std::strcmp(cmd, "help") == 0) {
+    print_usage(stdout);
+    return 0;
+  }
+  if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "speaker-config") == 0) return kafx_speaker_config_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
+  std::fprintf(stderr, "kafx: unknown command '%s'\n\n", cmd);
+  print_usage(stderr);
+  return 2;
+}
