@@ -77,4 +77,16 @@ void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n) {
   biquad_block32_pair(s->second_a, low, s->second_b, x, n);
 }
 
+void band_split_block_stereo(spectral_band_split* sl, spectral_band_split* sr, int32_t* xl, int32_t* xr,
+                             int32_t* low_l, int32_t* low_r, int n) {
+  if (n <= 0) return;
+  std::memcpy(low_l, xl, static_cast<size_t>(n) * sizeof(int32_t));
+  std::memcpy(low_r, xr, static_cast<size_t>(n) * sizeof(int32_t));
+  int32_t* buf[4] = {low_l, xl, low_r, xr};
+  IIR_t* first[4] = {sl->first_a, sl->first_b, sr->first_a, sr->first_b};
+  IIR_t* second[4] = {sl->second_a, sl->second_b, sr->second_a, sr->second_b};
+  biquad_block32_multi(first, buf, 4, n);
+  biquad_block32_multi(second, buf, 4, n);
+}
+
 }  // namespace kafx

@@ -11,6 +11,11 @@ namespace kafx {
 // spectral_band_split_process on each sample in turn.
 void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n);
 
+// The same for a left and a right crossover at once (their four feedback
+// recursions interleave).
+void band_split_block_stereo(spectral_band_split* sl, spectral_band_split* sr, int32_t* xl, int32_t* xr,
+                             int32_t* low_l, int32_t* low_r, int n);
+
 }  // namespace kafx
 
 #endif

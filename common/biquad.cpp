@@ -46,51 +46,58 @@ inline int32_t recurse(Biquad32Kernel& k, int64_t ff) {
   return y >> 5;
 }
 
-inline void advance_inputs(Biquad32Kernel& k, const Chunk& c, int n) {
-  k.x2 = c.x[n];
-  k.x1 = c.x[n + 1];
+// N independent sections over N buffers in one loop. The feedback recursion
+// is latency-bound; interleaving N of them keeps the multiplier busy.
+template <int N>
+void run_interleaved(IIR_t* const* f, int32_t* const* buf, int n) {
+  Biquad32Kernel k[N];
+  for (int s = 0; s < N; ++s) k[s] = Biquad32Kernel(f[s]);
+  Chunk c[N];
+  for (int done = 0; done < n; done += kChunk) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    for (int s = 0; s < N; ++s) feed_forward(k[s], buf[s] + done, m, &c[s]);
+    for (int j = 0; j < m; ++j)
+      for (int s = 0; s < N; ++s) buf[s][done + j] = recurse(k[s], c[s].ff[j]);
+    for (int s = 0; s < N; ++s) {
+      k[s].x2 = c[s].x[m];
+      k[s].x1 = c[s].x[m + 1];
+    }
+  }
+  // Word 0 holds the last input (x[n] during the last call).
+  for (int s = 0; s < N; ++s) k[s].store(f[s], k[s].x1);
 }
 
 }  // namespace
 
-void biquad_block32(IIR_t* f, int32_t* buf, int n) {
-  if (f->status == 0 || n <= 0) return;
-  Biquad32Kernel k(f);
-  Chunk c;
-  for (int done = 0; done < n; done += kChunk) {
-    const int m = n - done < kChunk ? n - done : kChunk;
-    int32_t* p = buf + done;
-    feed_forward(k, p, m, &c);
-    for (int j = 0; j < m; ++j) p[j] = recurse(k, c.ff[j]);
-    advance_inputs(k, c, m);
+void biquad_block32_multi(IIR_t* const* f, int32_t* const* buf, int count, int n) {
+  if (n <= 0) return;
+  // Sections that pass through are skipped; the rest run in groups of up to four.
+  IIR_t* act_f[4];
+  int32_t* act_b[4];
+  for (int base = 0; base < count; base += 4) {
+    int a = 0;
+    for (int s = base; s < count && s < base + 4; ++s) {
+      if (f[s]->status == 0) continue;
+      act_f[a] = f[s];
+      act_b[a] = buf[s];
+      ++a;
+    }
+    switch (a) {
+      case 1: run_interleaved<1>(act_f, act_b, n); break;
+      case 2: run_interleaved<2>(act_f, act_b, n); break;
+      case 3: run_interleaved<3>(act_f, act_b, n); break;
+      case 4: run_interleaved<4>(act_f, act_b, n); break;
+      default: break;
+    }
   }
-  k.store(f, k.x1);
 }
 
+void biquad_block32(IIR_t* f, int32_t* buf, int n) { biquad_block32_multi(&f, &buf, 1, n); }
+
 void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
-  if (fa->status == 0 || fb->status == 0) {
-    biquad_block32(fa, a, n);
-    biquad_block32(fb, b, n);
-    return;
-  }
-  if (n <= 0) return;
-  Biquad32Kernel ka(fa), kb(fb);
-  Chunk ca, cb;
-  for (int done = 0; done < n; done += kChunk) {
-    const int m = n - done < kChunk ? n - done : kChunk;
-    int32_t* pa = a + done;
-    int32_t* pb = b + done;
-    feed_forward(ka, pa, m, &ca);
-    feed_forward(kb, pb, m, &cb);
-    for (int j = 0; j < m; ++j) {
-      pa[j] = recurse(ka, ca.ff[j]);
-      pb[j] = recurse(kb, cb.ff[j]);
-    }
-    advance_inputs(ka, ca, m);
-    advance_inputs(kb, cb, m);
-  }
-  ka.store(fa, ka.x1);
-  kb.store(fb, kb.x1);
+  IIR_t* f[2] = {fa, fb};
+  int32_t* buf[2] = {a, b};
+  biquad_block32_multi(f, buf, 2, n);
 }
 
 }  // namespace kafx

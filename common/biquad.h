@@ -22,9 +22,10 @@ inline int64_t biquad_dot5(const int32_t* c, const int32_t* w) {
 inline int64_t widen_mul(int32_t a, int32_t b) { return static_cast<int64_t>(a) * b; }
 
 struct Biquad32Kernel {
-  int32_t b0, b1, b2, a1, a2;
-  int32_t x1, x2, y1, y2;
+  int32_t b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
+  int32_t x1 = 0, x2 = 0, y1 = 0, y2 = 0;
 
+  Biquad32Kernel() = default;
   explicit Biquad32Kernel(const IIR_t* f)
       : b0(f->coef[0]), b1(f->coef[1]), b2(f->coef[2]), a1(f->coef[3]), a2(f->coef[4]),
         x1(f->state[1]), x2(f->state[2]), y1(f->state[3]), y2(f->state[4]) {}
@@ -67,8 +68,9 @@ inline int32_t biquad_run32(IIR_t* f, int32_t x) {
 // biquad_run32 sample by sample.
 void biquad_block32(IIR_t* f, int32_t* buf, int n);
 
-// Two independent sections over two buffers: the two feedback recursions
-// interleave, which roughly halves the cost per sample.
+// Independent sections over their own buffers (section s filters buf[s]),
+// with up to four feedback recursions interleaved in one loop.
+void biquad_block32_multi(IIR_t* const* f, int32_t* const* buf, int count, int n);
 void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
 
 }  // namespace kafx

@@ -26,33 +26,16 @@ constexpr int32_t kLnTop = 681391;
 extern "C" {
 
 unsigned int sqrt_fixed(unsigned int x) {
-  // Digit-by-digit square root over 16 bits of significance.
-  unsigned int rem = x;
-  unsigned int root = 0;
-  for (unsigned int bit = 1u << 14; bit != 0; bit >>= 2) {
-    if (rem >= root + bit) {
-      rem -= root + bit;
-      root = (root >> 1) + bit;
-    } else {
-      root >>= 1;
-    }
-  }
-  return root;
+  // 16 bits of significance: eight digits from 2^14 down.
+  uint32_t rem;
+  return kafx::isqrt_digits(x, 1u << 14, &rem);
 }
 
 unsigned int sqrtFxQ16(unsigned int x) {
-  // The same method over the whole 32-bit input, rounded to nearest; the
-  // root of a Q16 value is Q8, so a final shift of 8 gives Q16.
-  unsigned int rem = x;
-  unsigned int root = 0;
-  for (unsigned int bit = 1u << 30; bit != 0; bit >>= 2) {
-    if (rem >= root + bit) {
-      rem -= root + bit;
-      root = (root >> 1) + bit;
-    } else {
-      root >>= 1;
-    }
-  }
+  // The whole 32-bit input, rounded to nearest; the root of a Q16 value is
+  // Q8, so a final shift of 8 gives Q16.
+  uint32_t rem;
+  uint32_t root = kafx::isqrt_digits(x, 1u << 30, &rem);
   if (rem > root) ++root;
   return root << 8;
 }

@@ -85,12 +85,33 @@ constexpr int32_t sat_sub(int32_t a, int32_t b) { return sat32(static_cast<int64
 // Saturating left shift (entry into a wider fixed-point domain).
 template <int Shift>
 constexpr int32_t shl_sat(int32_t v) {
-  return sat32(static_cast<int64_t>(v) * (int64_t{1} << Shift));
+  // Compared in 32 bits so that block loops vectorise well.
+  constexpr int32_t hi = INT32_MAX >> Shift;
+  constexpr int32_t lo = INT32_MIN >> Shift;
+  return v > hi ? INT32_MAX : (v < lo ? INT32_MIN : static_cast<int32_t>(static_cast<uint32_t>(v) << Shift));
 }
 
 // Clamp to the symmetric 24-bit range of a working sample.
 constexpr int32_t clamp24(int32_t v) {
   return v > kWorkMax ? kWorkMax : (v < -kWorkMax ? -kWorkMax : v);
+}
+
+// Digit-by-digit integer square root: starting from `top_bit` (a power of
+// four), one result bit per step. Returns floor(sqrt(x)) for x below
+// 4 * top_bit and leaves the remainder x - root^2 in *rem.
+constexpr uint32_t isqrt_digits(uint32_t x, uint32_t top_bit, uint32_t* rem) {
+  uint32_t r = x;
+  uint32_t root = 0;
+  for (uint32_t bit = top_bit; bit != 0; bit >>= 2) {
+    if (r >= root + bit) {
+      r -= root + bit;
+      root = (root >> 1) + bit;
+    } else {
+      root >>= 1;
+    }
+  }
+  *rem = r;
+  return root;
 }
 
 // Q15 fractional division of two 16-bit operands (restoring, 15 steps).
