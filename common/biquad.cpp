@@ -37,34 +37,63 @@ KAFX_MULTIVERSION void feed_forward(const Biquad32Kernel& k, const int32_t* in, 
   }
 }
 
-inline int32_t recurse(Biquad32Kernel& k, int64_t ff) {
-  const uint64_t acc = static_cast<uint64_t>(ff) + static_cast<uint64_t>(widen_mul(k.a1, k.y1)) +
-                       static_cast<uint64_t>(widen_mul(k.a2, k.y2));
+// One step of the recursion: y = (ff + a1 y[n-1] + a2 y[n-2]) >> 28 with the
+// product rule; the output sample is y >> 5.
+[[gnu::always_inline]] inline int32_t recurse(int64_t ff, int32_t a1, int32_t a2, int32_t& y1, int32_t& y2) {
+  const uint64_t acc = static_cast<uint64_t>(ff) + static_cast<uint64_t>(widen_mul(a1, y1)) +
+                       static_cast<uint64_t>(widen_mul(a2, y2));
   const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
-  k.y2 = k.y1;
-  k.y1 = y;
+  y2 = y1;
+  y1 = y;
   return y >> 5;
 }
 
-// N independent sections over N buffers in one loop. The feedback recursion
-// is latency-bound; interleaving N of them keeps the multiplier busy.
+// N independent sections (N = 1, 2 or 4) over N buffers in one loop. The
+// feedback recursion is latency-bound; interleaving N of them keeps the
+// multiplier busy. The recursion state is kept in named scalars so that it
+// stays in registers.
 template <int N>
 void run_interleaved(IIR_t* const* f, int32_t* const* buf, int n) {
+  static_assert(N == 1 || N == 2 || N == 4);
   Biquad32Kernel k[N];
   for (int s = 0; s < N; ++s) k[s] = Biquad32Kernel(f[s]);
+  const int32_t a1_0 = k[0].a1, a2_0 = k[0].a2;
+  const int32_t a1_1 = k[N > 1 ? 1 : 0].a1, a2_1 = k[N > 1 ? 1 : 0].a2;
+  const int32_t a1_2 = k[N > 2 ? 2 : 0].a1, a2_2 = k[N > 2 ? 2 : 0].a2;
+  const int32_t a1_3 = k[N > 3 ? 3 : 0].a1, a2_3 = k[N > 3 ? 3 : 0].a2;
+  int32_t y1_0 = k[0].y1, y2_0 = k[0].y2;
+  int32_t y1_1 = k[N > 1 ? 1 : 0].y1, y2_1 = k[N > 1 ? 1 : 0].y2;
+  int32_t y1_2 = k[N > 2 ? 2 : 0].y1, y2_2 = k[N > 2 ? 2 : 0].y2;
+  int32_t y1_3 = k[N > 3 ? 3 : 0].y1, y2_3 = k[N > 3 ? 3 : 0].y2;
   Chunk c[N];
   for (int done = 0; done < n; done += kChunk) {
     const int m = n - done < kChunk ? n - done : kChunk;
     for (int s = 0; s < N; ++s) feed_forward(k[s], buf[s] + done, m, &c[s]);
-    for (int j = 0; j < m; ++j)
-      for (int s = 0; s < N; ++s) buf[s][done + j] = recurse(k[s], c[s].ff[j]);
+    int32_t* o0 = buf[0] + done;
+    int32_t* o1 = buf[N > 1 ? 1 : 0] + done;
+    int32_t* o2 = buf[N > 2 ? 2 : 0] + done;
+    int32_t* o3 = buf[N > 3 ? 3 : 0] + done;
+    for (int j = 0; j < m; ++j) {
+      o0[j] = recurse(c[0].ff[j], a1_0, a2_0, y1_0, y2_0);
+      if constexpr (N > 1) o1[j] = recurse(c[1].ff[j], a1_1, a2_1, y1_1, y2_1);
+      if constexpr (N > 2) {
+        o2[j] = recurse(c[2].ff[j], a1_2, a2_2, y1_2, y2_2);
+        o3[j] = recurse(c[3].ff[j], a1_3, a2_3, y1_3, y2_3);
+      }
+    }
     for (int s = 0; s < N; ++s) {
       k[s].x2 = c[s].x[m];
       k[s].x1 = c[s].x[m + 1];
     }
   }
-  // Word 0 holds the last input (x[n] during the last call).
-  for (int s = 0; s < N; ++s) k[s].store(f[s], k[s].x1);
+  const int32_t y1s[4] = {y1_0, y1_1, y1_2, y1_3};
+  const int32_t y2s[4] = {y2_0, y2_1, y2_2, y2_3};
+  for (int s = 0; s < N; ++s) {
+    k[s].y1 = y1s[s];
+    k[s].y2 = y2s[s];
+    // Word 0 holds the last input (x[n] during the last call).
+    k[s].store(f[s], k[s].x1);
+  }
 }
 
 }  // namespace
@@ -85,7 +114,10 @@ void biquad_block32_multi(IIR_t* const* f, int32_t* const* buf, int count, int n
     switch (a) {
       case 1: run_interleaved<1>(act_f, act_b, n); break;
       case 2: run_interleaved<2>(act_f, act_b, n); break;
-      case 3: run_interleaved<3>(act_f, act_b, n); break;
+      case 3:
+        run_interleaved<2>(act_f, act_b, n);
+        run_interleaved<1>(act_f + 2, act_b + 2, n);
+        break;
       case 4: run_interleaved<4>(act_f, act_b, n); break;
       default: break;
     }
