@@ -69,6 +69,11 @@ constexpr int32_t wrap_add(int32_t a, int32_t b) {
 constexpr int32_t wrap_sub(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
 }
+// Wrap-around left shift (the value may be negative or leave the range).
+template <int Shift>
+constexpr int32_t wrap_shl(int32_t v) {
+  return static_cast<int32_t>(static_cast<uint32_t>(v) << Shift);
+}
 // Wrap-around 64-bit addition (sums of several 32x32 products).
 constexpr int64_t wrap_add64(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
