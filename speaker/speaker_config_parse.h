@@ -112,6 +112,13 @@ inline int hex_value(char c) {
   return -1;
 }
 
+// Skips leading white space and an optional sign; true for '-'.
+inline bool skip_space_and_sign(const char** s) {
+  while (is_scan_space(**s)) ++*s;
+  if (**s == '+' || **s == '-') return *(*s)++ == '-';
+  return false;
+}
+
 // "%x": optional white space, optional sign, optional 0x/0X prefix, then hex
 // digits up to the first other character (trailing characters are ignored).
 // "0x" not followed by a digit reads as the number 0, as strtoul does.
@@ -121,12 +128,7 @@ inline int hex_value(char c) {
 // Returns false when nothing was read; *out is then untouched.
 inline bool scan_hex32(const char* s, int32_t* out) {
   if (s == nullptr) return false;
-  while (is_scan_space(*s)) ++s;
-  bool negative = false;
-  if (*s == '+' || *s == '-') {
-    negative = *s == '-';
-    ++s;
-  }
+  const bool negative = skip_space_and_sign(&s);
   if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
     if (hex_value(s[2]) < 0) {
       *out = 0;
@@ -151,12 +153,7 @@ inline bool scan_hex32(const char* s, int32_t* out) {
 // other character. Values outside -2147483648..2147483647 are refused.
 inline bool scan_dec32(const char* s, int32_t* out) {
   if (s == nullptr) return false;
-  while (is_scan_space(*s)) ++s;
-  bool negative = false;
-  if (*s == '+' || *s == '-') {
-    negative = *s == '-';
-    ++s;
-  }
+  const bool negative = skip_space_and_sign(&s);
   uint64_t magnitude = 0;
   int digits = 0;
   for (; *s >= '0' && *s <= '9'; ++s, ++digits) {
