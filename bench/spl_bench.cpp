@@ -13,6 +13,24 @@
 
 #if KAFX_HAVE_WEBRTC_ORACLE
 #include "tests/spl/oracle.h"
+
+// The published general resampler (C++), declared with its data layout, to
+// time Resampler_proc against it.
+namespace webrtc {
+class Resampler {
+ public:
+  Resampler(int in_freq, int out_freq, int num_channels);
+  ~Resampler();
+  int Push(const int16_t* in, size_t in_len, int16_t* out, size_t max_len, size_t& out_len);
+
+ private:
+  void* state_[3];
+  int16_t* buffer_[2];
+  size_t size_[4];
+  int in_khz_, out_khz_, mode_, num_channels_;
+  Resampler* slave_[2];
+};
+}  // namespace webrtc
 #endif
 
 namespace {
