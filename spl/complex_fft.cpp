@@ -251,7 +251,7 @@ void two_points(int16_t* f, const Stage& st) {
 }
 
 template <int Mode>
-KAFX_SPL_MULTIVERSION void forward(int16_t* f, int n) {
+KAFX_MULTIVERSION void forward(int16_t* f, int n) {
   const Stage st{1, v4i{16384, 16384, 16384, 16384}};
   if (n == 2) {
     two_points<Mode>(f, st);
@@ -261,7 +261,7 @@ KAFX_SPL_MULTIVERSION void forward(int16_t* f, int n) {
 }
 
 template <int Mode>
-KAFX_SPL_MULTIVERSION int inverse(int16_t* f, int n) {
+KAFX_MULTIVERSION int inverse(int16_t* f, int n) {
   int scale = 0;
   for (int l = 1; l < n; l <<= 1) {
     // Block floating point: a butterfly can grow a magnitude by up to

@@ -207,7 +207,7 @@ template <int Shift, uint32_t Offset>
 // ---------------------------------------------------------------------------
 // 16-bit stages. State: words 0-3 the first branch, 4-7 the second.
 
-KAFX_SPL_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st) {
+KAFX_TARGET_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st) {
   // Even samples through branch B (words 0-3), odd through branch A (4-7).
   Cascade16 c = make_cascade16(st, kB16, kA16);
   const int n = len >> 1;
@@ -224,7 +224,7 @@ KAFX_SPL_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out
   c.store(st, {0, 4, -1, -1});
 }
 
-KAFX_SPL_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st) {
+KAFX_TARGET_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st) {
   // Every sample through branch A (words 0-3, even outputs) and branch B
   // (words 4-7, odd outputs).
   Cascade16 c = make_cascade16(st, kA16, kB16);
@@ -320,7 +320,7 @@ void upsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st) 
 // The lane versions need native 32-bit lane multiplies to pay off.
 namespace {
 inline bool lanes_pay_off() {
-#if KAFX_SPL_DISPATCH
+#if KAFX_DISPATCH
   return __builtin_cpu_supports("avx2");
 #elif defined(__x86_64__) || defined(__i386__)
   return false;
@@ -360,7 +360,7 @@ namespace {
 constexpr int kPairBase[4] = {0, 4, -1, -1};
 constexpr int kSwappedBase[4] = {4, 0, -1, -1};
 
-KAFX_SPL_MULTIVERSION void down_int_to_short(int32_t* in, int len, int16_t* out, int32_t* st) {
+KAFX_MULTIVERSION void down_int_to_short(int32_t* in, int len, int16_t* out, int32_t* st) {
   // Even samples through the lower branch, odd through the upper.
   Cascade c = make_cascade(st, kPairBase, {kLo, kUp, nullptr, nullptr});
   const int n = len >> 1;
@@ -375,7 +375,7 @@ KAFX_SPL_MULTIVERSION void down_int_to_short(int32_t* in, int len, int16_t* out,
   c.store(st, kPairBase);
 }
 
-KAFX_SPL_MULTIVERSION void down_short_to_int(const int16_t* in, int len, int32_t* out,
+KAFX_MULTIVERSION void down_short_to_int(const int16_t* in, int len, int32_t* out,
                                              int32_t* st) {
   Cascade c = make_cascade(st, kPairBase, {kLo, kUp, nullptr, nullptr});
   const int n = len >> 1;
@@ -391,7 +391,7 @@ KAFX_SPL_MULTIVERSION void down_short_to_int(const int16_t* in, int len, int32_t
 
 // The interpolators feed every sample to the upper branch (even outputs)
 // and the lower branch (odd outputs).
-KAFX_SPL_MULTIVERSION void up_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
+KAFX_MULTIVERSION void up_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   for (int i = 0; i < len; ++i) {
     const v4u x = splat(static_cast<uint32_t>(to_internal(in[i])));
@@ -400,13 +400,13 @@ KAFX_SPL_MULTIVERSION void up_short_to_int(const int16_t* in, int len, int32_t* 
   c.store(st, kSwappedBase);
 }
 
-KAFX_SPL_MULTIVERSION void up_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
+KAFX_MULTIVERSION void up_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   for (int i = 0; i < len; ++i) store2(out + 2 * i, c.run(splat(static_cast<uint32_t>(in[i]))));
   c.store(st, kSwappedBase);
 }
 
-KAFX_SPL_MULTIVERSION void up_int_to_short(const int32_t* in, int len, int16_t* out, int32_t* st) {
+KAFX_MULTIVERSION void up_int_to_short(const int32_t* in, int len, int16_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   int32_t y[2 * kChunk];
   for (int base = 0; base < len; base += kChunk) {
@@ -466,11 +466,11 @@ template <typename T>
   c.store(st, kLpBase);
 }
 
-KAFX_SPL_MULTIVERSION void lp_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
+KAFX_MULTIVERSION void lp_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
   lp_by2<int16_t>(in, len, out, st);
 }
 
-KAFX_SPL_MULTIVERSION void lp_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
+KAFX_MULTIVERSION void lp_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
   lp_by2<int32_t>(in, len, out, st);
 }
 

@@ -241,29 +241,29 @@ template <typename Ly>
 // symbol from the shared library.
 
 // 3 -> 2: outputs at x[3m] and x[3m + 1] with the two mirrored rows.
-KAFX_SPL_MULTIVERSION void fir_48_32_mv(const int32_t* in, int32_t* out, int K) {
+KAFX_MULTIVERSION void fir_48_32_mv(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout48To32>(in, out, K);
 }
 
 // 4 -> 3: outputs at x[4m], x[4m + 1], x[4m + 2].
-KAFX_SPL_MULTIVERSION void fir_32_24_mv(const int32_t* in, int32_t* out, int K) {
+KAFX_MULTIVERSION void fir_32_24_mv(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout32To24>(in, out, K);
 }
 
 // 11 -> 8: output 0 on sample 3, output 4 from row 3 at sample 5, and the
 // mirrored pairs (1, 7), (2, 6), (3, 5) from rows 0, 1, 2.
-KAFX_SPL_MULTIVERSION void fir_44_32_mv(const int32_t* in, int32_t* out, int K) {
+KAFX_MULTIVERSION void fir_44_32_mv(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout44To32>(in, out, K);
 }
 
 // 16 -> 11: output 0 on sample 3 and five mirrored pairs.
-KAFX_SPL_MULTIVERSION void fir_32_22_mv(const int32_t* in, int32_t* out, int K) {
+KAFX_MULTIVERSION void fir_32_22_mv(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout32To22>(in, out, K);
 }
 
 // 16 -> 11 straight to 16 bits: the sums are brought down by 15 bits and
 // saturated; the on-sample output is the input sample itself, saturated.
-KAFX_SPL_MULTIVERSION void fir_32_22_to_short_mv(const int32_t* in, int16_t* out, int K) {
+KAFX_MULTIVERSION void fir_32_22_to_short_mv(const int32_t* in, int16_t* out, int K) {
   using Ly = Layout32To22Short;
   for (int m = 0; m < K; m += kGroup) {
     const int blocks = K - m < kGroup ? K - m : kGroup;

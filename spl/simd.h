@@ -6,34 +6,17 @@
 // Lanes hold 32-bit words that wrap modulo 2^32 (unsigned lane type); the
 // arithmetic right shift goes through the signed view of the same bits.
 //
-// Multiversioning (x86-64 Linux with GCC, KAFX_SPL_DISPATCH): the kernels
-// marked KAFX_SPL_MULTIVERSION are also compiled for AVX2 and the loader
-// picks that copy on processors that have it (32-bit lane multiplies are
-// single instructions there, while baseline SSE2 has to compose them); the
-// two 16-bit by-2 stages choose between a lane version (KAFX_SPL_AVX2) and
-// a scalar one at run time. All versions compute the same integers.
-// Building with -DKAFX_SPL_DISPATCH=0 keeps the baseline code only.
+// Kernels marked KAFX_MULTIVERSION (common/fixed_point.h) are also compiled
+// for AVX2, where 32-bit lane multiplies are single instructions while
+// baseline SSE2 has to compose them; the two 16-bit by-2 stages choose
+// between a lane version (KAFX_TARGET_AVX2) and a scalar one at run time.
 #ifndef KAFX_SPL_SIMD_H
 #define KAFX_SPL_SIMD_H
 
 #include <cstdint>
 #include <cstring>
 
-#ifndef KAFX_SPL_DISPATCH
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && defined(__linux__)
-#define KAFX_SPL_DISPATCH 1
-#else
-#define KAFX_SPL_DISPATCH 0
-#endif
-#endif
-
-#if KAFX_SPL_DISPATCH
-#define KAFX_SPL_MULTIVERSION __attribute__((target_clones("avx2", "default")))
-#define KAFX_SPL_AVX2 __attribute__((target("avx2")))
-#else
-#define KAFX_SPL_MULTIVERSION
-#define KAFX_SPL_AVX2
-#endif
+#include "common/fixed_point.h"
 
 namespace kafx::spl::simd {
 

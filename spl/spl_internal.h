@@ -47,8 +47,8 @@ void downsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st);
 void upsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st);
 // The two forms those choose between (lanes where 32-bit lane multiplies
 // are native, scalar otherwise); both give the same result.
-KAFX_SPL_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
-KAFX_SPL_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
+KAFX_TARGET_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
+KAFX_TARGET_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
 void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
 void upsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
 

@@ -109,28 +109,28 @@ template <typename T>
   return 0;
 }
 
-KAFX_SPL_MULTIVERSION Extremes<int16_t> both16(const int16_t* v, int len) {
+KAFX_MULTIVERSION Extremes<int16_t> both16(const int16_t* v, int len) {
   return extremes<int16_t, kBoth>(v, len);
 }
-KAFX_SPL_MULTIVERSION Extremes<int32_t> both32(const int32_t* v, int len) {
+KAFX_MULTIVERSION Extremes<int32_t> both32(const int32_t* v, int len) {
   return extremes<int32_t, kBoth>(v, len);
 }
-KAFX_SPL_MULTIVERSION int16_t max16(const int16_t* v, int len) {
+KAFX_MULTIVERSION int16_t max16(const int16_t* v, int len) {
   return extremes<int16_t, kMax>(v, len).hi;
 }
-KAFX_SPL_MULTIVERSION int32_t max32(const int32_t* v, int len) {
+KAFX_MULTIVERSION int32_t max32(const int32_t* v, int len) {
   return extremes<int32_t, kMax>(v, len).hi;
 }
-KAFX_SPL_MULTIVERSION int16_t min16(const int16_t* v, int len) {
+KAFX_MULTIVERSION int16_t min16(const int16_t* v, int len) {
   return extremes<int16_t, kMin>(v, len).lo;
 }
-KAFX_SPL_MULTIVERSION int32_t min32(const int32_t* v, int len) {
+KAFX_MULTIVERSION int32_t min32(const int32_t* v, int len) {
   return extremes<int32_t, kMin>(v, len).lo;
 }
-KAFX_SPL_MULTIVERSION int first16(const int16_t* v, int len, int16_t a, int16_t b) {
+KAFX_MULTIVERSION int first16(const int16_t* v, int len, int16_t a, int16_t b) {
   return first_of(v, len, a, b);
 }
-KAFX_SPL_MULTIVERSION int first32(const int32_t* v, int len, int32_t a, int32_t b) {
+KAFX_MULTIVERSION int first32(const int32_t* v, int len, int32_t a, int32_t b) {
   return first_of(v, len, a, b);
 }
 
@@ -139,7 +139,7 @@ KAFX_SPL_MULTIVERSION int first32(const int32_t* v, int len, int32_t a, int32_t 
 
 // Largest 16-bit magnitude with -32768 kept as -32768 (its negation wraps),
 // starting from -1: the magnitude GetScalingSquare works with.
-KAFX_SPL_MULTIVERSION int16_t wrapped_max_abs16(const int16_t* v, int len) {
+KAFX_MULTIVERSION int16_t wrapped_max_abs16(const int16_t* v, int len) {
   int16_t m = -1;
   int i = 0;
   if (len >= 16) {
@@ -157,7 +157,7 @@ KAFX_SPL_MULTIVERSION int16_t wrapped_max_abs16(const int16_t* v, int len) {
 }
 
 // Sum of x^2 >> sc, wrapping in 32 bits.
-KAFX_SPL_MULTIVERSION uint32_t shifted_square_sum(const int16_t* v, int len, int sc) {
+KAFX_MULTIVERSION uint32_t shifted_square_sum(const int16_t* v, int len, int sc) {
   uint32_t sum = 0;
   int i = 0;
   if (len >= 8) {
