@@ -94,7 +94,17 @@ KAFX_API void kafx_speaker_boost_set_enable(void* handle, int enable);
 KAFX_API void kafx_speaker_boost_get_enable(void* handle, int* enable);
 KAFX_API void kafx_speaker_boost_process(void* handle, void* buffer, unsigned int size);
 
-/* Configuration: XML file, parameter strings, dump. */
+/*
+ * Configuration: XML file, parameter strings, dump.
+ * The loaders return 0, or -1 (logging "LoadAudioConfig fail " and applying
+ * nothing) for a file that cannot be read or is not well-formed; files that
+ * are not regular files, larger than 1 MiB, not UTF-8 text, nested more than
+ * 64 elements deep or not a single root element are refused the same way.
+ * Values are hexadecimal ("%x") separated by ';'; a value wider than 32 bits
+ * or a token that is not a number leaves its member unchanged. The parameter
+ * strings are decimal ("%d") separated by ','; they start from the record's
+ * current values, so missing tokens leave members unchanged.
+ */
 KAFX_API int kafx_speaker_boost_loadconfig(void* handle, const char* path);
 KAFX_API void* kafx_speaker_boost_params_load_init(void);
 KAFX_API void kafx_speaker_boost_params_load_deinit(void* params);
