@@ -1,9 +1,9 @@
-// Delay line, all-pass, damped comb and IIR comb: hand-derived short
-// sequences at the interesting edges, plus long random runs of the comb
-// against a small queue-based model (a FIFO of the loop length instead of a
-// circular index).
+// Delay line, all-pass, damped comb and IIR comb: hand-derived sequences at
+// the interesting edges, and long random runs of the comb against a queue
+// model (a FIFO of the loop length instead of a circular index).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <deque>
@@ -14,18 +14,18 @@
 
 namespace {
 
+using Seq = std::vector<int>;
+
 // Model arithmetic, written out with plain 64-bit integers.
 int64_t sat(int64_t v) { return v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v); }
 int64_t no_m1(int64_t v) { return v == -1 ? 0 : v; }
-int64_t q13(int64_t a, int64_t b) { return no_m1(sat((a * b) >> 13)); }
-int32_t low32(int64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v))); }
 
-std::vector<int> random_signal(int n, int amplitude, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> dist(-amplitude, amplitude);
-  std::vector<int> v(n);
-  for (int& x : v) x = dist(rng);
-  return v;
+// Feeds a sequence through a per-sample function and collects the outputs.
+template <class F>
+Seq feed(const Seq& in, F f) {
+  Seq out;
+  for (int x : in) out.push_back(f(x));
+  return out;
 }
 
 }  // namespace
@@ -33,176 +33,121 @@ std::vector<int> random_signal(int n, int amplitude, unsigned seed) {
 TEST(AudioDelay, DelaysClampsAndPassesThrough) {
   audio_delay d;
   audio_delay_init(&d, 4);
-  std::vector<int> out;
-  for (int x = 1; x <= 6; ++x) out.push_back(audio_delay_process(&d, x));
-  EXPECT_EQ(out, (std::vector<int>{0, 0, 0, 0, 1, 2}));
-  EXPECT_EQ(d.index, 2);
-
-  // Lowered below the position: one more access at index 2, then wrap to 0.
-  audio_delay_set_delay(&d, 1);
-  EXPECT_EQ(audio_delay_process(&d, 7), 3);
-  EXPECT_EQ(audio_delay_process(&d, 8), 5);
-  EXPECT_EQ(audio_delay_process(&d, 9), 8);
-
-  // Delay 0: input returned, buffer and position untouched.
-  audio_delay_set_delay(&d, 0);
-  const std::vector<int32_t> before(d.buffer, d.buffer + 4);
-  EXPECT_EQ(audio_delay_process(&d, -123), -123);
-  EXPECT_EQ(std::vector<int32_t>(d.buffer, d.buffer + 4), before);
+  auto run = [&](int x) { return audio_delay_process(&d, x); };
+  EXPECT_EQ(feed({1, 2, 3, 4, 5, 6}, run), (Seq{0, 0, 0, 0, 1, 2}));
+  audio_delay_set_delay(&d, 1);  // below the position (2): one more access there, then wrap to 0
+  EXPECT_EQ(feed({7, 8, 9}, run), (Seq{3, 5, 8}));
+  audio_delay_set_delay(&d, 0);  // input returned, buffer and position untouched
+  EXPECT_EQ(run(-123), -123);
+  EXPECT_EQ(Seq(d.buffer, d.buffer + 4), (Seq{9, 6, 7, 4}));
   EXPECT_EQ(d.index, 0);
-
-  // Beyond capacity: clamped to the capacity.
   int got = 0;
-  audio_delay_set_delay(&d, 100);
+  audio_delay_set_delay(&d, 100);  // clamped to the capacity
   audio_delay_get_delay(&d, &got);
   EXPECT_EQ(got, 4);
-
-  // reinit clears only the first `delay` words and keeps the position.
   d.index = 3;
-  audio_delay_reinit(&d, 2);
-  EXPECT_EQ(d.delay, 2);
-  EXPECT_EQ(d.buffer[0], 0);
-  EXPECT_EQ(d.buffer[1], 0);
-  EXPECT_EQ(d.buffer[2], 7);
-  EXPECT_EQ(d.index, 3);
-
+  audio_delay_reinit(&d, 2);  // clears only the first `delay` words, keeps the position
+  EXPECT_EQ(Seq(d.buffer, d.buffer + 4), (Seq{0, 0, 7, 4}));
+  EXPECT_TRUE(d.delay == 2 && d.index == 3);
   audio_delay_end(&d);
-  EXPECT_EQ(d.buffer, nullptr);
-  EXPECT_EQ(d.size + d.delay + d.index, 0);
+  EXPECT_TRUE(d.buffer == nullptr && d.size == 0 && d.delay == 0 && d.index == 0);
 }
 
-TEST(Comb, UndampedCombOnlyDelays) {
-  comber c;
-  comb_init(&c, 3);
-  std::vector<int> out;
-  for (int n = 0; n < 10; ++n) out.push_back(comb_process_24(n == 0 ? 1000 : 0, &c));
-  EXPECT_EQ(out, (std::vector<int>{0, 0, 0, 1000, 0, 0, 0, 0, 0, 0}));
-  comb_end(&c);
-  EXPECT_EQ(c.buffer, nullptr);
-}
-
-TEST(Comb, DecayingTailsReachExactZero) {
-  // Loop of 2, damp 0 (the low-pass follows the loop output), feedback 0.5.
-  const std::vector<int> pos = {0, 0, 1000, 0, 500, 0, 250, 0, 125, 0, 62, 0, 31, 0, 15, 0, 7, 0, 3, 0, 1, 0, 0};
-  // Negative tail: the floors round away from zero (-62.5 -> -63); stored
-  // words -32..-2 read back as -1 and are returned as 0, and the loop product
-  // of -2 by 0.5 (-1) is flushed, so the loop empties completely.
-  const std::vector<int> neg = {0, 0, -1000, 0, -500, 0, -250, 0, -125, 0, -63, 0, -32, 0, -16, 0, -8, 0, -4, 0, -2, 0, 0};
-  for (int sign : {1, -1}) {
+TEST(Comb, HandDerivedSequences) {
+  // Loop of 2, damp 0, feedback 0.5: an impulse halves every second sample;
+  // negative floors round away from zero (-62.5 -> -63), stored words -32..-2
+  // read back as -1 and are returned as 0, and the loop product -2 * 0.5 = -1
+  // is flushed: every decay empties the loop. Loop gain 1.0: 32767 << 13
+  // accumulates until the plain 32-bit add wraps.
+  struct Row { int size, damp, feedback, shift; Seq in, out; } rows[] = {  // decays padded to 40 samples
+      {2, 0, 4096, 5, {1000}, {0, 0, 1000, 0, 500, 0, 250, 0, 125, 0, 62, 0, 31, 0, 15, 0, 7, 0, 3, 0, 1}},
+      {2, 0, 4096, 5, {-1000}, {0, 0, -1000, 0, -500, 0, -250, 0, -125, 0, -63, 0, -32, 0, -16, 0, -8, 0, -4, 0, -2}},
+      {5, 2000, 2048, 5, {-1000},  // damped: the low-pass state and the loop product both pass -1 on the way down
+       {0, 0, 0, 0, 0, -1000, 0, 0, 0, 0, -189, -47, -12, -3, 0, -36, -18, -7, -3, 0, -7, -6, -3, 0, 0, -2, -2}},
+      {1, 0, 8192, 13, Seq(11, 32767),
+       {0, 32767, 65534, 98301, 131068, 163835, 196602, 229369, 262136, -229385, -196618}},
+  };
+  for (Row& r : rows) {
     comber c;
-    comb_init(&c, 2);
-    comb_setsetdamp(&c, 0);
-    EXPECT_EQ(c.damp_complement, 8192);
-    std::vector<int> out;
-    for (int n = 0; n < 40; ++n) out.push_back(comb_process_24(n == 0 ? sign * 1000 : 0, &c));
-    const auto& want = sign > 0 ? pos : neg;
-    EXPECT_EQ(std::vector<int>(out.begin(), out.begin() + want.size()), want);
-    for (size_t n = want.size(); n < out.size(); ++n) EXPECT_EQ(out[n], 0);
-    EXPECT_EQ(c.buffer[0], 0);
-    EXPECT_EQ(c.buffer[1], 0);
+    comb_init(&c, r.size);
+    comb_setsetdamp(&c, r.damp);
+    comb_setfeedback(&c, r.feedback);
+    r.in.resize(r.shift == 5 ? 40 : r.in.size());
+    r.out.resize(r.in.size());
+    EXPECT_EQ(feed(r.in, [&](int x) { return r.shift == 5 ? comb_process_24(x, &c) : comb_process_16(x, &c); }),
+              r.out);
+    EXPECT_TRUE(r.shift == 13 || (std::count(c.buffer, c.buffer + r.size, 0) == r.size && !c.lowpass_state));
     comb_end(&c);
+    EXPECT_EQ(c.buffer, nullptr);
   }
 }
 
-TEST(Comb, Loop16WrapsInsteadOfSaturating) {
-  // 32767 << 13 = 268427264 accumulates with loop gain 1.0 until the plain
-  // addition passes 2^31 and wraps.
-  comber c;
-  comb_init(&c, 1);
-  comb_setsetdamp(&c, 0);
-  comb_setfeedback(&c, 8192);
-  std::vector<int> out;
-  for (int n = 0; n < 11; ++n) out.push_back(comb_process_16(32767, &c));
-  EXPECT_EQ(out, (std::vector<int>{0, 32767, 65534, 98301, 131068, 163835, 196602, 229369, 262136, -229385, -196618}));
-  comb_end(&c);
-}
-
 TEST(Comb, MatchesQueueModel) {
-  struct Case {
-    int size, feedback, damp, shift, amplitude;
-  } cases[] = {{7, 6000, 2000, 5, 8388607}, {5, 8000, 5000, 13, 32767}, {3, 7000, 0, 5, 1 << 20}, {11, 4096, 8192, 13, 32767}};
+  // Damp 8192 is left at the init defaults: the comb then only delays.
+  struct Case { int size, feedback, damp, shift, amplitude; } cases[] = {
+      {7, 6000, 2000, 5, 8388607}, {5, 8000, 5000, 13, 32767}, {3, 7000, 0, 5, 1 << 20}, {11, 4096, 8192, 13, 32767}};
   for (const Case& k : cases) {
     comber c;
     comb_init(&c, k.size);
     comb_setfeedback(&c, k.feedback);
-    comb_setsetdamp(&c, k.damp);
+    if (k.damp != 8192) comb_setsetdamp(&c, k.damp);
     std::deque<int64_t> loop(k.size, 0);
     int64_t lp = 0;
-    const auto in = random_signal(3000, k.amplitude, k.size);
-    for (size_t n = 0; n < in.size(); ++n) {
-      const int x = n < 2000 ? in[n] : 0;  // then let it ring out
+    std::mt19937 rng(k.size);
+    std::uniform_int_distribution<int> dist(-k.amplitude, k.amplitude);
+    for (int n = 0; n < 3000; ++n) {
+      const int x = n < 2000 ? dist(rng) : 0;  // then let it ring out
       const int64_t o = loop.front();
       loop.pop_front();
       lp = no_m1(sat(((8192 - k.damp) * o + k.damp * lp) >> 13));
-      loop.push_back(low32(x * (int64_t{1} << k.shift) + q13(lp, k.feedback)));
-      const int want = static_cast<int>(no_m1(o >> k.shift));
+      const int64_t in = x * (int64_t{1} << k.shift) + no_m1(sat((lp * k.feedback) >> 13));
+      loop.push_back(static_cast<int32_t>(static_cast<uint32_t>(in)));  // a plain 32-bit add: low 32 bits
       const int got = k.shift == 5 ? comb_process_24(x, &c) : comb_process_16(x, &c);
-      ASSERT_EQ(got, want) << "size " << k.size << " sample " << n;
+      ASSERT_EQ(got, no_m1(o >> k.shift)) << "size " << k.size << " sample " << n;
     }
     comb_end(&c);
   }
 }
 
-TEST(Allpass, SequenceAndSaturation) {
+TEST(Allpass, SequencesAndSaturation) {
+  // Loop of 2, g = 0.5: y = x/2 + w[n-2], w = x - y/2 (floors: -187.5 -> -188).
+  // Full scale twice: g*x plus the stored 2^31 - 1 - 2^29 leaves the range.
+  const Seq rows[][2] = {{{1000, 0, 0, 0, 0, 0, 0, 0, 0}, {500, 0, 750, 0, -375, 0, 188, 0, -94}},
+                         {{INT32_MAX, 0, INT32_MAX}, {1073741823, 0, INT32_MAX}},
+                         {{INT32_MIN, 0, INT32_MIN}, {-1073741824, 0, INT32_MIN}}};
   allpass a;
-  allpass_init(&a, 1);
-  std::vector<int> out;
-  for (int x : {1000, 0, 0, 0, 0}) out.push_back(allpass_process(x, &a));
-  EXPECT_EQ(out, (std::vector<int>{500, 750, -375, 188, -94}));
-
-  // A full-scale input twice: the sum of g*x and the delayed value leaves
-  // the 32-bit range and saturates.
-  allpass_reset(&a);
-  EXPECT_EQ(allpass_process(INT32_MAX, &a), 1073741823);
-  EXPECT_EQ(allpass_process(INT32_MAX, &a), INT32_MAX);
-  allpass_reset(&a);
-  EXPECT_EQ(allpass_process(INT32_MIN, &a), -1073741824);
-  EXPECT_EQ(allpass_process(INT32_MIN, &a), INT32_MIN);
+  allpass_init(&a, 2);
+  for (const auto& r : rows) {
+    allpass_reset(&a);
+    EXPECT_EQ(feed(r[0], [&](int x) { return allpass_process(x, &a); }), r[1]);
+  }
   allpass_end(&a);
+  EXPECT_EQ(a.buffer, nullptr);
 }
 
-TEST(IirComb, DelayZeroLoopAndWrapRules) {
-  iircomber c;
-  iircomber_init(&c, 4);
-  // Loop of one sample: w = 1000, then y = 500, t = 250; then
-  // y = (250*4096 + 1000*4096 - 500*5734) >> 13 = 275, t = 137.
-  EXPECT_EQ(iircomber_process(1000, &c), 1000);
-  EXPECT_EQ(iircomber_process(0, &c), 250);
-  EXPECT_EQ(iircomber_process(0, &c), 137);
-
-  // Wrap: b0 = 4.0 turns w = 2^30 into 2^32, whose low 32 bits are 0.
-  iircomber_reset(&c);
-  c.b0 = 32768;
-  EXPECT_EQ(iircomber_process(1 << 30, &c), 1 << 30);
-  EXPECT_EQ(iircomber_process(0, &c), 0);
-  EXPECT_EQ(c.y1, 0);
-  // Next: y = (2^30 * 4096) >> 13 = 2^29, t = 2^28, and x + t wraps.
-  EXPECT_EQ(iircomber_process(INT32_MAX, &c), INT32_MIN + (1 << 28) - 1);
-
-  // y of -1 is stored as 0; t of -1 leaves x alone.
-  iircomber_reset(&c);
-  c.b0 = 8192;
-  c.b1 = 0;
-  c.a1 = 0;
-  EXPECT_EQ(iircomber_process(-1, &c), -1);
-  EXPECT_EQ(iircomber_process(100, &c), 100);
-  EXPECT_EQ(c.y1, 0);
-  iircomber_reset(&c);
-  EXPECT_EQ(iircomber_process(-2, &c), -2);
-  EXPECT_EQ(iircomber_process(100, &c), 100);  // y = -2, t = -1
-  EXPECT_EQ(c.y1, -2);
-
-  // A loop of two samples: 1000 returns two calls later through the filter
-  // (500, then (1000*4096 - 500*5734) >> 13 = 150, ...), halved by the feedback.
-  std::free(c.buffer);
-  iircomber_init(&c, 4);
-  iircomber_setdelay(&c, 2);
-  std::vector<int> out;
-  for (int x : {1000, 0, 0, 0, 0, 0, 0}) out.push_back(iircomber_process(x, &c));
-  EXPECT_EQ(out, (std::vector<int>{1000, 0, 250, 75, 10, 74, -31}));
-  iircomber_setdelay(&c, 1000);
-  int delay = 0;
-  iircomber_getdelay(&c, &delay);
-  EXPECT_EQ(delay, 4);
-  std::free(c.buffer);
+TEST(IirComb, LoopFilterFlushAndWrapRules) {
+  struct Row { int b0, b1, a1, delay; Seq in, out; int y1; } rows[] = {
+      // Defaults, delay 0 (a loop of one sample): w = 1000, y = 500, t = 250;
+      // then y = (250*4096 + 1000*4096 - 500*5734) >> 13 = 275, t = 137.
+      {4096, 4096, 5734, 0, {1000, 0, 0}, {1000, 250, 137}, 275},
+      // b0 = 4.0: w = 2^30 gives y = low 32 bits of 2^32 = 0; then y = 2^29, x + 2^28 wraps.
+      {32768, 4096, 5734, 0, {1 << 30, 0, INT32_MAX}, {1 << 30, 0, INT32_MIN + (1 << 28) - 1}, 1 << 29},
+      // A y of -1 is stored as 0; a t of -1 (y = -2) leaves x alone.
+      {8192, 0, 0, 0, {-1, 100}, {-1, 100}, 0},
+      {8192, 0, 0, 0, {-2, 100}, {-2, 100}, -2},
+      // A loop of two: 1000 returns through the filter (500, then 150, ...), halved.
+      {4096, 4096, 5734, 2, {1000, 0, 0, 0, 0, 0, 0}, {1000, 0, 250, 75, 10, 74, -31}, -62},
+  };
+  for (Row& r : rows) {
+    iircomber c;
+    iircomber_init(&c, 4);
+    iircomber_setdelay(&c, r.delay);
+    c.b0 = r.b0, c.b1 = r.b1, c.a1 = r.a1;
+    EXPECT_EQ(feed(r.in, [&](int x) { return iircomber_process(x, &c); }), r.out);
+    EXPECT_EQ(c.y1, r.y1);
+    iircomber_setdelay(&c, 1000);  // clamped to the capacity
+    iircomber_getdelay(&c, &r.delay);
+    EXPECT_EQ(r.delay, 4);
+    std::free(c.buffer);
+  }
 }

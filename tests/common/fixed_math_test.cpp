@@ -3,70 +3,52 @@
 // the fractional division.
 #include <gtest/gtest.h>
 
+#include <iterator>
+
 #include "common/fixed_point.h"
 #include "kafx_proc/fixed_math.h"
 
 using namespace kafx;
 
-TEST(ProductRule, FlushesMinusOneAndSaturates) {
-  EXPECT_EQ(mulq13(-1, 1), 0);            // -1/8192 floors to -1, flushed
-  EXPECT_EQ(mulq13(-8193, 1), -2);        // -2 is not flushed
-  EXPECT_EQ(mulq13(2147483647, 8192), 2147483647);
-  EXPECT_EQ(mulq13(2147483647, 16384), 2147483647);
-  EXPECT_EQ(mulq13(INT32_MIN, 16384), INT32_MIN);
-  EXPECT_EQ(mulq13(-100, 4096), -50);
-  EXPECT_EQ(mulq13(-3, 4096), -2);        // floor, not toward zero
-  EXPECT_EQ(mulq28(kQ28One, 12345), 12345);
-  EXPECT_EQ(shr_sat<13>(-1), -1);         // the plain shift keeps -1
+namespace {
+
+// {computed, expected} pairs checked in one loop; the index names a failure.
+void check_pairs(const int64_t (*rows)[2], size_t n) {
+  for (size_t i = 0; i < n; ++i) EXPECT_EQ(rows[i][0], rows[i][1]) << "row " << i;
 }
 
-TEST(ProductRule, SaturatingAddSubAndShift) {
-  EXPECT_EQ(sat_add(INT32_MAX, 1), INT32_MAX);
-  EXPECT_EQ(sat_add(INT32_MIN, -1), INT32_MIN);
-  EXPECT_EQ(sat_add(INT32_MAX, INT32_MIN), -1);
-  EXPECT_EQ(sat_sub(INT32_MIN, 1), INT32_MIN);
-  EXPECT_EQ(sat_sub(INT32_MAX, -1), INT32_MAX);
-  EXPECT_EQ(sat_sub(0, INT32_MIN), INT32_MAX);
-  EXPECT_EQ(shl_sat<5>(1 << 26), INT32_MAX);
-  EXPECT_EQ(shl_sat<5>((1 << 26) - 1), ((1 << 26) - 1) * 32);
-  EXPECT_EQ(shl_sat<5>(-(1 << 26)), INT32_MIN);
-  EXPECT_EQ(shl_sat<5>(-(1 << 26) - 1), INT32_MIN);
-  EXPECT_EQ(wrap_add(INT32_MAX, 1), INT32_MIN);
-  EXPECT_EQ(clamp24(-8388608), -8388607);
-  EXPECT_EQ(clamp24(8388608), 8388607);
+}  // namespace
+
+TEST(ProductRule, FlushSaturationAndShifts) {
+  const int64_t rows[][2] = {
+      {mulq13(-1, 1), 0}, {mulq13(-8193, 1), -2}, {mulq13(-3, 4096), -2},  // -1 flushed; floors, not toward zero
+      {mulq13(-100, 4096), -50}, {mulq28(kQ28One, 12345), 12345}, {mulq13(INT32_MAX, 8192), INT32_MAX},
+      {mulq13(INT32_MAX, 16384), INT32_MAX}, {mulq13(INT32_MIN, 16384), INT32_MIN},
+      {shr_sat<13>(-1), -1},  // the plain shift keeps -1
+      {sat_add(INT32_MAX, 1), INT32_MAX}, {sat_add(INT32_MIN, -1), INT32_MIN}, {sat_add(INT32_MAX, INT32_MIN), -1},
+      {sat_sub(INT32_MIN, 1), INT32_MIN}, {sat_sub(INT32_MAX, -1), INT32_MAX}, {sat_sub(0, INT32_MIN), INT32_MAX},
+      {shl_sat<5>(1 << 26), INT32_MAX}, {shl_sat<5>((1 << 26) - 1), ((1 << 26) - 1) * 32},
+      {shl_sat<5>(-(1 << 26)), INT32_MIN}, {shl_sat<5>(-(1 << 26) - 1), INT32_MIN},
+      {wrap_add(INT32_MAX, 1), INT32_MIN}, {clamp24(-8388608), -8388607}, {clamp24(8388608), 8388607},
+  };
+  check_pairs(rows, std::size(rows));
 }
 
-TEST(SquareRoots, StatedValues) {
-  EXPECT_EQ(sqrt_fixed(65535u), 255u);
-  EXPECT_EQ(sqrt_fixed(3u), 1u);
-  EXPECT_EQ(sqrt_fixed(0u), 0u);
-  for (unsigned int x = 0; x < 65536; x += 97) {
+TEST(ShiftAddMath, StatedValues) {
+  const int64_t rows[][2] = {
+      {sqrt_fixed(65535u), 255}, {sqrt_fixed(3u), 1}, {sqrt_fixed(0u), 0}, {sqrtFxQ16(0u), 0},
+      {sqrtFxQ16(65536u), 65536}, {sqrtFxQ16(131072u), 92672}, {sqrtFxQ16(0xFFFFFFFFu), 16777216},
+      {exp_fixed(0), 65536}, {exp_fixed(45426), 131072}, {exp_fixed(65536), 178140}, {exp_fixed(363409), 16777216},
+      {log_fixed(65536), 0}, {log_fixed(131072), 45426}, {log_fixed(1), -726817}, {log_fixed(2147483647), 681391},
+      {log_fixed(32767), -45428}, {log_fixed(32768), -45426},
+      {log_fixed(1717986919), 666769},  // x + (x >> 2) is exactly 2^31: that factor step is not taken
+  };
+  check_pairs(rows, std::size(rows));
+  for (unsigned int x = 0; x < 65536; x += 97) {  // floor(sqrt(x)) over the range
     const unsigned int r = sqrt_fixed(x);
-    EXPECT_LE(r * r, x);
-    EXPECT_GT((r + 1) * (r + 1), x);
+    EXPECT_TRUE(r * r <= x && (r + 1) * (r + 1) > x) << x;
   }
-  EXPECT_EQ(sqrtFxQ16(0u), 0u);
-  EXPECT_EQ(sqrtFxQ16(65536u), 65536u);
-  EXPECT_EQ(sqrtFxQ16(131072u), 92672u);
-  EXPECT_EQ(sqrtFxQ16(0xFFFFFFFFu), 16777216u);
-}
-
-TEST(ExpLog, StatedValues) {
-  EXPECT_EQ(exp_fixed(0), 65536u);
-  EXPECT_EQ(exp_fixed(45426), 131072u);
-  EXPECT_EQ(exp_fixed(65536), 178140u);
-  EXPECT_EQ(exp_fixed(363409), 16777216u);
-  EXPECT_EQ(log_fixed(65536), 0);
-  EXPECT_EQ(log_fixed(131072), 45426);
-  EXPECT_EQ(log_fixed(1), -726817);
-  EXPECT_EQ(log_fixed(2147483647), 681391);
-  EXPECT_EQ(log_fixed(32767), -45428);
-  EXPECT_EQ(log_fixed(32768), -45426);
-}
-
-TEST(ExpLog, RoundTripIsClose) {
-  // exp and log are inverse to within a few Q16 units over the range.
-  for (int x = 1000; x < 681391; x += 7919) {
+  for (int x = 1000; x < 681391; x += 7919) {  // exp and log invert to a few Q16 units
     const unsigned int e = exp_fixed(x);
     ASSERT_LT(e, 0x80000000u);
     EXPECT_NEAR(log_fixed(static_cast<int>(e)), x, 8) << x;
@@ -74,46 +56,33 @@ TEST(ExpLog, RoundTripIsClose) {
 }
 
 TEST(Complex, Operations) {
-  complex a, b, c;
-  complex_init(&a, 1 << 28, 0);
-  complex_setvalue(&b, 0, 1 << 28);
-  complex_mul(&a, &b, &c);
-  EXPECT_EQ(c.re, 0);
-  EXPECT_EQ(c.im, 268435456);
-  complex_init(&a, -5, 7);
-  EXPECT_EQ(a.re, -5);
-  EXPECT_EQ(a.im, 7);
-  complex_add(&a, &b, &c);
-  EXPECT_EQ(c.re, -5);
-  EXPECT_EQ(c.im, 7 + (1 << 28));
-  complex_sub(&a, &b, &c);
-  EXPECT_EQ(c.im, 7 - (1 << 28));
-  a.re = INT64_MAX;
-  a.im = 0;
-  b.re = 1;
-  b.im = 0;
-  complex_add(&a, &b, &c);  // 64-bit wrap-around
-  EXPECT_EQ(c.re, INT64_MIN);
-  complex_init(&a, 8192 * 3, -8192 * 4);
-  EXPECT_EQ(complex_getpower(&a), (9 + 16) >> 10);
-  complex_init(&a, 8192 * 1024, 0);
-  EXPECT_EQ(complex_getpower(&a), 1024);
-  complex_init(&a, 1, 2);
-  complex_init(&b, 3, 4);
-  complex_swap(&a, &b);
-  EXPECT_EQ(a.re, 3);
-  EXPECT_EQ(b.im, 2);
-  complex_end(&a);
-  EXPECT_EQ(a.re, 0);
-  EXPECT_EQ(a.im, 0);
+  complex one, i, a, sq, v, sum, diff, big, wrap, pw, huge;
+  complex_init(&one, 1 << 28, 0);
+  complex_setvalue(&i, 0, 1 << 28);
+  complex_mul(&one, &i, &a);  // 1 * i = i
+  complex_init(&v, 1 << 28, 1 << 27);
+  complex_mul(&v, &v, &sq);  // (1 + i/2)^2 = 0.75 + i
+  complex_init(&v, -5, 7);   // sign-extended
+  complex_add(&v, &i, &sum);
+  complex_sub(&v, &i, &diff);
+  big = {INT64_MAX, 0};
+  complex_add(&big, &one, &wrap);  // 64-bit wrap-around
+  complex_init(&pw, -8192 * 1024, 8192 * 1024);
+  huge = {int64_t{3037000500} << 13, 0};  // the square passes 2^63: the final shift is logical
+  complex_swap(&one, &i);
+  complex_end(&v);
+  const int64_t rows[][2] = {
+      {a.re, 0}, {a.im, 1 << 28}, {sq.re, 201326592}, {sq.im, 1 << 28}, {sum.re, -5}, {sum.im, 7 + (1 << 28)},
+      {diff.re, -5}, {diff.im, 7 - (1 << 28)}, {wrap.re, INT64_MIN + (1 << 28) - 1}, {complex_getpower(&pw), 2048},
+      {complex_getpower(&huge), 9007199254883056}, {one.re, 0}, {one.im, 1 << 28}, {i.re, 1 << 28}, {i.im, 0},
+      {v.re, 0}, {v.im, 0}};
+  check_pairs(rows, std::size(rows));
 }
 
 TEST(DivQ15, QuotientsAndFatalPaths) {
-  EXPECT_EQ(div_q15(0, 5), 0);
-  EXPECT_EQ(div_q15(7, 7), 32767);
-  EXPECT_EQ(div_q15(1, 2), 16384);
-  EXPECT_EQ(div_q15(1, 3), 10922);
-  EXPECT_EQ(div_q15(32766, 32767), 32766);
+  const int64_t rows[][2] = {{div_q15(0, 5), 0},       {div_q15(7, 7), 32767},  {div_q15(1, 2), 16384},
+                             {div_q15(1, 3), 10922},   {div_q15(32766, 32767), 32766}};
+  check_pairs(rows, std::size(rows));
   EXPECT_EXIT(div_q15(1, 0), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(div_q15(3, 2), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(div_q15(-1, 2), testing::ExitedWithCode(0), "");
