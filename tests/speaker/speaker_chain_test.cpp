@@ -1,159 +1,129 @@
-// Speaker-boost chain: rate mapping, the output clamp, stereo/mono choice,
-// block order, the format wrappers and their refusal of oversize blocks.
+// Speaker-boost chain: rate classes (forwarded to the boost system), the symmetric output clamp, the
+// stereo/mono choice and block order, the format wrappers and their refusal of oversize blocks.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <climits>
 #include <cstdint>
+#include <tuple>
 #include <vector>
 
 #include "kafx_proc/speaker_boost_chain.h"
 
 namespace {
 
+using Prepare = void (*)(kedo_speaker_boost_t*);
+
 struct Chain {
   kedo_speaker_boost_t c{};
-  Chain() {
+  explicit Chain(Prepare prepare = nullptr) {
     kedo_speaker_boost_init(&c);
     kedo_speaker_boost_set_sample_rate(&c, 48000);
+    if (prepare != nullptr) prepare(&c);
   }
   ~Chain() { kedo_speaker_boost_end(&c); }
-  void all_off() {
-    kedo_speaker_boost_cb_setstatus(&c, 0);
-    kedo_speaker_boost_p_eq_setstatus(&c, 0);
-    kedo_speaker_boost_sbs_setstatus(&c, 0);
-  }
 };
 
-TEST(SpeakerChain, InitDefaultsAndRateMapping) {
+void all_off(kedo_speaker_boost_t* c) { kedo_speaker_boost_cb_setstatus(c, 0); }
+void mono(kedo_speaker_boost_t* c) { kedo_speaker_boost_set_channel_num(c, 1); }
+void balance_count_1(kedo_speaker_boost_t* c) { kedo_speaker_boost_cb_set_channel_num(c, 1); }
+void mix_then_double(kedo_speaker_boost_t* c) {
+  kedo_speaker_boost_cb_set_channel_ration(c, 8192); // left := right
+  kedo_speaker_boost_p_eq_setstatus(c, 1);
+  kedo_speaker_boost_p_eq_set_gain_left(c, 16384); // then x2 on the left
+}
+
+TEST(SpeakerChain, InitRateClassesAndLimiterAccess) {
   Chain ch;
-  EXPECT_EQ(ch.c.enable, 0);
-  EXPECT_EQ(ch.c.channel_num, 2);
-  int v = -1;
-  kedo_speaker_boost_cb_getstatus(&ch.c, &v);
-  EXPECT_EQ(v, 1);
-  kedo_speaker_boost_p_eq_getstatus(&ch.c, &v);
-  EXPECT_EQ(v, 0);
-  kedo_speaker_boost_sbs_getstatus(&ch.c, &v);
-  EXPECT_EQ(v, 0);
-  const struct {
-    unsigned rate;
-    SampleRateType cls;
-  } cases[] = {{44100, SAMPLE_RATE_44100}, {48000, SAMPLE_RATE_48000}, {22050, SAMPLE_RATE_48000},
-               {88200, SAMPLE_RATE_48000}, {96000, SAMPLE_RATE_96000}, {192000, SAMPLE_RATE_192000},
-               {176400, SAMPLE_RATE_48000}, {0, SAMPLE_RATE_48000},   {384000, SAMPLE_RATE_48000}};
-  for (const auto& t : cases) {
-    kedo_speaker_boost_set_sample_rate(&ch.c, t.rate);
-    EXPECT_EQ(ch.c.rate_type, t.cls) << t.rate;
+  int cb = -1, peq = -1, sbs = -1;
+  kedo_speaker_boost_cb_getstatus(&ch.c, &cb);
+  kedo_speaker_boost_p_eq_getstatus(&ch.c, &peq);
+  kedo_speaker_boost_sbs_getstatus(&ch.c, &sbs);
+  EXPECT_EQ((std::vector{ch.c.enable, ch.c.channel_num, cb, peq, sbs}), (std::vector{0, 2, 1, 0, 0}));
+  // Rate -> class -> the boost system's limiter block length.
+  const std::tuple<unsigned, SampleRateType, int> rates[] = {
+      {44100, SAMPLE_RATE_44100, 220}, {48000, SAMPLE_RATE_48000, 240},   {22050, SAMPLE_RATE_48000, 240},
+      {88200, SAMPLE_RATE_48000, 240}, {96000, SAMPLE_RATE_96000, 480},   {192000, SAMPLE_RATE_192000, 960},
+      {176400, SAMPLE_RATE_48000, 240}, {0, SAMPLE_RATE_48000, 240},      {384000, SAMPLE_RATE_48000, 240}};
+  for (auto [rate, cls, frame_len] : rates) {
+    kedo_speaker_boost_set_sample_rate(&ch.c, rate);
+    EXPECT_EQ(ch.c.rate_type, cls) << rate;
+    EXPECT_EQ(ch.c.sbs->frame_len, frame_len) << rate;
   }
-}
-
-TEST(SpeakerChain, AllOffOnlyClamps) {
-  Chain ch;
-  ch.all_off();
-  std::vector<int> l = {8388608, -8388608, 8388607, -8388607, 0, 2147483647, -2147483647 - 1};
-  std::vector<int> r = {-8388608, 8388608, 1, -1, 5, -5, 9000000};
-  kedo_speaker_boost_core_process(&ch.c, l.data(), r.data(), 7);
-  EXPECT_EQ(l, (std::vector<int>{8388607, -8388607, 8388607, -8388607, 0, 8388607, -8388607}));
-  EXPECT_EQ(r, (std::vector<int>{-8388607, 8388607, 1, -1, 5, -5, 8388607}));
-}
-
-TEST(SpeakerChain, MonoModeFoldsLeftAndLeavesRight) {
-  Chain ch;
-  kedo_speaker_boost_set_channel_num(&ch.c, 1);
-  int num;
-  kedo_speaker_boost_cb_get_channel_num(&ch.c, &num);
-  EXPECT_EQ(num, 1);  // the chain's setter writes the balance block's copy too
-  std::vector<int> l = {1000, 3, -9000000};
-  std::vector<int> r = {3000, 4, 100};
-  kedo_speaker_boost_core_process(&ch.c, l.data(), r.data(), 3);
-  EXPECT_EQ(l, (std::vector<int>{2000, 3, -4499950}));
-  EXPECT_EQ(r, (std::vector<int>{3000, 4, 100}));
-  // process_16 in mono mode writes the left result to both outputs.
-  int16_t il[2] = {100, -300}, ir[2] = {300, 100}, ol[2], orr[2];
-  kedo_speaker_boost_process_16(&ch.c, il, ir, ol, orr, 2);
-  EXPECT_EQ(ol[0], 200);
-  EXPECT_EQ(ol[1], -100);
-  EXPECT_EQ(orr[0], 200);
-  EXPECT_EQ(orr[1], -100);
-}
-
-TEST(SpeakerChain, BalanceChannelNumDoesNotSwitchMode) {
-  Chain ch;
-  kedo_speaker_boost_cb_set_channel_num(&ch.c, 1);
-  EXPECT_EQ(ch.c.channel_num, 2);
-  int l = 1000, r = 3000;
-  kedo_speaker_boost_core_process(&ch.c, &l, &r, 1);
-  EXPECT_EQ(l, 1000);  // still stereo: ratio 0 leaves both channels
-  EXPECT_EQ(r, 3000);
-}
-
-TEST(SpeakerChain, BalanceThenEqualizerOrder) {
-  Chain ch;
-  kedo_speaker_boost_cb_set_channel_ration(&ch.c, 8192);  // left := right
-  kedo_speaker_boost_p_eq_setstatus(&ch.c, 1);
-  kedo_speaker_boost_p_eq_set_gain_left(&ch.c, 16384);  // then x2 on the left
-  int l = 1000, r = 3000;
-  kedo_speaker_boost_core_process(&ch.c, &l, &r, 1);
-  EXPECT_EQ(l, 6000);
-  EXPECT_EQ(r, 3000);
-  int g;
-  kedo_speaker_boost_p_eq_get_gain_left(&ch.c, &g);
-  EXPECT_EQ(g, 16384);
-}
-
-TEST(SpeakerChain, FormatWrappers) {
-  Chain ch;
-  int16_t in16[4] = {32767, -32768, -1, 5};
-  int16_t out_l[4], out_r[4];
-  kedo_speaker_boost_process_16(&ch.c, in16, in16, out_l, out_r, 4);
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(out_l[i], in16[i]);
-    EXPECT_EQ(out_r[i], in16[i]);
-  }
-  // 32-bit wrapper: audio at 16x the working scale; >> 4 truncates.
-  int32_t in32[4] = {2147483647, -2147483647 - 1, 17, -17};
-  int32_t o_l[4], o_r[4];
-  kedo_speaker_boost_process_24(&ch.c, in32, in32, o_l, o_r, 4);
-  EXPECT_EQ(o_l[0], 8388607 * 16);  // clamped to 24 bits first
-  EXPECT_EQ(o_l[1], -8388607 * 16);
-  EXPECT_EQ(o_l[2], 16);
-  EXPECT_EQ(o_r[3], -32);
-  int16_t v2[1] = {1234}, v2o[1], v2r[1];
-  kedo_speaker_boost_process_v2(&ch.c, 16, v2, v2, v2o, v2r, 1);
-  EXPECT_EQ(v2o[0], 1234);
-  int32_t w[1] = {1600}, wo[1], wr[1];
-  kedo_speaker_boost_process_v2(&ch.c, 24, w, w, wo, wr, 1);
-  EXPECT_EQ(wo[0], 1600);
-}
-
-TEST(SpeakerChain, OversizeWrapperBlockIsRefused) {
-  Chain ch;
-  std::vector<int16_t> in(300, 1000), out_l(300, -7), out_r(300, -7);
-  kedo_speaker_boost_process_16(&ch.c, in.data(), in.data(), out_l.data(), out_r.data(), 300);
-  EXPECT_EQ(out_l[0], -7);
-  EXPECT_EQ(out_r[299], -7);
-  std::vector<int32_t> in32(257, 1000), o32(257, -7);
-  kedo_speaker_boost_process_24(&ch.c, in32.data(), in32.data(), o32.data(), o32.data(), 257);
-  EXPECT_EQ(o32[0], -7);
-  kedo_speaker_boost_process_16(&ch.c, in.data(), in.data(), out_l.data(), out_r.data(), 256);
-  EXPECT_EQ(out_l[255], 1000);
-}
-
-TEST(SpeakerChain, DrcParametersReachTheLimiters) {
-  Chain ch;
-  const drc_param_t p = {1, 6, 20000, 9000, 1};  // denoise threshold stored as at least 2
+  // A limiter setter reaches that limiter itself (its getter is checked with the configuration).
+  const drc_param_t p = {1, 6, 20000, 9000, 1};
   kedo_speaker_boost_sbs_set_drc_high_right(&ch.c, &p);
-  drc_param_t q{};
-  kedo_speaker_boost_sbs_get_drc_high_right(&ch.c, &q);
-  EXPECT_EQ(q.attact_order, 1);
-  EXPECT_EQ(q.release_order, 6);
-  EXPECT_EQ(q.threshold, 20000);
-  EXPECT_EQ(q.volume, 9000);
-  EXPECT_EQ(q.denoise_threshold, 2);
   EXPECT_EQ(ch.c.sbs->drc_high_right->threshold, 20000);
   EXPECT_EQ(ch.c.sbs->drc_high_left->threshold, 32767);
-  kedo_speaker_boost_sbs_get_drc_full_left(&ch.c, &q);
-  EXPECT_EQ(q.threshold, 32767);
-  EXPECT_EQ(q.release_order, 5);
 }
 
-}  // namespace
+// Core process, one block per row: how a fresh chain is prepared, the input and the expected output.
+TEST(SpeakerChain, CoreProcessCases) {
+  using V = std::vector<int>;
+  const std::tuple<const char*, Prepare, V, V, V, V> cases[] = {
+      {"all off: the symmetric clamp only", all_off, {8388608, -8388608, 8388607, -8388607, 0, INT_MAX, INT_MIN},
+       {-8388608, 8388608, 1, -1, 5, -5, 9000000}, {8388607, -8388607, 8388607, -8388607, 0, 8388607, -8388607},
+       {-8388607, 8388607, 1, -1, 5, -5, 8388607}},
+      {"mono: left is (l + r) >> 1, right only clamped", mono, {1000, 3, -9000000, 1}, {3000, 4, 100, -9000000},
+       {2000, 3, -4499950, -4500000}, {3000, 4, 100, -8388607}},
+      {"the balance's own channel count keeps stereo", balance_count_1, {1000}, {3000}, {1000}, {3000}},
+      {"balance before the equalizer", mix_then_double, {1000}, {3000}, {6000}, {3000}},
+  };
+  for (auto [what, prepare, l, r, want_l, want_r] : cases) {
+    Chain ch(prepare);
+    kedo_speaker_boost_core_process(&ch.c, l.data(), r.data(), static_cast<int>(l.size()));
+    EXPECT_EQ(l, want_l) << what;
+    EXPECT_EQ(r, want_r) << what;
+  }
+  Chain ch(mono);
+  int num = 0;
+  kedo_speaker_boost_cb_get_channel_num(&ch.c, &num);
+  EXPECT_EQ(num, 1); // the chain's setter writes the balance block's copy too
+}
+
+using Wrapper = void (*)(kedo_speaker_boost_t*, void*, void*, void*, void*, int);
+
+// Runs a wrapper on a fresh chain (prepared by `prepare`) over planar input;
+// both outputs start at -7, so a refused block shows.
+template <typename T>
+std::array<std::vector<T>, 2> wrapped(Wrapper wrapper, Prepare prepare, std::array<std::vector<T>, 2> in) {
+  Chain ch(prepare);
+  std::array<std::vector<T>, 2> out{std::vector<T>(in[0].size(), -7), std::vector<T>(in[0].size(), -7)};
+  wrapper(&ch.c, in[0].data(), in[1].data(), out[0].data(), out[1].data(), static_cast<int>(in[0].size()));
+  return out;
+}
+
+template <int Bits>
+void v2(kedo_speaker_boost_t* c, void* in_l, void* in_r, void* out_l, void* out_r, int n) {
+  kedo_speaker_boost_process_v2(c, Bits, in_l, in_r, out_l, out_r, n);
+}
+
+// 16-bit: x * 256 in, a truncating >> 8 out (saturated); 32-bit: >> 4 in, x 16 out; v2 takes 16 for the
+// first and anything else for the second; mono writes the left result to both outputs; more than the
+// 256-sample scratch is refused.
+TEST(SpeakerChain, FormatWrappers) {
+  using I16 = std::vector<int16_t>;
+  using I32 = std::vector<int32_t>;
+  using P16 = std::array<I16, 2>;
+  using P32 = std::array<I32, 2>;
+  const std::tuple<const char*, Wrapper, Prepare, P16, P16> cases16[] = {
+      {"16", kedo_speaker_boost_process_16, nullptr, {{{32767, -32768, -1, 5}, {5, -1, -32768, 32767}}},
+       {{{32767, -32768, -1, 5}, {5, -1, -32768, 32767}}}},
+      {"16 mono", kedo_speaker_boost_process_16, mono, {{{100, -300, 1, -1}, {300, 100, 0, 0}}},
+       {{{200, -100, 0, -1}, {200, -100, 0, -1}}}},
+      {"v2 16", v2<16>, nullptr, {{{1234}, {-5}}}, {{{1234}, {-5}}}},
+      {"256", kedo_speaker_boost_process_16, nullptr, {{I16(256, 1000), I16(256, 9)}}, {{I16(256, 1000), I16(256, 9)}}},
+      {"257", kedo_speaker_boost_process_16, nullptr, {{I16(257, 1000), I16(257, 9)}}, {{I16(257, -7), I16(257, -7)}}},
+  };
+  for (const auto& [what, wrapper, prepare, in, want] : cases16) EXPECT_EQ(wrapped(wrapper, prepare, in), want) << what;
+  const std::tuple<const char*, Wrapper, Prepare, P32, P32> cases32[] = {
+      {"24", kedo_speaker_boost_process_24, nullptr, {{{INT32_MAX, INT32_MIN, 17, -17}, {-17, 17, 1600, 0}}},
+       {{{8388607 * 16, -8388607 * 16, 16, -32}, {-32, 16, 1600, 0}}}},
+      {"24 mono", kedo_speaker_boost_process_24, mono, {{{1600, 16}, {0, 0}}}, {{{800, 0}, {800, 0}}}},
+      {"v2 32", v2<32>, nullptr, {{{1600}, {-17}}}, {{{1600}, {-32}}}},
+      {"257", kedo_speaker_boost_process_24, nullptr, {{I32(257, 1000), I32(257, 9)}}, {{I32(257, -7), I32(257, -7)}}},
+  };
+  for (const auto& [what, wrapper, prepare, in, want] : cases32) EXPECT_EQ(wrapped(wrapper, prepare, in), want) << what;
+}
+
+} // namespace
