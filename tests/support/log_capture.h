@@ -19,12 +19,15 @@ struct LogLine {
 // While an instance lives, every log line is recorded (and not printed).
 class LogCapture {
  public:
-  LogCapture() {
+  LogCapture() : saved_priority_(__android_log_get_minimum_priority()) {
     lines().clear();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(&LogCapture::record);
   }
-  ~LogCapture() { __android_log_set_logger(__android_log_stderr_logger); }
+  ~LogCapture() {
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(saved_priority_);
+  }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
@@ -38,6 +41,7 @@ class LogCapture {
   }
 
  private:
+  int saved_priority_;
   static std::vector<LogLine>& lines() {
     static std::vector<LogLine> v;
     return v;
