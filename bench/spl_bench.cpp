@@ -132,78 +132,34 @@ void stage(benchmark::State& bs, F f, const std::vector<In>& in, size_t out_len)
   }                                                                                            \
   BENCHMARK(BM_##Label)
 
+// Each stage is timed as ours and, when available, as the reference, with
+// the same arguments.
+#if KAFX_HAVE_WEBRTC_ORACLE
+#define STAGE_PAIR(Fn, InT, OutT, Input, OutLen, ...)                                       \
+  STAGE(kafx_##Fn, InT, OutT, Input, OutLen, kedoSpl_##Fn(__VA_ARGS__))->Name("kafx/" #Fn); \
+  STAGE(ref_##Fn, InT, OutT, Input, OutLen, WebRtcSpl_##Fn(__VA_ARGS__))->Name("webrtc/" #Fn)
+#else
+#define STAGE_PAIR(Fn, InT, OutT, Input, OutLen, ...) \
+  STAGE(kafx_##Fn, InT, OutT, Input, OutLen, kedoSpl_##Fn(__VA_ARGS__))->Name("kafx/" #Fn)
+#endif
+
 const auto kShort480 = samples(480, 2);
 const auto kInt480 = internal_samples(480, 3);
 
-STAGE(kafx_DownsampleBy2, int16_t, int16_t, kShort480, 240,
-      kedoSpl_DownsampleBy2(i, static_cast<short>(n), o, s))
-    ->Name("kafx/DownsampleBy2");
-STAGE(kafx_UpsampleBy2, int16_t, int16_t, kShort480, 960,
-      kedoSpl_UpsampleBy2(i, static_cast<short>(n), o, s))
-    ->Name("kafx/UpsampleBy2");
-STAGE(kafx_DownBy2ShortToInt, int16_t, int32_t, kShort480, 240,
-      kedoSpl_DownBy2ShortToInt(i, n, o, s))
-    ->Name("kafx/DownBy2ShortToInt");
-STAGE(kafx_DownBy2IntToShort, int32_t, int16_t, kInt480, 240, kedoSpl_DownBy2IntToShort(i, n, o, s))
-    ->Name("kafx/DownBy2IntToShort");
-STAGE(kafx_UpBy2ShortToInt, int16_t, int32_t, kShort480, 960, kedoSpl_UpBy2ShortToInt(i, n, o, s))
-    ->Name("kafx/UpBy2ShortToInt");
-STAGE(kafx_UpBy2IntToInt, int32_t, int32_t, kInt480, 960, kedoSpl_UpBy2IntToInt(i, n, o, s))
-    ->Name("kafx/UpBy2IntToInt");
-STAGE(kafx_UpBy2IntToShort, int32_t, int16_t, kInt480, 960, kedoSpl_UpBy2IntToShort(i, n, o, s))
-    ->Name("kafx/UpBy2IntToShort");
-STAGE(kafx_LPBy2ShortToInt, int16_t, int32_t, kShort480, 480, kedoSpl_LPBy2ShortToInt(i, n, o, s))
-    ->Name("kafx/LPBy2ShortToInt");
-STAGE(kafx_LPBy2IntToInt, int32_t, int32_t, kInt480, 480, kedoSpl_LPBy2IntToInt(i, n, o, s))
-    ->Name("kafx/LPBy2IntToInt");
+STAGE_PAIR(DownsampleBy2, int16_t, int16_t, kShort480, 240, i, static_cast<short>(n), o, s);
+STAGE_PAIR(UpsampleBy2, int16_t, int16_t, kShort480, 960, i, static_cast<short>(n), o, s);
+STAGE_PAIR(DownBy2ShortToInt, int16_t, int32_t, kShort480, 240, i, n, o, s);
+STAGE_PAIR(DownBy2IntToShort, int32_t, int16_t, kInt480, 240, i, n, o, s);
+STAGE_PAIR(UpBy2ShortToInt, int16_t, int32_t, kShort480, 960, i, n, o, s);
+STAGE_PAIR(UpBy2IntToInt, int32_t, int32_t, kInt480, 960, i, n, o, s);
+STAGE_PAIR(UpBy2IntToShort, int32_t, int16_t, kInt480, 960, i, n, o, s);
+STAGE_PAIR(LPBy2ShortToInt, int16_t, int32_t, kShort480, 480, i, n, o, s);
+STAGE_PAIR(LPBy2IntToInt, int32_t, int32_t, kInt480, 480, i, n, o, s);
 // Fractional stages: n = 480 input words, K = n / ratio blocks.
-STAGE(kafx_Resample48khzTo32khz, int32_t, int32_t, kInt480, 320,
-      kedoSpl_Resample48khzTo32khz(i, o, (n - 8) / 3))
-    ->Name("kafx/Resample48khzTo32khz");
-STAGE(kafx_Resample32khzTo24khz, int32_t, int32_t, kInt480, 360,
-      kedoSpl_Resample32khzTo24khz(i, o, (n - 8) / 4))
-    ->Name("kafx/Resample32khzTo24khz");
-STAGE(kafx_Resample44khzTo32khz, int32_t, int32_t, kInt480, 350,
-      kedoSpl_Resample44khzTo32khz(i, o, (n - 8) / 11))
-    ->Name("kafx/Resample44khzTo32khz");
-STAGE(kafx_32khzTo22khzIntToInt, int32_t, int32_t, kInt480, 330,
-      kedoSpl_32khzTo22khzIntToInt(i, o, (n - 8) / 16))
-    ->Name("kafx/32khzTo22khzIntToInt");
-
-#if KAFX_HAVE_WEBRTC_ORACLE
-STAGE(ref_DownsampleBy2, int16_t, int16_t, kShort480, 240, WebRtcSpl_DownsampleBy2(i, n, o, s))
-    ->Name("webrtc/DownsampleBy2");
-STAGE(ref_UpsampleBy2, int16_t, int16_t, kShort480, 960, WebRtcSpl_UpsampleBy2(i, n, o, s))
-    ->Name("webrtc/UpsampleBy2");
-STAGE(ref_DownBy2ShortToInt, int16_t, int32_t, kShort480, 240,
-      WebRtcSpl_DownBy2ShortToInt(i, n, o, s))
-    ->Name("webrtc/DownBy2ShortToInt");
-STAGE(ref_DownBy2IntToShort, int32_t, int16_t, kInt480, 240,
-      WebRtcSpl_DownBy2IntToShort(i, n, o, s))
-    ->Name("webrtc/DownBy2IntToShort");
-STAGE(ref_UpBy2ShortToInt, int16_t, int32_t, kShort480, 960, WebRtcSpl_UpBy2ShortToInt(i, n, o, s))
-    ->Name("webrtc/UpBy2ShortToInt");
-STAGE(ref_UpBy2IntToInt, int32_t, int32_t, kInt480, 960, WebRtcSpl_UpBy2IntToInt(i, n, o, s))
-    ->Name("webrtc/UpBy2IntToInt");
-STAGE(ref_UpBy2IntToShort, int32_t, int16_t, kInt480, 960, WebRtcSpl_UpBy2IntToShort(i, n, o, s))
-    ->Name("webrtc/UpBy2IntToShort");
-STAGE(ref_LPBy2ShortToInt, int16_t, int32_t, kShort480, 480, WebRtcSpl_LPBy2ShortToInt(i, n, o, s))
-    ->Name("webrtc/LPBy2ShortToInt");
-STAGE(ref_LPBy2IntToInt, int32_t, int32_t, kInt480, 480, WebRtcSpl_LPBy2IntToInt(i, n, o, s))
-    ->Name("webrtc/LPBy2IntToInt");
-STAGE(ref_Resample48khzTo32khz, int32_t, int32_t, kInt480, 320,
-      WebRtcSpl_Resample48khzTo32khz(i, o, (n - 8) / 3))
-    ->Name("webrtc/Resample48khzTo32khz");
-STAGE(ref_Resample32khzTo24khz, int32_t, int32_t, kInt480, 360,
-      WebRtcSpl_Resample32khzTo24khz(i, o, (n - 8) / 4))
-    ->Name("webrtc/Resample32khzTo24khz");
-STAGE(ref_Resample44khzTo32khz, int32_t, int32_t, kInt480, 350,
-      WebRtcSpl_Resample44khzTo32khz(i, o, (n - 8) / 11))
-    ->Name("webrtc/Resample44khzTo32khz");
-STAGE(ref_32khzTo22khzIntToInt, int32_t, int32_t, kInt480, 330,
-      WebRtcSpl_32khzTo22khzIntToInt(i, o, (n - 8) / 16))
-    ->Name("webrtc/32khzTo22khzIntToInt");
-#endif
+STAGE_PAIR(Resample48khzTo32khz, int32_t, int32_t, kInt480, 320, i, o, (n - 8) / 3);
+STAGE_PAIR(Resample32khzTo24khz, int32_t, int32_t, kInt480, 360, i, o, (n - 8) / 4);
+STAGE_PAIR(Resample44khzTo32khz, int32_t, int32_t, kInt480, 350, i, o, (n - 8) / 11);
+STAGE_PAIR(32khzTo22khzIntToInt, int32_t, int32_t, kInt480, 330, i, o, (n - 8) / 16);
 
 // ---------------------------------------------------------------------------
 // General resampler: 10 ms per call in each mode (the reference runs the

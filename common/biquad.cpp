@@ -14,11 +14,9 @@ constexpr size_t kWords = 5 * sizeof(int32_t);
 namespace kafx {
 namespace {
 
-// Block kernel in two passes per chunk. The feed-forward half
-// b0 x[n] + b1 x[n-1] + b2 x[n-2] has no feedback and runs across the chunk
-// (it vectorises where the machine has wide 32x32->64 multiplies); the
-// recursion then adds a1 y[n-1] + a2 y[n-2]. The 64-bit sum wraps, so adding
-// the two halves separately gives exactly the five-term accumulator.
+// Block kernel in two passes per chunk: the feed-forward half has no
+// feedback and runs across the chunk (it vectorises where the machine has
+// wide 32x32->64 multiplies); the feedback half then runs sample by sample.
 constexpr int kChunk = 64;
 
 struct Chunk {
@@ -31,21 +29,8 @@ KAFX_MULTIVERSION void feed_forward(const Biquad32Kernel& k, const int32_t* in, 
   c->x[1] = k.x1;
   for (int j = 0; j < n; ++j) c->x[j + 2] = shl_sat<5>(in[j]);
   for (int j = 0; j < n; ++j) {
-    c->ff[j] = static_cast<int64_t>(static_cast<uint64_t>(widen_mul(k.b0, c->x[j + 2])) +
-                                    static_cast<uint64_t>(widen_mul(k.b1, c->x[j + 1])) +
-                                    static_cast<uint64_t>(widen_mul(k.b2, c->x[j])));
+    c->ff[j] = biquad_feed_forward(k.b0, k.b1, k.b2, c->x[j + 2], c->x[j + 1], c->x[j]);
   }
-}
-
-// One step of the recursion: y = (ff + a1 y[n-1] + a2 y[n-2]) >> 28 with the
-// product rule; the output sample is y >> 5.
-[[gnu::always_inline]] inline int32_t recurse(int64_t ff, int32_t a1, int32_t a2, int32_t& y1, int32_t& y2) {
-  const uint64_t acc = static_cast<uint64_t>(ff) + static_cast<uint64_t>(widen_mul(a1, y1)) +
-                       static_cast<uint64_t>(widen_mul(a2, y2));
-  const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
-  y2 = y1;
-  y1 = y;
-  return y >> 5;
 }
 
 // N independent sections (N = 1, 2 or 4) over N buffers in one loop. The
@@ -74,11 +59,11 @@ void run_interleaved(IIR_t* const* f, int32_t* const* buf, int n) {
     int32_t* o2 = buf[N > 2 ? 2 : 0] + done;
     int32_t* o3 = buf[N > 3 ? 3 : 0] + done;
     for (int j = 0; j < m; ++j) {
-      o0[j] = recurse(c[0].ff[j], a1_0, a2_0, y1_0, y2_0);
-      if constexpr (N > 1) o1[j] = recurse(c[1].ff[j], a1_1, a2_1, y1_1, y2_1);
+      o0[j] = biquad_feedback(c[0].ff[j], a1_0, a2_0, y1_0, y2_0);
+      if constexpr (N > 1) o1[j] = biquad_feedback(c[1].ff[j], a1_1, a2_1, y1_1, y2_1);
       if constexpr (N > 2) {
-        o2[j] = recurse(c[2].ff[j], a1_2, a2_2, y1_2, y2_2);
-        o3[j] = recurse(c[3].ff[j], a1_3, a2_3, y1_3, y2_3);
+        o2[j] = biquad_feedback(c[2].ff[j], a1_2, a2_2, y1_2, y2_2);
+        o3[j] = biquad_feedback(c[3].ff[j], a1_3, a2_3, y1_3, y2_3);
       }
     }
     for (int s = 0; s < N; ++s) {

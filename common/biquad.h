@@ -16,10 +16,31 @@ inline int64_t biquad_dot5(const int32_t* c, const int32_t* w) {
   return static_cast<int64_t>(acc);
 }
 
-// The 32-bit section's per-sample steps with its state held in locals: input
-// x 32 saturated, five-term Q28 accumulation, shift-saturate-flush, output
-// y >> 5. The state goes back to the record with store().
 inline int64_t widen_mul(int32_t a, int32_t b) { return static_cast<int64_t>(a) * b; }
+
+// The two halves of a 32-bit section's Q28 accumulator. The products are
+// below 2^62 in magnitude and the sums wrap, so splitting the five-term sum
+// into a feed-forward part and a feedback part gives exactly the same value.
+inline int64_t biquad_feed_forward(int32_t b0, int32_t b1, int32_t b2, int32_t x0, int32_t x1, int32_t x2) {
+  return static_cast<int64_t>(static_cast<uint64_t>(widen_mul(b0, x0)) + static_cast<uint64_t>(widen_mul(b1, x1)) +
+                              static_cast<uint64_t>(widen_mul(b2, x2)));
+}
+
+// Adds the feedback terms, applies the product rule (shift 28, saturate,
+// flush -1), moves the output history on and returns the output y >> 5.
+[[gnu::always_inline]] inline int32_t biquad_feedback(int64_t ff, int32_t a1, int32_t a2, int32_t& y1,
+                                                      int32_t& y2) {
+  const uint64_t acc = static_cast<uint64_t>(ff) + static_cast<uint64_t>(widen_mul(a1, y1)) +
+                       static_cast<uint64_t>(widen_mul(a2, y2));
+  const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
+  y2 = y1;
+  y1 = y;
+  return y >> 5;
+}
+
+// The 32-bit section's per-sample steps with its state held in locals: input
+// x 32 saturated, then the two halves above. The state goes back to the
+// record with store().
 
 struct Biquad32Kernel {
   int32_t b0 = 0, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
@@ -33,16 +54,10 @@ struct Biquad32Kernel {
   int32_t step(int32_t in, int32_t* x0_out) {
     const int32_t x0 = shl_sat<5>(in);
     *x0_out = x0;
-    // The products are below 2^62 in magnitude; the sum wraps as in biquad_dot5.
-    const uint64_t acc = static_cast<uint64_t>(widen_mul(b0, x0)) + static_cast<uint64_t>(widen_mul(b1, x1)) +
-                         static_cast<uint64_t>(widen_mul(b2, x2)) + static_cast<uint64_t>(widen_mul(a1, y1)) +
-                         static_cast<uint64_t>(widen_mul(a2, y2));
-    const int32_t y = mul_shift<28>(static_cast<int64_t>(acc));
+    const int64_t ff = biquad_feed_forward(b0, b1, b2, x0, x1, x2);
     x2 = x1;
     x1 = x0;
-    y2 = y1;
-    y1 = y;
-    return y >> 5;
+    return biquad_feedback(ff, a1, a2, y1, y2);
   }
 
   void store(IIR_t* f, int32_t last_x0) const {
