@@ -4,6 +4,7 @@
 
 #include "kafx_proc/band_split.h"
 #include "kafx_proc/biquad.h"
+#include "kafx_proc/bp_ns.h"
 #include "kafx_proc/channel_balance.h"
 #include "kafx_proc/compressor.h"
 #include "kafx_proc/dc_remove.h"
@@ -12,6 +13,7 @@
 #include "kafx_proc/elliptic.h"
 #include "kafx_proc/equalizer.h"
 #include "kafx_proc/fixed_math.h"
+#include "kafx_proc/ns.h"
 #include "kafx_proc/notch.h"
 #include "kafx_proc/parametric_eq.h"
 #include "kafx_proc/reverb.h"
