@@ -1,0 +1,71 @@
+// Sixth-order direct-form IIR section on 24-bit working samples.
+//
+// State: x[n] .. x[n-6] (inputs << 5) in words 0..6, y[n-1] .. y[n-6] in
+// words 7..12; the coefficient table has the same layout (b0..b6, a1..a6,
+// Q20), so the accumulator is one 13-term dot product. Its 64-bit sum wraps;
+// y = sum >> 20 is kept as its low 32 bits (the filter's own scale leaves
+// headroom of 2^31 / 2^28 over a full-scale working sample << 5). The low 13
+// bits of the sum are parked in the x[n] slot, which the next input
+// overwrites, so no error is fed back.
+#include "kafx_proc/elliptic.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/fixed_point.h"
+
+using namespace kafx;
+
+namespace {
+
+constexpr int kTaps = 13;
+
+inline int32_t elliptic_step(const int32_t* c, int32_t* s, int32_t in) {
+  s[0] = wrap_shl<5>(in);
+  uint64_t acc = 0;
+  for (int i = 0; i < kTaps; ++i) acc += static_cast<uint64_t>(static_cast<int64_t>(c[i]) * s[i]);
+  const int64_t sum = static_cast<int64_t>(acc);
+  const int32_t y = flush_m1(static_cast<int32_t>(sum >> 20));
+  for (int i = kTaps - 1; i > 7; --i) s[i] = s[i - 1];  // y[n-6] <- y[n-5] .. y[n-2] <- y[n-1]
+  s[7] = y;
+  for (int i = 6; i > 0; --i) s[i] = s[i - 1];  // x[n-6] <- x[n-5] .. x[n-1] <- x[n]
+  s[0] = static_cast<int32_t>(sum & 0x1fff);
+  return flush_m1(y >> 5);
+}
+
+}  // namespace
+
+extern "C" {
+
+void elliptic_init(elliptic* e, const int* coefficients) {
+  e->coefficients = coefficients;
+  e->state = static_cast<int32_t*>(std::malloc(kTaps * sizeof(int32_t)));
+  std::memset(e->state, 0, kTaps * sizeof(int32_t));
+}
+
+void elliptic_setcoef(elliptic* e, const int* coefficients) {
+  e->coefficients = coefficients;
+  elliptic_resetstate(e);
+}
+
+void elliptic_resetstate(elliptic* e) { std::memset(e->state, 0, kTaps * sizeof(int32_t)); }
+
+void elliptic_end(elliptic* e) {
+  std::free(e->state);
+  e->state = nullptr;
+  e->coefficients = nullptr;
+}
+
+void elliptic_process(elliptic* e, int* in, int* out) { *out = elliptic_step(e->coefficients, e->state, *in); }
+
+void remove_high_freq_process(elliptic* e, int* in, int* out, int count) {
+  const int32_t* c = e->coefficients;
+  int32_t* s = e->state;
+  for (int i = 0; i < count; ++i) {
+    // The quarter-level input is left in the caller's buffer.
+    in[i] = flush_m1(in[i] >> 2);
+    out[i] = elliptic_step(c, s, in[i]);
+  }
+}
+
+}  // extern "C"
