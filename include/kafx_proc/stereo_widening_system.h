@@ -29,6 +29,7 @@
 #define KAFX_PROC_STEREO_WIDENING_SYSTEM_H
 
 #include "biquad.h"
+#include "dc_remove.h"
 #include "delay.h"
 #include "fixed_math.h"
 
@@ -38,8 +39,6 @@
 #define CROSSFEED_NETWORK_SECTIONS 6
 /* Capacity of each crossfeed delay line, samples. */
 #define CROSSFEED_NETWORK_MAX_DELAY 95
-
-struct dc_remove; /* DC-removal state (dc_remove.h): two int64, owns no memory */
 
 typedef struct difference_circuit {
   /* 0, 1, 2 left phase network (all-passes, in series)
@@ -67,8 +66,8 @@ typedef struct early_reflector {
   comber* comb_right[4]; /* 1151, 1423, 1523, 1801 */
   allpass* allpass_left[2];  /* 241, then 337 */
   allpass* allpass_right[2]; /* 269, then 367 */
-  struct dc_remove* dc_left;
-  struct dc_remove* dc_right;
+  dc_remove* dc_left; /* DC-removal states of the outputs */
+  dc_remove* dc_right;
   IIR_t* prefilter_left;  /* high-pass, 300 Hz */
   IIR_t* prefilter_right;
   int32_t wet_gain; /* Q13, init 6144 */

@@ -1,0 +1,491 @@
+// Stereo widening system: difference circuit (phase networks and mid/side
+// shaping), crossfeed network (delayed, low-passed feed of the other
+// channel) and early reflector (a small comb/all-pass room), run in that
+// order on 24-bit working samples.
+//
+// Formats: samples Q23 in int32; biquads Q28 (IIR_process_32 arithmetic);
+// side_gain, crossfeed gain, wet and dry gains, room size and damp Q13.
+// The difference circuit's sums wrap in 32 bits; its side gain and the
+// crossfeed and reflector gains are 64-bit products shifted right without
+// rounding and saturated (no -1 flush there); the crossfeed and reflector
+// mixes saturate. The quartered reflector input flushes -1 to 0.
+//
+// Each stage's block form runs one filter over the whole block at a time
+// (independent sections interleaved), which is the per-sample order of the
+// design exactly: every filter still sees its own samples in order and no
+// filter feeds back into an earlier one.
+#include "kafx_proc/stereo_widening_system.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/biquad.h"
+#include "common/fixed_point.h"
+#include "headphone/stereo_widening_system_tables.h"
+
+using namespace kafx;
+
+namespace {
+
+namespace tables = kafx::sws_tables;
+
+constexpr int kChunk = 256;  // samples per pass of the block forms (stack scratch)
+
+constexpr int kDelayLength[4] = {23, 23, 47, 95};  // crossfeed delay per rate class
+constexpr int kCombLeft[4] = {1109, 1399, 1489, 1777};
+constexpr int kCombRight[4] = {1151, 1423, 1523, 1801};
+constexpr int kAllpassLeft[2] = {241, 337};
+constexpr int kAllpassRight[2] = {269, 367};
+
+template <typename T>
+T* alloc_zeroed() {
+  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
+  std::memset(p, 0, sizeof(T));
+  return p;
+}
+
+template <typename T>
+void free_and_null(T*& p) {
+  std::free(p);
+  p = nullptr;
+}
+
+int rate_index(SampleRateType rate) {
+  const int r = static_cast<int>(rate);
+  return (r >= 0 && r <= 3) ? r : 1;
+}
+
+void copy(int32_t* dst, const int* src, int n) { std::memcpy(dst, src, static_cast<size_t>(n) * sizeof(int32_t)); }
+
+IIR_t* new_section(const int32_t* row) {
+  IIR_t* f = alloc_zeroed<IIR_t>();
+  IIR_init(f, row);
+  return f;
+}
+
+void delete_section(IIR_t*& f) {
+  IIR_end(f);
+  free_and_null(f);
+}
+
+// Q13 gain product, saturated (no flush).
+inline int32_t gain13(int32_t gain, int32_t x) { return shr_sat<13>(static_cast<int64_t>(gain) * x); }
+
+// ---------------------------------------------------------------------------
+// Difference circuit
+
+const int32_t* difference_row(int section, int rate) {
+  if (section < 6) return tables::kPhaseNetwork[section % 3][rate];
+  switch (section) {
+    case 6: return tables::kSpareBandPass[rate];
+    case 8: return tables::kSideHighPass[rate];
+    case 9: return tables::kMidBandPass[rate];
+    default: return tables::kLowPass200[rate];  // 7 and 10
+  }
+}
+
+// Steps 4 to 6 of the circuit for one sample, from the phase-network outputs
+// and the four band outputs.
+struct DifferenceMix {
+  int32_t side_gain;
+  void operator()(int32_t lf, int32_t rf, int32_t m_low, int32_t m_band, int32_t s_low, int32_t s_high,
+                  int* out_left, int* out_right) const {
+    const int32_t mid_sum = wrap_add(lf, rf);
+    const int32_t side = wrap_sub(lf, rf);
+    const int32_t side_shaped = wrap_add(wrap_sub(wrap_add(wrap_shl<1>(s_low), side >> 1), s_low >> 1), s_high);
+    const int32_t side_out = gain13(side_gain, side_shaped);
+    const int32_t mid = wrap_add(wrap_add(mid_sum, m_band >> 2), m_low) >> 1;
+    *out_left = wrap_add(wrap_add(lf >> 2, mid), side_out);
+    *out_right = wrap_sub(wrap_add(rf >> 2, mid), side_out);
+  }
+};
+
+void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left,
+                      int* out_right, int n) {
+  int32_t lf[kChunk], rf[kChunk], m_low[kChunk], m_band[kChunk], s_low[kChunk], s_high[kChunk];
+  copy(lf, in_left, n);
+  copy(rf, in_right, n);
+  IIR_t* const* s = d->section;
+  for (int k = 0; k < 3; ++k) biquad_block32_pair(s[k], lf, s[k + 3], rf, n);
+  for (int i = 0; i < n; ++i) {
+    m_low[i] = m_band[i] = wrap_add(lf[i], rf[i]);
+    s_low[i] = s_high[i] = wrap_sub(lf[i], rf[i]);
+  }
+  IIR_t* bands[4] = {s[10], s[9], s[7], s[8]};
+  int32_t* bufs[4] = {m_low, m_band, s_low, s_high};
+  biquad_block32_multi(bands, bufs, 4, n);
+  const DifferenceMix mix{d->side_gain};
+  for (int i = 0; i < n; ++i) mix(lf[i], rf[i], m_low[i], m_band[i], s_low[i], s_high[i], &out_left[i], &out_right[i]);
+}
+
+// ---------------------------------------------------------------------------
+// Crossfeed network
+
+const int32_t* crossfeed_row(int section, int rate) {
+  if (section < 2) return tables::kCrossfeedAllPass[rate];
+  if (section < 4) return tables::kCrossfeedLowPass[rate];
+  return tables::kCrossfeedHighPass[rate];
+}
+
+// Step 3: direct all-pass, plus the other side's crossfeed at gain, plus the
+// own high band at gain / 4 (a shift of 15 instead of 13).
+inline int32_t crossfeed_mix(int32_t gain, int32_t direct, int32_t cross, int32_t high) {
+  return sat_add(sat_add(direct, gain13(gain, cross)), shr_sat<15>(static_cast<int64_t>(gain) * high));
+}
+
+void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                     int n) {
+  int32_t dl[kChunk], dr[kChunk], hl[kChunk], hr[kChunk], xl[kChunk], xr[kChunk];
+  for (int i = 0; i < n; ++i) {
+    dl[i] = hl[i] = in_left[i];
+    dr[i] = hr[i] = in_right[i];
+    xl[i] = audio_delay_process(c->delay[0], in_left[i]);
+    xr[i] = audio_delay_process(c->delay[1], in_right[i]);
+  }
+  IIR_t* const* s = c->section;
+  IIR_t* f[6] = {s[0], s[1], s[4], s[5], s[2], s[3]};
+  int32_t* bufs[6] = {dl, dr, hl, hr, xl, xr};
+  biquad_block32_multi(f, bufs, 6, n);
+  for (int i = 0; i < n; ++i) {
+    out_left[i] = crossfeed_mix(c->gain, dl[i], xr[i], hl[i]);
+    out_right[i] = crossfeed_mix(c->gain, dr[i], xl[i], hr[i]);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Early reflector
+
+// Comb damping and feedback from damp and room size, as in the reverb
+// (feedback = roomsize * 0.285 + 0.705; the addition is a plain one).
+void reflector_update(early_reflector* e) {
+  const int32_t damping = gain13(e->damp, 3301);
+  const int32_t feedback = wrap_add(gain13(e->roomsize, 2333), 5779);
+  for (int k = 0; k < 4; ++k) {
+    comb_setsetdamp(e->comb_left[k], damping);
+    comb_setsetdamp(e->comb_right[k], damping);
+    comb_setfeedback(e->comb_left[k], feedback);
+    comb_setfeedback(e->comb_right[k], feedback);
+  }
+}
+
+// The room of one channel over a block: acc holds the pre-filtered, quartered
+// input on entry and the all-passed comb sum on exit.
+void reflector_room(comber* const* combs, allpass* const* allpasses, int32_t* acc, int n) {
+  int32_t q[kChunk];
+  copy(q, acc, n);
+  for (int i = 0; i < n; ++i) acc[i] = comb_process_24(q[i], combs[0]);
+  for (int k = 1; k < 4; ++k) {
+    for (int i = 0; i < n; ++i) acc[i] = wrap_add(acc[i], comb_process_24(q[i], combs[k]));
+  }
+  for (int k = 0; k < 2; ++k) {
+    for (int i = 0; i < n; ++i) acc[i] = allpass_process(acc[i], allpasses[k]);
+  }
+}
+
+inline int32_t reflector_mix(const early_reflector* e, int32_t acc, int32_t dry, dc_remove* dc) {
+  int out = sat_add(gain13(e->wet_gain, acc), gain13(e->dry_gain, dry));
+  dc_remove_process_24(dc, &out, &out);
+  return out;
+}
+
+void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                     int n) {
+  int32_t al[kChunk], ar[kChunk];
+  for (int i = 0; i < n; ++i) {
+    al[i] = flush_m1(in_left[i] >> 2);
+    ar[i] = flush_m1(in_right[i] >> 2);
+  }
+  biquad_block32_pair(e->prefilter_left, al, e->prefilter_right, ar, n);
+  reflector_room(e->comb_left, e->allpass_left, al, n);
+  reflector_room(e->comb_right, e->allpass_right, ar, n);
+  for (int i = 0; i < n; ++i) {
+    const int32_t l = reflector_mix(e, al[i], in_left[i], e->dc_left);
+    const int32_t r = reflector_mix(e, ar[i], in_right[i], e->dc_right);
+    out_left[i] = l;
+    out_right[i] = r;
+  }
+}
+
+// Runs a stage's chunk function over any count.
+template <typename Stage, typename Chunk>
+void in_chunks(Stage* st, Chunk chunk, int* in_left, int* in_right, int* out_left, int* out_right, int count) {
+  for (int done = 0; done < count; done += kChunk) {
+    const int n = count - done < kChunk ? count - done : kChunk;
+    chunk(st, in_left + done, in_right + done, out_left + done, out_right + done, n);
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---------------------------------------------------------------------------
+// difference_circuit
+
+void difference_circuit_init(difference_circuit* d) {
+  for (int k = 0; k < DIFFERENCE_CIRCUIT_SECTIONS; ++k) d->section[k] = new_section(difference_row(k, 1));
+  d->side_gain = 4096;
+}
+
+void difference_circuit_set_sample_rate(difference_circuit* d, SampleRateType rate) {
+  const int r = rate_index(rate);
+  for (int k = 0; k < DIFFERENCE_CIRCUIT_SECTIONS; ++k) IIR_reinit(d->section[k], difference_row(k, r));
+}
+
+void difference_circuit_reset(difference_circuit* d) {
+  for (IIR_t* f : d->section) IIR_reset(f);
+}
+
+void difference_circuit_end(difference_circuit* d) {
+  for (IIR_t*& f : d->section) delete_section(f);
+}
+
+void difference_circuit_set_side_gain(difference_circuit* d, int v) { d->side_gain = v; }
+void difference_circuit_get_side_gain(difference_circuit* d, int* v) { *v = d->side_gain; }
+
+void difference_circuit_process_32(difference_circuit* d, int* in_left, int* in_right, int* out_left,
+                                   int* out_right) {
+  IIR_t* const* s = d->section;
+  int32_t lf = *in_left, rf = *in_right;
+  for (int k = 0; k < 3; ++k) {
+    lf = biquad_run32(s[k], lf);
+    rf = biquad_run32(s[k + 3], rf);
+  }
+  const int32_t mid_sum = wrap_add(lf, rf);
+  const int32_t side = wrap_sub(lf, rf);
+  const int32_t m_low = biquad_run32(s[10], mid_sum);
+  const int32_t m_band = biquad_run32(s[9], mid_sum);
+  const int32_t s_low = biquad_run32(s[7], side);
+  const int32_t s_high = biquad_run32(s[8], side);
+  DifferenceMix{d->side_gain}(lf, rf, m_low, m_band, s_low, s_high, out_left, out_right);
+}
+
+void difference_circuit_process_block(difference_circuit* d, int* in_left, int* in_right, int* out_left,
+                                      int* out_right, int count) {
+  in_chunks(d, difference_chunk, in_left, in_right, out_left, out_right, count);
+}
+
+// ---------------------------------------------------------------------------
+// crossfeed_network
+
+void crossfeed_network_init(crossfeed_network* c) {
+  for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k) c->section[k] = new_section(crossfeed_row(k, 1));
+  for (audio_delay*& d : c->delay) {
+    d = alloc_zeroed<audio_delay>();
+    audio_delay_init(d, CROSSFEED_NETWORK_MAX_DELAY);
+    audio_delay_set_delay(d, kDelayLength[1]);
+  }
+  c->gain = 4096;
+}
+
+void crossfeed_network_set_sample_rate(crossfeed_network* c, SampleRateType rate) {
+  const int r = rate_index(rate);
+  for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k) IIR_reinit(c->section[k], crossfeed_row(k, r));
+  for (audio_delay* d : c->delay) audio_delay_reinit(d, kDelayLength[r]);
+}
+
+void crossfeed_network_reset(crossfeed_network* c) {
+  for (IIR_t* f : c->section) IIR_reset(f);
+  for (audio_delay* d : c->delay) audio_delay_reset(d);
+}
+
+void crossfeed_network_end(crossfeed_network* c) {
+  for (IIR_t*& f : c->section) delete_section(f);
+  for (audio_delay*& d : c->delay) {
+    audio_delay_end(d);
+    free_and_null(d);
+  }
+}
+
+void crossfeed_network_set_gain(crossfeed_network* c, int v) { c->gain = v; }
+void crossfeed_network_get_gain(crossfeed_network* c, int* v) { *v = c->gain; }
+
+void crossfeed_network_process_32(crossfeed_network* c, int* in_left, int* in_right, int* out_left,
+                                  int* out_right) {
+  IIR_t* const* s = c->section;
+  const int32_t l = *in_left, r = *in_right;
+  const int32_t dl = biquad_run32(s[0], l);
+  const int32_t dr = biquad_run32(s[1], r);
+  const int32_t hl = biquad_run32(s[4], l);
+  const int32_t hr = biquad_run32(s[5], r);
+  const int32_t xl = biquad_run32(s[2], audio_delay_process(c->delay[0], l));
+  const int32_t xr = biquad_run32(s[3], audio_delay_process(c->delay[1], r));
+  *out_left = crossfeed_mix(c->gain, dl, xr, hl);
+  *out_right = crossfeed_mix(c->gain, dr, xl, hr);
+}
+
+void crossfeed_network_process_block(crossfeed_network* c, int* in_left, int* in_right, int* out_left,
+                                     int* out_right, int count) {
+  in_chunks(c, crossfeed_chunk, in_left, in_right, out_left, out_right, count);
+}
+
+// ---------------------------------------------------------------------------
+// early_reflector
+
+void early_reflector_init(early_reflector* e) {
+  for (int k = 0; k < 4; ++k) {
+    e->comb_left[k] = alloc_zeroed<comber>();
+    comb_init(e->comb_left[k], kCombLeft[k]);
+    e->comb_right[k] = alloc_zeroed<comber>();
+    comb_init(e->comb_right[k], kCombRight[k]);
+  }
+  for (int k = 0; k < 2; ++k) {
+    e->allpass_left[k] = alloc_zeroed<allpass>();
+    allpass_init(e->allpass_left[k], kAllpassLeft[k]);
+    e->allpass_right[k] = alloc_zeroed<allpass>();
+    allpass_init(e->allpass_right[k], kAllpassRight[k]);
+  }
+  e->dc_left = alloc_zeroed<dc_remove>();
+  e->dc_right = alloc_zeroed<dc_remove>();
+  dc_remove_init(e->dc_left);
+  dc_remove_init(e->dc_right);
+  e->prefilter_left = new_section(tables::kReflectorPreFilter[1]);
+  e->prefilter_right = new_section(tables::kReflectorPreFilter[1]);
+  e->wet_gain = 6144;
+  e->dry_gain = 6144;
+  e->roomsize = 4096;
+  e->damp = 4096;
+  reflector_update(e);
+}
+
+void early_reflector_set_sample_rate(early_reflector* e, SampleRateType rate) {
+  const int r = rate_index(rate);
+  IIR_reinit(e->prefilter_left, tables::kReflectorPreFilter[r]);
+  IIR_reinit(e->prefilter_right, tables::kReflectorPreFilter[r]);
+}
+
+void early_reflector_reset(early_reflector* e) {
+  for (int k = 0; k < 4; ++k) {
+    comb_reset(e->comb_left[k]);
+    comb_reset(e->comb_right[k]);
+  }
+  for (int k = 0; k < 2; ++k) {
+    allpass_reset(e->allpass_left[k]);
+    allpass_reset(e->allpass_right[k]);
+  }
+  dc_remove_reset(e->dc_left);
+  dc_remove_reset(e->dc_right);
+  IIR_reset(e->prefilter_left);
+  IIR_reset(e->prefilter_right);
+}
+
+void early_reflector_end(early_reflector* e) {
+  for (int k = 0; k < 4; ++k) {
+    comb_end(e->comb_left[k]);
+    free_and_null(e->comb_left[k]);
+    comb_end(e->comb_right[k]);
+    free_and_null(e->comb_right[k]);
+  }
+  for (int k = 0; k < 2; ++k) {
+    allpass_end(e->allpass_left[k]);
+    free_and_null(e->allpass_left[k]);
+    allpass_end(e->allpass_right[k]);
+    free_and_null(e->allpass_right[k]);
+  }
+  dc_remove_end(e->dc_left);
+  dc_remove_end(e->dc_right);
+  free_and_null(e->dc_left);
+  free_and_null(e->dc_right);
+  delete_section(e->prefilter_left);
+  delete_section(e->prefilter_right);
+}
+
+void early_reflector_set_dry_gain(early_reflector* e, int v) { e->dry_gain = v; }
+void early_reflector_get_dry_gain(early_reflector* e, int* v) { *v = e->dry_gain; }
+void early_reflector_set_wet_gain(early_reflector* e, int v) { e->wet_gain = v; }
+void early_reflector_get_wet_gain(early_reflector* e, int* v) { *v = e->wet_gain; }
+
+void early_reflector_set_roomsize(early_reflector* e, int v) {
+  e->roomsize = v;
+  reflector_update(e);
+}
+void early_reflector_get_roomsize(early_reflector* e, int* v) { *v = e->roomsize; }
+
+void early_reflector_set_damp(early_reflector* e, int v) {
+  e->damp = v;
+  reflector_update(e);
+}
+void early_reflector_get_damp(early_reflector* e, int* v) { *v = e->damp; }
+
+void early_reflector_process_32(early_reflector* e, int* in_left, int* in_right, int* out_left, int* out_right) {
+  const int32_t l = *in_left, r = *in_right;
+  const int32_t ql = biquad_run32(e->prefilter_left, flush_m1(l >> 2));
+  const int32_t qr = biquad_run32(e->prefilter_right, flush_m1(r >> 2));
+  int32_t acc_l = 0, acc_r = 0;
+  for (int k = 0; k < 4; ++k) {
+    acc_l = wrap_add(acc_l, comb_process_24(ql, e->comb_left[k]));
+    acc_r = wrap_add(acc_r, comb_process_24(qr, e->comb_right[k]));
+  }
+  for (int k = 0; k < 2; ++k) {
+    acc_l = allpass_process(acc_l, e->allpass_left[k]);
+    acc_r = allpass_process(acc_r, e->allpass_right[k]);
+  }
+  *out_left = reflector_mix(e, acc_l, l, e->dc_left);
+  *out_right = reflector_mix(e, acc_r, r, e->dc_right);
+}
+
+void early_reflector_process_block(early_reflector* e, int* in_left, int* in_right, int* out_left,
+                                   int* out_right, int count) {
+  in_chunks(e, reflector_chunk, in_left, in_right, out_left, out_right, count);
+}
+
+// ---------------------------------------------------------------------------
+// stereo_widening_system
+
+void stereo_widening_system_init(stereo_widening_system* s) {
+  s->status = 0;
+  s->dc = alloc_zeroed<difference_circuit>();
+  s->cfn = alloc_zeroed<crossfeed_network>();
+  s->er = alloc_zeroed<early_reflector>();
+  difference_circuit_init(s->dc);
+  crossfeed_network_init(s->cfn);
+  early_reflector_init(s->er);
+}
+
+void stereo_widening_system_set_sample_rate(stereo_widening_system* s, SampleRateType rate) {
+  difference_circuit_set_sample_rate(s->dc, rate);
+  crossfeed_network_set_sample_rate(s->cfn, rate);
+  early_reflector_set_sample_rate(s->er, rate);
+}
+
+void stereo_widening_system_reset(stereo_widening_system* s) {
+  difference_circuit_reset(s->dc);
+  crossfeed_network_reset(s->cfn);
+  early_reflector_reset(s->er);
+}
+
+void stereo_widening_system_end(stereo_widening_system* s) {
+  difference_circuit_end(s->dc);
+  crossfeed_network_end(s->cfn);
+  early_reflector_end(s->er);
+  free_and_null(s->dc);
+  free_and_null(s->cfn);
+  free_and_null(s->er);
+}
+
+void stereo_widening_system_dc_set_side_gain(stereo_widening_system* s, int v) {
+  difference_circuit_set_side_gain(s->dc, v);
+}
+void stereo_widening_system_dc_get_side_gain(stereo_widening_system* s, int* v) {
+  difference_circuit_get_side_gain(s->dc, v);
+}
+void stereo_widening_system_cfn_set_gain(stereo_widening_system* s, int v) { crossfeed_network_set_gain(s->cfn, v); }
+void stereo_widening_system_cfn_get_gain(stereo_widening_system* s, int* v) { crossfeed_network_get_gain(s->cfn, v); }
+void stereo_widening_system_er_set_dry_gain(stereo_widening_system* s, int v) { early_reflector_set_dry_gain(s->er, v); }
+void stereo_widening_system_er_get_dry_gain(stereo_widening_system* s, int* v) { early_reflector_get_dry_gain(s->er, v); }
+void stereo_widening_system_er_set_wet_gain(stereo_widening_system* s, int v) { early_reflector_set_wet_gain(s->er, v); }
+void stereo_widening_system_er_get_wet_gain(stereo_widening_system* s, int* v) { early_reflector_get_wet_gain(s->er, v); }
+void stereo_widening_system_er_set_roomsize(stereo_widening_system* s, int v) { early_reflector_set_roomsize(s->er, v); }
+void stereo_widening_system_er_get_roomsize(stereo_widening_system* s, int* v) { early_reflector_get_roomsize(s->er, v); }
+void stereo_widening_system_er_set_damp(stereo_widening_system* s, int v) { early_reflector_set_damp(s->er, v); }
+void stereo_widening_system_er_get_damp(stereo_widening_system* s, int* v) { early_reflector_get_damp(s->er, v); }
+
+// Stage after stage over the block, in place in the outputs after the first.
+void stereo_widening_system_process(stereo_widening_system* s, int* in_left, int* in_right, int* out_left,
+                                    int* out_right, int count) {
+  difference_circuit_process_block(s->dc, in_left, in_right, out_left, out_right, count);
+  crossfeed_network_process_block(s->cfn, out_left, out_right, out_left, out_right, count);
+  early_reflector_process_block(s->er, out_left, out_right, out_left, out_right, count);
+}
+
+}  // extern "C"

@@ -1,0 +1,244 @@
+// Virtual bass system: 250 Hz crossover per channel, harmonics of the mono
+// bass from the non-linear device, band-limited and mixed with the all-pass
+// aligned dry bass, levelled once per block by the bass compressor and added
+// back to each channel's all-pass aligned high band.
+//
+// Formats: samples Q23 in int32; biquads Q28 (IIR_process_32 arithmetic);
+// bass_gain, harmonic_gain, high_gain Q13; the leveller's gains Q17. Gain
+// products are 64-bit, shifted right without rounding and saturated; the
+// mixes saturate and flush -1 to 0 where noted.
+//
+// The first pass runs one filter over the whole block at a time
+// (independent sections interleaved), which is the per-sample order of the
+// design exactly: every filter sees its own samples in order and none feeds
+// back into another.
+#include "kafx_proc/virtual_bass_system.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/band_split_block.h"
+#include "common/biquad.h"
+#include "common/fixed_point.h"
+#include "headphone/virtual_bass_system_tables.h"
+
+using namespace kafx;
+
+namespace {
+
+namespace tables = kafx::vbs_tables;
+
+constexpr int kMaxBlock = VIRTUAL_BASS_SYSTEM_MAX_BLOCK;
+
+// Leveller target gains (Q17) and thresholds on the envelope (peak >> 8).
+constexpr int32_t kUnityGain = 131072;
+constexpr int32_t kKneePeak = 24577;  // below: unity
+
+template <typename T>
+T* alloc_zeroed() {
+  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
+  std::memset(p, 0, sizeof(T));
+  return p;
+}
+
+template <typename T>
+void free_and_null(T*& p) {
+  std::free(p);
+  p = nullptr;
+}
+
+int rate_index(SampleRateType rate) {
+  const int r = static_cast<int>(rate);
+  return (r >= 0 && r <= 3) ? r : 1;
+}
+
+inline int32_t gain13(int32_t gain, int32_t x) { return shr_sat<13>(static_cast<int64_t>(gain) * x); }
+
+// The biquads other than the crossovers: harmonic filter, then the three
+// alignment all-passes.
+IIR_t** section(virtual_bass_system* v, int i) {
+  IIR_t** all[4] = {&v->harmonic_filter, &v->phase_left, &v->phase_right, &v->phase_bass};
+  return all[i];
+}
+
+const int32_t* section_row(int i, int rate) {
+  return i == 0 ? tables::kHarmonicLowPass[rate] : tables::kAllPass[rate];
+}
+
+// Target gain of the leveller for one block (Q17).
+int32_t leveller_target(const compressor_bass* c, int32_t peak) {
+  const int32_t env = c->envelope;
+  if (env >= 90113) return 18432;
+  if (env >= 65537) return 47104;
+  if (env >= 32769) return 71680;
+  if (peak < kKneePeak) return c->unity_gain;
+  // Soft knee, 24577 <= peak <= 32768 here (the envelope is never below the
+  // block's peak). q = (peak << 14) / 6 by the reciprocal 715827883 / 2^32.
+  const uint32_t shifted = static_cast<uint32_t>(peak) << 14;
+  const uint32_t q = static_cast<uint32_t>((static_cast<uint64_t>(shifted) * 715827883u) >> 32);
+  const uint32_t r = sqrtFxQ16(2u * sqrtFxQ16(q / 4096));
+  const int64_t t = static_cast<int64_t>(402653184 / peak) * 15 * static_cast<int64_t>(r);
+  return shr_sat<17>(t);
+}
+
+void process_block(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                   int n) {
+  int32_t high_l[kMaxBlock], high_r[kMaxBlock], low_l[kMaxBlock], low_r[kMaxBlock], h[kMaxBlock];
+  std::memcpy(high_l, in_left, static_cast<size_t>(n) * sizeof(int32_t));
+  std::memcpy(high_r, in_right, static_cast<size_t>(n) * sizeof(int32_t));
+  band_split_block_stereo(v->split_left, v->split_right, high_l, high_r, low_l, low_r, n);
+  // The mono bass (kept in low_l for the all-pass) and its harmonics.
+  int32_t* bass = low_l;
+  for (int i = 0; i < n; ++i) {
+    bass[i] = wrap_add(low_l[i], low_r[i]) >> 1;
+    NLD_process(v->nld, &bass[i], &h[i]);
+  }
+  IIR_t* f[4] = {v->harmonic_filter, v->phase_left, v->phase_right, v->phase_bass};
+  int32_t* bufs[4] = {h, high_l, high_r, bass};
+  biquad_block32_multi(f, bufs, 4, n);
+  int32_t* bb = v->bass_buffer;
+  for (int i = 0; i < n; ++i) {
+    bb[i] = flush_m1(sat_add(gain13(v->harmonic_gain, h[i]), gain13(v->bass_gain, bass[i])));
+    high_l[i] = flush_m1(gain13(v->high_gain, high_l[i]));
+    high_r[i] = flush_m1(gain13(v->high_gain, high_r[i]));
+  }
+  compressor_bass_process(v->compressor, bb, bb, n);
+  for (int i = 0; i < n; ++i) {
+    out_left[i] = sat_add(high_l[i], bb[i]);
+    out_right[i] = sat_add(high_r[i], bb[i]);
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---------------------------------------------------------------------------
+// compressor_bass
+
+void compressor_bass_init(compressor_bass* c) {
+  c->status = 1;
+  c->unity_gain = kUnityGain;
+  c->gain = 0;
+  c->envelope = 0;
+  c->reserved = 0;
+}
+
+void compressor_bass_reset(compressor_bass* c) {
+  c->gain = 0;
+  c->envelope = 0;
+  c->reserved = 0;
+}
+
+void compressor_bass_end(compressor_bass* c) { c->status = 0; }
+
+void compressor_bass_setstatus(compressor_bass* c, int status) { c->status = status; }
+void compresso_bassr_getstatus(compressor_bass* c, int* status) { *status = c->status; }
+
+int find_current_max_bass(int* buf, int count) {
+  // |x| in 32 bits: -2147483648 stays negative and so never wins.
+  int32_t peak = 0;
+  for (int i = 0; i < count; ++i) {
+    const int32_t a = buf[i] < 0 ? static_cast<int32_t>(0u - static_cast<uint32_t>(buf[i])) : buf[i];
+    peak = a > peak ? a : peak;
+  }
+  return peak >> 8;
+}
+
+void compressor_bass_process(compressor_bass* c, int* in, int* out, int count) {
+  const int32_t peak = find_current_max_bass(in, count);
+  if (c->envelope < peak) {
+    c->envelope = peak;
+  } else {
+    c->envelope -= (c->envelope - peak) >> 5;
+  }
+  const int32_t target = leveller_target(c, peak);
+  int32_t gain = c->gain;
+  for (int i = 0; i < count; ++i) {
+    if (gain > target) {
+      gain -= (gain - target) >> 7;
+    } else {
+      gain += (target - gain) >> 9;
+    }
+    if (gain < 32) gain = 0;
+    out[i] = flush_m1(shr_sat<17>(static_cast<int64_t>(in[i]) * gain));
+  }
+  c->gain = gain;
+}
+
+// ---------------------------------------------------------------------------
+// virtual_bass_system
+
+void virtual_bass_system_init(virtual_bass_system* v) {
+  v->status = 0;
+  v->bass_gain = 4096;
+  v->harmonic_gain = 4096;
+  v->high_gain = 8192;
+  v->bass_buffer = static_cast<int32_t*>(std::malloc(kMaxBlock * sizeof(int32_t)));
+  std::memset(v->bass_buffer, 0, kMaxBlock * sizeof(int32_t));
+  v->nld = alloc_zeroed<NLD>();
+  NLD_init(v->nld);
+  v->split_left = alloc_zeroed<spectral_band_split>();
+  v->split_right = alloc_zeroed<spectral_band_split>();
+  spectral_band_split_init(v->split_left, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
+  spectral_band_split_init(v->split_right, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
+  for (int i = 0; i < 4; ++i) {
+    *section(v, i) = alloc_zeroed<IIR_t>();
+    IIR_init(*section(v, i), section_row(i, 1));
+  }
+  v->compressor = alloc_zeroed<compressor_bass>();
+  compressor_bass_init(v->compressor);
+}
+
+void virtual_bass_system_set_sample_rate(virtual_bass_system* v, SampleRateType rate) {
+  const int r = rate_index(rate);
+  spectral_band_split_reinit(v->split_left, tables::kSplitLowPass[r], tables::kSplitHighPass[r]);
+  spectral_band_split_reinit(v->split_right, tables::kSplitLowPass[r], tables::kSplitHighPass[r]);
+  for (int i = 0; i < 4; ++i) IIR_reinit(*section(v, i), section_row(i, r));
+}
+
+void virtual_bass_system_reset(virtual_bass_system* v) {
+  spectral_band_split_reset(v->split_left);
+  spectral_band_split_reset(v->split_right);
+  NLD_reset(v->nld);
+  for (int i = 0; i < 4; ++i) IIR_reset(*section(v, i));
+  compressor_bass_reset(v->compressor);
+  std::memset(v->bass_buffer, 0, kMaxBlock * sizeof(int32_t));
+}
+
+void virtual_bass_system_end(virtual_bass_system* v) {
+  spectral_band_split_end(v->split_left);
+  spectral_band_split_end(v->split_right);
+  free_and_null(v->split_left);
+  free_and_null(v->split_right);
+  NLD_end(v->nld);
+  free_and_null(v->nld);
+  for (int i = 0; i < 4; ++i) {
+    IIR_end(*section(v, i));
+    free_and_null(*section(v, i));
+  }
+  compressor_bass_end(v->compressor);
+  free_and_null(v->compressor);
+  free_and_null(v->bass_buffer);
+}
+
+void virtual_bass_system_set_nld_clip_level(virtual_bass_system* v, int level) { NLD_set_clip_level(v->nld, level); }
+void virtual_bass_system_get_nld_clip_level(virtual_bass_system* v, int* level) { NLD_get_clip_level(v->nld, level); }
+void virtual_bass_system_set_nld_band_param(virtual_bass_system* v, int* coef) {
+  IIR_set_param(v->harmonic_filter, coef);
+}
+void virtual_bass_system_get_nld_band_param(virtual_bass_system* v, int* coef) {
+  IIR_get_param(v->harmonic_filter, coef);
+}
+
+// Blocks above 256 samples run as consecutive blocks of 256, each levelled
+// on its own, so that bass_buffer is never overrun.
+void virtual_bass_system_process(virtual_bass_system* v, int* in_left, int* in_right, int* out_left,
+                                 int* out_right, int count) {
+  for (int done = 0; done < count; done += kMaxBlock) {
+    const int n = count - done < kMaxBlock ? count - done : kMaxBlock;
+    process_block(v, in_left + done, in_right + done, out_left + done, out_right + done, n);
+  }
+}
+
+}  // extern "C"
