@@ -3,11 +3,13 @@
 //   kafx_calgen [--out DIR] [BLOCK...]   write the tables of the named blocks
 //                                        (all when none is named) under DIR
 //                                        (default: the current directory,
-//                                        meant to be the repository root)
+//                                        meant to be the repository root;
+//                                        missing folders are created)
 //   kafx_calgen --stdout BLOCK           print one table file
 //   kafx_calgen --list                   list the blocks and their files
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,8 @@ int usage() {
 }
 
 bool write_file(const std::string& path, const std::string& text) {
+  std::error_code ec;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
   std::FILE* f = std::fopen(path.c_str(), "wb");
   if (f == nullptr) return false;
   const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();

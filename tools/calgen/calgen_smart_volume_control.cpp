@@ -48,7 +48,7 @@ std::string generate_smart_volume_control() {
     s += std::string("    {  // ") + kRateNames[r] + "\n";
     for (int f = 0; f < 3; ++f) {
       char c[96];
-      std::snprintf(c, sizeof c, "%s: low-pass %g Hz, Q %g, designed at %g Hz", kNames[f], kCutoffs[f], kQ,
+      std::snprintf(c, sizeof c, "%s: low-pass %g Hz, Q %g (at %g Hz)", kNames[f], kCutoffs[f], kQ,
                     design_rate(r, f));
       s += "        " + row5(to_fixed(low_pass(kCutoffs[f], design_rate(r, f), kQ)), c);
     }
