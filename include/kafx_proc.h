@@ -14,6 +14,8 @@
 #include "kafx_proc/equalizer.h"
 #include "kafx_proc/fft_int.h"
 #include "kafx_proc/fixed_math.h"
+#include "kafx_proc/hp_effect.h"
+#include "kafx_proc/hp_effect_chain.h"
 #include "kafx_proc/howling_canceling.h"
 #include "kafx_proc/ns.h"
 #include "kafx_proc/notch.h"
