@@ -101,6 +101,11 @@ const StatedRow kStatedRows[] = {
      {268066611, -533162405, 265217574, 533162405, -264848730}},
     {"peq preset 48k band 1", [] { return to_fixed(peaking(150, 48000, -2, 2), kQ28); },
      {268096392, -533470927, 265477386, 533470927, -265138322}},
+    // Built-in virtual bass preset, harmonic filter: low-pass 500 Hz, Q 0.707, scale 2^28.
+    {"vbs preset 44.1k harmonic filter", [] { return to_fixed(low_pass(500, 44100, 0.707), kQ28); },
+     {324108, 648216, 324108, 509844742, -242705718}},
+    {"vbs preset 48k harmonic filter", [] { return to_fixed(low_pass(500, 48000, 0.707), kQ28); },
+     {274666, 549332, 274666, 512037650, -244700858}},
 };
 
 TEST(Calgen, DesignRulesReproduceEveryStatedRow) {
