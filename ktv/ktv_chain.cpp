@@ -1,0 +1,284 @@
+// Karaoke chain: howling canceller, gramophone, graphic equalizer, mono to
+// stereo, reverb, IIR echo and compressor over one frame of 24-bit working
+// samples at 48 kHz. The owned noise suppressor (32 kHz, between two
+// resamplers) is switched off at the top of every frame.
+#include "kafx_proc/ktv_chain.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/fixed_point.h"
+
+using namespace kafx;
+
+extern "C" {
+// Q20 high-pass at 32 kHz: 0.97949, -1.95898, 0.97949 | 1.95361, -0.95532.
+const int kFilterCoefficients[5] = {1027072, -2054144, 1027072, 2048512, -1001728};
+}
+
+namespace {
+
+constexpr int kFrameMax = KEDO_AUDIO_TX_KTV_MAX_FRAME;
+constexpr int kNsRate = 32000;
+constexpr int kVoiceRate = 48000;
+
+// A zeroed record; the block's own init then sets its fields.
+template <typename T>
+T* alloc_record() {
+  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
+  std::memset(p, 0, sizeof(T));
+  return p;
+}
+
+int32_t* alloc_frame() { return alloc_record<int32_t[kFrameMax]>()[0]; }
+
+template <typename T>
+void free_record(T** p) {
+  std::free(*p);
+  *p = nullptr;
+}
+
+SampleRateType rate_class(unsigned int rate) {
+  switch (rate) {
+    case 44100: return SAMPLE_RATE_44100;
+    case 96000: return SAMPLE_RATE_96000;
+    case 192000: return SAMPLE_RATE_192000;
+    default: return SAMPLE_RATE_48000;
+  }
+}
+
+// The noise branch: left to 16 bits in the memory of `right`, down to
+// 32 kHz, high-pass sample by sample, one suppressor frame (160 samples for
+// a 240-sample chain frame), back up to 48 kHz, and into left at 24 bits.
+void noise_branch(kedo_audio_tx_ktv_t* c, int* left, int* right, int count) {
+  auto* scratch = reinterpret_cast<short*>(right);
+  for (int i = 0; i < count; ++i) scratch[i] = sat16(left[i] >> 8);
+  int m = 0;
+  Resampler_proc(c->down, scratch, count, scratch, count, &m);
+  for (int i = 0; i < m; ++i) IIR_process_16(c->highpass, &scratch[i], &scratch[i]);
+  kedoNs_ProcessCore(c->ns, scratch, scratch);
+  Resampler_proc(c->up, scratch, m, scratch, count, &m);
+  for (int i = 0; i < count; ++i) left[i] = scratch[i] * 256;
+}
+
+}  // namespace
+
+extern "C" {
+
+void kedo_audio_tx_ktv_init(kedo_audio_tx_ktv_t* c) {
+  c->volume = kQ13One;
+  c->rate_type = SAMPLE_RATE_48000;
+  c->equalizer = alloc_record<equalizer_t>();
+  c->reverb = alloc_record<reverb_t>();
+  c->howling = alloc_record<howlingCancel>();
+  c->compressor = alloc_record<compressor_t>();
+  c->echo = alloc_record<iirecho>();
+  c->gramo = alloc_record<gramophone>();
+  c->ns = alloc_record<NsxInst_t_>();
+  c->highpass = alloc_record<IIR_t>();
+  c->down = alloc_record<Resampler_t>();
+  c->up = alloc_record<Resampler_t>();
+  c->left = alloc_frame();
+  c->right = alloc_frame();
+  equalizer_init(c->equalizer);
+  reverb_init(c->reverb);
+  howling_canceling_init(c->howling);
+  compressor_init(c->compressor, kQ13One, 0);
+  iirecho_init(c->echo);
+  gramophone_init(c->gramo);
+  kedoNs_InitCore(c->ns, kNsRate);
+  kedoNs_set_policy_core(c->ns, 3);
+  IIR_init(c->highpass, kFilterCoefficients);
+  Resampler_init(c->down);
+  Resampler_init(c->up);
+  Resampler_config(c->down, kVoiceRate, kNsRate);
+  Resampler_config(c->up, kNsRate, kVoiceRate);
+}
+
+void kedo_audio_tx_ktv_set_sample_rate(kedo_audio_tx_ktv_t* c, unsigned int rate) {
+  c->rate_type = rate_class(rate);
+  compressor_set_sample_rate(c->compressor, c->rate_type);
+  IIR_reinit(c->highpass, kFilterCoefficients);
+}
+
+void kedo_audio_tx_ktv_end(kedo_audio_tx_ktv_t* c) {
+  equalizer_end(c->equalizer);
+  reverb_end(c->reverb);
+  howling_canceling_end(c->howling);
+  compressor_end(c->compressor);
+  iirecho_end(c->echo);
+  gramophone_end(c->gramo);
+  kedoNs_FreeCore(c->ns);
+  Resampler_delete(c->down);
+  Resampler_delete(c->up);
+  IIR_end(c->highpass);
+  free_record(&c->equalizer);
+  free_record(&c->reverb);
+  free_record(&c->howling);
+  free_record(&c->compressor);
+  free_record(&c->echo);
+  free_record(&c->gramo);
+  free_record(&c->ns);
+  free_record(&c->highpass);
+  free_record(&c->down);
+  free_record(&c->up);
+  free_record(&c->left);
+  free_record(&c->right);
+}
+
+void kedo_audio_tx_ktv_set_volume(kedo_audio_tx_ktv_t* c, int volume) {
+  c->volume = volume;
+  compressor_set_volume(c->compressor, volume);
+}
+
+// --- processing ------------------------------------------------------------
+int kedo_audio_tx_ktv_core_process(kedo_audio_tx_ktv_t* c, int* left, int* right, int count) {
+  // Noise suppression is switched off at the top of every frame; the branch
+  // below is kept but never taken.
+  c->ns->canceling_status = 0;
+  if (c->ns->canceling_status != 0) noise_branch(c, left, right, count);
+  if (count < 1) return 0;  // an empty frame reaches no block
+
+  if (c->howling->status != 0) howling_canceling_process(c->howling, left, left, count);
+  if (c->gramo->status != 0) gramophone_process(c->gramo, left, left, count);
+  if (c->equalizer->status != 0) equalizer_process_mono(c->equalizer, left, left, count);
+  std::memmove(right, left, static_cast<size_t>(count) * sizeof(int));  // mono -> stereo
+  if (c->reverb->status != 0) reverb_process_stereo_24(c->reverb, left, right, left, right, count);
+  if (c->echo->status != 0) iirecho_processStereo(c->echo, left, right, left, right, count);
+  if (c->compressor->status != 0) compressor_process(c->compressor, left, right, left, right, count);
+  return 0;
+}
+
+int kedo_audio_tx_ktv_process_16(kedo_audio_tx_ktv_t* c, void* in, void* out_left, void* out_right, int count) {
+  if (c == nullptr || count > kFrameMax) return -1;  // would overrun the frame buffers
+  const auto* x = static_cast<const int16_t*>(in);
+  auto* ol = static_cast<int16_t*>(out_left);
+  auto* orr = static_cast<int16_t*>(out_right);
+  for (int i = 0; i < count; ++i) c->left[i] = x[i] * 256;
+  kedo_audio_tx_ktv_core_process(c, c->left, c->right, count);
+  for (int i = 0; i < count; ++i) {
+    ol[i] = sat16(c->left[i] >> 8);
+    orr[i] = sat16(c->right[i] >> 8);
+  }
+  return 0;
+}
+
+int kedo_audio_tx_ktv_process_24(kedo_audio_tx_ktv_t* c, void* in, void* out_left, void* out_right, int count) {
+  if (c == nullptr || count > kFrameMax) return -1;  // would overrun the frame buffers
+  const auto* x = static_cast<const int32_t*>(in);
+  auto* ol = static_cast<int32_t*>(out_left);
+  auto* orr = static_cast<int32_t*>(out_right);
+  for (int i = 0; i < count; ++i) c->left[i] = x[i] >> 4;
+  kedo_audio_tx_ktv_core_process(c, c->left, c->right, count);
+  constexpr int32_t lo = -kWorkMax - 1, hi = kWorkMax;
+  for (int i = 0; i < count; ++i) {
+    c->left[i] = c->left[i] < lo ? lo : (c->left[i] > hi ? hi : c->left[i]);
+    c->right[i] = c->right[i] < lo ? lo : (c->right[i] > hi ? hi : c->right[i]);
+    ol[i] = shl_sat<4>(c->left[i]);
+    orr[i] = shl_sat<4>(c->right[i]);
+  }
+  return 0;
+}
+
+int kedo_audio_tx_ktv_process(kedo_audio_tx_ktv_t* c, int format, void* in, void* out_left, void* out_right,
+                              int count) {
+  if (format == 16) return kedo_audio_tx_ktv_process_16(c, in, out_left, out_right, count);
+  return kedo_audio_tx_ktv_process_24(c, in, out_left, out_right, count);
+}
+
+void kedo_audio_tx_ktv_copy_left_to_right(int* left, int* right, int count) {
+  if (count > 0) std::memmove(right, left, static_cast<size_t>(count) * sizeof(int));
+}
+
+// --- accessors ---------------------------------------------------------------
+void kedo_audio_tx_ktv_eq_setparameter(kedo_audio_tx_ktv_t* c, int (*coef)[5]) {
+  equalizer_setparameter(c->equalizer, coef);
+}
+void kedo_audio_tx_ktv_eq_getparameter(kedo_audio_tx_ktv_t* c, int (*coef)[5]) {
+  equalizer_getparameter(c->equalizer, coef);
+}
+void kedo_audio_tx_ktv_eq_set_param_index(kedo_audio_tx_ktv_t* c, int* indices) {
+  equalizer_set_param_index(c->equalizer, indices, c->rate_type);
+}
+void kedo_audio_tx_ktv_eq_get_param_index(kedo_audio_tx_ktv_t* c, int* indices) {
+  equalizer_get_param_index(c->equalizer, indices);
+}
+// The equalizer's status is the first word of its record.
+void kedo_audio_tx_ktv_eq_setstatus(kedo_audio_tx_ktv_t* c, int status) { IIR_set_status(c->equalizer, status); }
+void kedo_audio_tx_ktv_eq_getstatus(kedo_audio_tx_ktv_t* c, int* status) { IIR_get_status(c->equalizer, status); }
+
+// Reverb setters re-derive the reverb's internal gains at once.
+void kedo_audio_tx_ktv_reverb_setroomsize(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setroomsize(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getroomsize(kedo_audio_tx_ktv_t* c, int* value) { reverb_getroomsize(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setdamp(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setdamp(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getdamp(kedo_audio_tx_ktv_t* c, int* value) { reverb_getdamp(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setwet(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setwet(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getwet(kedo_audio_tx_ktv_t* c, int* value) { reverb_getwet(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setdry(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setdry(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getdry(kedo_audio_tx_ktv_t* c, int* value) { reverb_getdry(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setwidth(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setwidth(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getwidth(kedo_audio_tx_ktv_t* c, int* value) { reverb_getwidth(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setgain(kedo_audio_tx_ktv_t* c, int value) {
+  reverb_setgain(c->reverb, value);
+  reverb_update(c->reverb);
+}
+void kedo_audio_tx_ktv_reverb_getgain(kedo_audio_tx_ktv_t* c, int* value) { reverb_getgain(c->reverb, value); }
+void kedo_audio_tx_ktv_reverb_setstatus(kedo_audio_tx_ktv_t* c, int status) { reverb_setstatus(c->reverb, status); }
+void kedo_audio_tx_ktv_reverb_getstatus(kedo_audio_tx_ktv_t* c, int* status) { reverb_getstatus(c->reverb, status); }
+
+void kedo_audio_tx_ktv_noise_canceling_setstatus(kedo_audio_tx_ktv_t* c, int status) {
+  c->ns->canceling_status = status;
+}
+void kedo_audio_tx_ktv_noise_canceling_getstatus(kedo_audio_tx_ktv_t* c, int* status) {
+  *status = c->ns->canceling_status;
+}
+void kedo_audio_tx_ktv_howling_canceling_setstatus(kedo_audio_tx_ktv_t* c, int status) {
+  howling_canceling_setstatus(c->howling, status);
+}
+void kedo_audio_tx_ktv_howling_canceling_getstatus(kedo_audio_tx_ktv_t* c, int* status) {
+  howling_canceling_getstatus(c->howling, status);
+}
+void kedo_audio_tx_ktv_gramophone_setstatus(kedo_audio_tx_ktv_t* c, int status) {
+  gramophone_setstatus(c->gramo, status);
+}
+void kedo_audio_tx_ktv_gramophone_getstatus(kedo_audio_tx_ktv_t* c, int* status) {
+  gramophone_getstatus(c->gramo, status);
+}
+void kedo_audio_tx_ktv_compressor_setstatus(kedo_audio_tx_ktv_t* c, int status) {
+  compressor_setstatus(c->compressor, status);
+}
+void kedo_audio_tx_ktv_compressor_getstatus(kedo_audio_tx_ktv_t* c, int* status) {
+  compressor_getstatus(c->compressor, status);
+}
+
+void kedo_audio_tx_ktv_iirecho_setstatus(kedo_audio_tx_ktv_t* c, int status) { iirecho_setstatus(c->echo, status); }
+void kedo_audio_tx_ktv_iirecho_getstatus(kedo_audio_tx_ktv_t* c, int* status) { iirecho_getstatus(c->echo, status); }
+void kedo_audio_tx_ktv_iirecho_setfeedback(kedo_audio_tx_ktv_t* c, int feedback) {
+  iirecho_setfeedback(c->echo, feedback);
+}
+void kedo_audio_tx_ktv_iirecho_getfeedback(kedo_audio_tx_ktv_t* c, int* feedback) {
+  iirecho_getfeedback(c->echo, feedback);
+}
+void kedo_audio_tx_ktv_iirecho_setdelay(kedo_audio_tx_ktv_t* c, int ms) { iirecho_setdelay(c->echo, ms); }
+void kedo_audio_tx_ktv_iirecho_getdelay(kedo_audio_tx_ktv_t* c, int* ms) { iirecho_getdelay(c->echo, ms); }
+void kedo_audio_tx_ktv_iirecho_setwet(kedo_audio_tx_ktv_t* c, int wet) { iirecho_setwet(c->echo, wet); }
+void kedo_audio_tx_ktv_iirecho_getwet(kedo_audio_tx_ktv_t* c, int* wet) { iirecho_getwet(c->echo, wet); }
+void kedo_audio_tx_ktv_iirecho_setdry(kedo_audio_tx_ktv_t* c, int dry) { iirecho_setdry(c->echo, dry); }
+void kedo_audio_tx_ktv_iirecho_getdry(kedo_audio_tx_ktv_t* c, int* dry) { iirecho_getdry(c->echo, dry); }
+
+}  // extern "C"
