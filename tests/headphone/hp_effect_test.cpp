@@ -1,0 +1,320 @@
+// Headphone front end: the rate window and its bypass, the init and parameter log lines, the block-length rule
+// on the stated frame counts (seen through the fade, which advances once per block), the fade sequence block by
+// block against a model of the smooth volume's glide, identical records, the three host formats with their
+// stated examples, click-free preset switches, and nulls and partial frames.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <numbers>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "kafx_proc/hp_effect.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using V = std::vector<int32_t>;
+using kafx_test::LogCapture;
+
+struct Hp {
+  kafx_hp_effect_t* h;
+  Hp(unsigned rate, int format) : h(static_cast<kafx_hp_effect_t*>(kafx_hp_effect_init(rate, format))) {}
+  ~Hp() { kafx_hp_effect_deinit(h); }
+  kedo_hp_effect_t* chain() { return &h->chain; }
+  // Interleaved samples in the handle's container, `frames_per_call` frames per call; returns the buffer after.
+  V run(const V& in, size_t frames_per_call) {
+    std::vector<int16_t> b16(in.begin(), in.end());
+    V b32 = in;
+    auto* bytes = h->bits == 16 ? reinterpret_cast<char*>(b16.data()) : reinterpret_cast<char*>(b32.data());
+    const size_t frame_bytes = 2 * static_cast<size_t>(h->bytes_per_sample);
+    for (size_t f = 0, frames = in.size() / 2; f < frames; f += frames_per_call)
+      kafx_hp_effect_process(h, bytes + f * frame_bytes,
+                             static_cast<unsigned>(std::min(frames_per_call, frames - f) * frame_bytes));
+    return h->bits == 16 ? V(b16.begin(), b16.end()) : b32;
+  }
+  // Runs silent blocks until the fade that init starts is over.
+  void settle() {
+    for (int i = 0; i < 8; ++i) run(V(2 * 240), 240);
+  }
+  // Only the smooth volume runs (chain off, no fade), resting at `gain` (Q13).
+  void transparent(int gain) {
+    kedo_hp_effect_debug_enable_setstatus(chain(), 1);
+    kedo_hp_effect_setstatus(chain(), 0);
+    chain()->fade_state = -1;
+    kedo_hp_effect_sv_set_volume(chain(), gain);
+    smooth_volume_set_soft_volume(chain()->smooth_volume, gain);
+  }
+};
+
+audio_effect_control_acdb_t record(int effect, int adapter, V data = {}) {
+  audio_effect_control_acdb_t r{};
+  r.effect_type = effect;
+  r.hpadapter_type = adapter;
+  std::copy(data.begin(), data.end(), r.effect_data);
+  return r;
+}
+
+V sine(size_t frames, double freq, double amplitude, int rate, double phase_r = 0.3) {
+  V v(2 * frames);
+  for (size_t i = 0; i < frames; ++i) {
+    const double w = 2 * std::numbers::pi * freq * static_cast<double>(i) / rate;
+    v[2 * i] = static_cast<int32_t>(std::lround(amplitude * std::sin(w)));
+    v[2 * i + 1] = static_cast<int32_t>(std::lround(amplitude * std::sin(w + phase_r)));
+  }
+  return v;
+}
+
+V noise(size_t n, int lo, int hi, unsigned seed) {
+  std::mt19937 rng(seed);
+  V v(n);
+  for (auto& x : v) x = std::uniform_int_distribution<int>(lo, hi)(rng);
+  return v;
+}
+
+// Messages of the front end's own tag (the chain logs under another).
+std::vector<std::string> wrapper_lines(const LogCapture& log) {
+  std::vector<std::string> out;
+  for (const auto& l : log.all())
+    if (l.tag == "kafx_hp_wrapper") out.push_back(l.message);
+  return out;
+}
+
+// The smooth volume's glide as its description states it, over n samples.
+int32_t glide(int32_t cur, int32_t target, int shift, int n) {
+  for (int i = 0; i < n; ++i) {
+    if (cur == target) continue;
+    cur += (target - cur) >> shift;
+    if (std::abs(target - cur) < (1 << shift)) cur += (target - cur) >> (shift - 2);
+    if (std::abs(target - cur) < (1 << (shift - 2))) cur = target;
+  }
+  return cur;
+}
+
+// Rates inside 44050..48050 Hz process, the rest bypass with a warning; the init line, the stored format and the
+// chain's state (its status follows the rate and starts a fade; the rate class reaches the chain).
+TEST(HpFrontEnd, InitRatesFormatsAndLogLines) {
+  const std::tuple<unsigned, int, SampleRateType> rates[] = {
+      {44049, 0, SAMPLE_RATE_48000}, {44050, 1, SAMPLE_RATE_48000}, {44100, 1, SAMPLE_RATE_44100},
+      {46000, 1, SAMPLE_RATE_48000}, {48000, 1, SAMPLE_RATE_48000}, {48050, 1, SAMPLE_RATE_48000},
+      {48051, 0, SAMPLE_RATE_48000}, {8000, 0, SAMPLE_RATE_48000},   {96000, 0, SAMPLE_RATE_96000}};
+  for (auto [rate, enabled, cls] : rates) {
+    LogCapture log;
+    Hp hp(rate, 1);
+    const std::string r = std::to_string(rate);
+    std::vector<kafx_test::LogLine> want = {
+        {ANDROID_LOG_DEBUG, "kafx_hp_wrapper", "kafx_hp_effect_init: sample_rate " + r + ", format_type 1"}};
+    if (!enabled)
+      want.push_back({ANDROID_LOG_WARN, "kafx_hp_wrapper", "kafx_hp_effect_init: sample_rate " + r + " unmatch, need bypass"});
+    ASSERT_EQ(log.all().size(), want.size()) << rate;
+    for (size_t i = 0; i < want.size(); ++i)
+      EXPECT_TRUE(log.all()[i].priority == want[i].priority && log.all()[i].tag == want[i].tag &&
+                  log.all()[i].message == want[i].message) << log.all()[i].message;
+    const kafx_hp_effect_t& s = *hp.h;
+    EXPECT_EQ((V{s.enabled, s.sample_rate, s.frame_count, s.block_len, s.chain.status, s.chain.fade_state,
+                 s.chain.rate_type}),
+              (V{enabled, static_cast<int32_t>(rate), 256, 256, enabled, 6, cls})) << rate;
+  }
+  for (auto [arg, format, bits, bytes] :
+       {std::tuple{1, 1, 16, 2}, {2, 2, 32, 4}, {3, 3, 32, 4}, {0, 0, 32, 4}, {4, 0, 32, 4}, {-1, 0, 32, 4}}) {
+    Hp hp(48000, arg);
+    EXPECT_EQ((V{hp.h->format_type, hp.h->bits, hp.h->bytes_per_sample}), (V{format, bits, bytes})) << arg;
+  }
+}
+
+// A bypassed handle leaves every format's buffer bit for bit as it was, yet keeps the record it is given.
+TEST(HpFrontEnd, UnsupportedRatesBypassBitExactly) {
+  LogCapture quiet;
+  for (unsigned rate : {44049u, 48051u, 8000u, 96000u, 192000u}) {
+    for (int format : {1, 2, 3}) {
+      Hp hp(rate, format);
+      const auto rec = record(5, 2, {3, 3, 3, 3, 3, 3, 3, 3, 3, 3});
+      kafx_hp_effect_set_parameters(hp.h, const_cast<audio_effect_control_acdb_t*>(&rec));
+      const V in = noise(2 * 1000, format == 1 ? -32768 : INT32_MIN, format == 1 ? 32767 : INT32_MAX, rate);
+      EXPECT_EQ(hp.run(in, 333), in) << rate << " " << format;
+      audio_effect_control_acdb_t back{};
+      kafx_hp_effect_get_parameters(hp.h, &back);
+      EXPECT_EQ(0, std::memcmp(&back, &rec, sizeof rec)) << rate;
+    }
+  }
+}
+
+// {frames, block length, blocks per buffer}: the length is chosen when the frame count changes (with a log line)
+// and each block moves the fade on by one state.
+TEST(HpFrontEnd, BlockLengthRuleOnStatedFrameCounts) {
+  const std::tuple<unsigned, int, int> cases[] = {{480, 240, 2}, {512, 256, 2}, {500, 256, 2}, {250, 256, 1},
+                                                  {241, 256, 1}, {300, 240, 2}, {256, 256, 1}, {720, 240, 3},
+                                                  {1, 256, 1},   {0, 240, 0},   {270, 240, 2}, {767, 256, 3}, {1000, 256, 4}};
+  for (auto [frames, block, blocks] : cases) {
+    Hp hp(48000, 2);
+    LogCapture log;
+    V buf(2 * frames + 2, 1000);
+    kafx_hp_effect_process(hp.h, buf.data(), 8 * frames);
+    EXPECT_EQ(hp.h->block_len, block) << frames;
+    EXPECT_EQ(hp.h->frame_count, static_cast<int32_t>(frames));
+    EXPECT_EQ(hp.chain()->fade_state, 6 - blocks) << frames;
+    if (frames == 256) EXPECT_TRUE(wrapper_lines(log).empty()) << "the initial frame count needs no change";
+    else EXPECT_EQ(wrapper_lines(log), std::vector<std::string>{"kafx_hp_effect_process: frame size change to " +
+                                                                std::to_string(block)}) << frames;
+    log.clear();
+    kafx_hp_effect_process(hp.h, buf.data(), 8 * frames);  // same count: no new choice, no line
+    EXPECT_TRUE(wrapper_lines(log).empty()) << frames;
+    EXPECT_EQ(hp.chain()->fade_state, std::max(-1, 6 - 2 * blocks)) << frames;
+  }
+}
+
+// A new record fades out over two blocks, is applied in the third (with the chain's two log lines), stays muted
+// for one more and fades back in from the fifth; the applied gain after each block follows the glide model fed
+// with the target of each block.
+TEST(HpFrontEnd, FadeSequenceBlockByBlock) {
+  LogCapture log;
+  Hp hp(48000, 1);
+  hp.settle();
+  kedo_hp_effect_t* c = hp.chain();
+  ASSERT_TRUE(c->fade_state == -1 && c->active == 1);
+  log.clear();
+  const auto rec = record(3, 0);
+  kafx_hp_effect_set_parameters(hp.h, const_cast<audio_effect_control_acdb_t*>(&rec));
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"kafx_hp_effect_set_parameters: effect 3 hpadapter 0"});
+  EXPECT_EQ(c->fade_state, 6);
+  const V in = sine(240, 1000, 12000, 48000);
+  // After block k: fade state, target, parametric equalizer status, log lines of the chain so far.
+  const int want[][4] = {{5, 0, 0, 1}, {4, 0, 0, 1}, {3, 0, 1, 2}, {2, 0, 1, 2},
+                         {1, 8192, 1, 2}, {0, 8192, 1, 2}, {-1, 8192, 1, 2}, {-1, 8192, 1, 2}};
+  int32_t gain = c->smooth_volume->current_gain;
+  for (int k = 0; k < 8; ++k) {
+    hp.run(in, 240);
+    gain = glide(gain, want[k][1], 7, 240);
+    EXPECT_EQ((V{c->fade_state, c->smooth_volume->target_gain, c->parameter_equalizer->status,
+                 static_cast<int32_t>(log.all().size()), c->smooth_volume->current_gain}),
+              (V{want[k][0], want[k][1], want[k][2], want[k][3], gain})) << "block " << k;
+  }
+  EXPECT_EQ(gain, 8192);
+  EXPECT_TRUE(log.all()[1].tag == "kafx_hp_proc" && log.all()[1].priority == ANDROID_LOG_DEBUG);
+  EXPECT_EQ(log.all()[1].message, "effect_type 3, hpadapter_type 0");
+}
+
+// The same record again changes nothing, not even a fade in progress: the handle goes on exactly like a twin that
+// never saw the second call. A different record does start a fade.
+TEST(HpFrontEnd, IdenticalRecordChangesNothing) {
+  const auto rec = record(5, 0, {4, -3, 2, 0, 1, -1, 2, 5, -6, 3});
+  const V in = noise(2 * 240 * 12, -20000, 20000, 7);
+  for (int blocks_before : {3, 12}) {  // during the fade (muted, state 3) and when idle
+    Hp a(44100, 1), b(44100, 1);
+    for (Hp* hp : {&a, &b}) {
+      hp->settle();
+      kafx_hp_effect_set_parameters(hp->h, const_cast<audio_effect_control_acdb_t*>(&rec));
+      hp->run(V(in.begin(), in.begin() + 2 * 240 * blocks_before), 240);
+    }
+    const int state = a.chain()->fade_state;
+    EXPECT_EQ(state, blocks_before == 3 ? 3 : -1);
+    auto again = rec;
+    kafx_hp_effect_set_parameters(a.h, &again);
+    EXPECT_EQ(a.chain()->fade_state, state) << blocks_before;
+    EXPECT_EQ(a.run(in, 240), b.run(in, 240)) << blocks_before;
+  }
+  Hp hp(44100, 1);
+  hp.settle();
+  auto other = rec;
+  other.effect_data[28] = 1;  // the last word counts too
+  kafx_hp_effect_set_parameters(hp.h, &other);
+  EXPECT_EQ(hp.chain()->fade_state, 6);
+}
+
+// Host formats with only the smooth volume running at a known gain: {format, gain (Q13), input, output}.
+TEST(HpFrontEnd, FormatConversions) {
+  const std::tuple<int, int, V, V> cases[] = {
+      // 16-bit: x * 256 in, (x >> 8) saturated out, truncating (3 at one half gives 1).
+      {1, 8192, {32767, -32768, 1, -1}, {32767, -32768, 1, -1}},
+      {1, 4096, {3, -3, -1, 1}, {1, -2, -1, 0}},
+      {1, 16384, {20000, -20000, 3, -1}, {32767, -32768, 6, -2}},
+      // 24 in 32 (and any unknown format): copied both ways, no clamp.
+      {2, 8192, {9000000, -9000000, 5, -5}, {9000000, -9000000, 5, -5}},
+      {7, 8192, {9000000, -9000000, 5, -5}, {9000000, -9000000, 5, -5}},
+      // Full scale: (x + 128) >> 8 in, saturating; x << 8 out, saturating outside 24 bits.
+      {3, 8192, {INT32_MAX, INT32_MIN, 1000, -129}, {2147483392, INT32_MIN, 1024, -256}},
+      {3, 16384, {1 << 30, -(1 << 30) - 256, 127, -129}, {INT32_MAX, INT32_MIN, 0, -512}},
+  };
+  for (const auto& [format, gain, in, want] : cases) {
+    Hp hp(48000, format);
+    hp.transparent(gain);
+    EXPECT_EQ(hp.run(in, 256), want) << format << " " << gain;
+  }
+}
+
+// Largest sample-to-sample step of channel `ch` over frames [from, to).
+int32_t largest_step(const V& s, size_t from, size_t to, int ch) {
+  int32_t m = 0;
+  for (size_t f = std::max<size_t>(from, 1); f < to; ++f) m = std::max(m, std::abs(s[2 * f + ch] - s[2 * (f - 1) + ch]));
+  return m;
+}
+
+// Switching between presets (and adapters) never steps further between two samples than the programme does on
+// either side of the switch. The same measure flags an abrupt switch that bypasses the fade.
+TEST(HpFrontEnd, PresetSwitchesAreClickFree) {
+  const auto geq = record(5, 0, {6, 5, 3, 0, -2, -3, 0, 2, 4, 6});
+  const std::tuple<audio_effect_control_acdb_t, audio_effect_control_acdb_t, unsigned> switches[] = {
+      {geq, record(3, 0), 48000}, {record(3, 0), geq, 44100}, {record(0, 1), record(0, 4), 48000},
+      {record(0, 0), record(3, 0), 48000}};
+  const size_t blocks = 40, frames = 240 * blocks, at = 240 * 20;
+  for (const auto& [from, to, rate] : switches) {
+    const V in = sine(frames, 440, 14000, static_cast<int>(rate));
+    Hp hp(rate, 1);
+    auto first = from, second = to;
+    kafx_hp_effect_set_parameters(hp.h, &first);
+    V out = hp.run(V(in.begin(), in.begin() + 2 * at), 240);
+    kafx_hp_effect_set_parameters(hp.h, &second);
+    const V rest = hp.run(V(in.begin() + 2 * at, in.end()), 240);
+    out.insert(out.end(), rest.begin(), rest.end());
+    for (int ch : {0, 1}) {
+      const int32_t own = std::max(largest_step(out, at - 2400, at, ch), largest_step(out, frames - 2400, frames, ch));
+      const int32_t across = largest_step(out, at, at + 240 * 8, ch);
+      EXPECT_GT(own, 500);  // 14000 * 2 pi * 440 / rate
+      EXPECT_LE(across, own) << from.effect_type << " -> " << to.effect_type << " ch " << ch;
+    }
+  }
+  // Control: the record applied at a block boundary without the fade clicks (the compressor's look-ahead line is
+  // cleared, so the sound stops dead).
+  const V in = sine(frames, 440, 14000, 48000);
+  Hp hp(48000, 1);
+  V out = hp.run(V(in.begin(), in.begin() + 2 * at), 240);
+  *hp.chain()->params = geq;
+  kedo_hp_effect_update_parameter(hp.chain());
+  const V rest = hp.run(V(in.begin() + 2 * at, in.end()), 240);
+  out.insert(out.end(), rest.begin(), rest.end());
+  EXPECT_GT(largest_step(out, at, at + 240 * 8, 0), 2 * largest_step(out, at - 2400, at, 0));
+}
+
+// Nulls are ignored; only whole frames are read and written (a trailing odd sample or stray bytes stay as they
+// were, also in the full-scale format whose conversion would otherwise change them).
+TEST(HpFrontEnd, NullsAndPartialFrames) {
+  kafx_hp_effect_process(nullptr, nullptr, 100);
+  kafx_hp_effect_reset(nullptr);
+  kafx_hp_effect_set_parameters(nullptr, nullptr);
+  kafx_hp_effect_get_parameters(nullptr, nullptr);
+  kafx_hp_effect_deinit(nullptr);
+  Hp hp(48000, 1);
+  hp.transparent(16384);
+  kafx_hp_effect_process(hp.h, nullptr, 100);
+  kafx_hp_effect_set_parameters(hp.h, nullptr);
+  auto untouched = record(9, 9);
+  kafx_hp_effect_get_parameters(hp.h, &untouched);
+  EXPECT_EQ(untouched.effect_type, 0);  // a real call: the record set so far (none)
+  std::vector<int16_t> s16 = {100, -100, 200, -200, 300, 0x5555, 0x5555};
+  kafx_hp_effect_process(hp.h, s16.data(), 11);  // two frames, an odd sample and a stray byte
+  EXPECT_EQ(s16, (std::vector<int16_t>{200, -200, 400, -400, 300, 0x5555, 0x5555}));
+
+  Hp full(48000, 3);
+  full.transparent(8192);
+  V s32 = {1000, -1000, 1000, 77};
+  kafx_hp_effect_process(full.h, s32.data(), 14);  // one frame, one odd sample, two stray bytes
+  EXPECT_EQ(s32, (V{1024, -1024, 1000, 77}));
+}
+
+}  // namespace
