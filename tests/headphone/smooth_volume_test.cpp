@@ -112,12 +112,12 @@ TEST(SmoothVolume, ProductRuleAndIdleBlocks) {
   for (auto& r : rows) {
     smooth_volume_set_volume(&v, r[0]);
     smooth_volume_set_soft_volume(&v, r[0]);
-    int l = r[1], rr = -r[1];
+    int l = r[1], rr = r[1] == INT_MIN ? INT_MAX : -r[1];
     int ol = 0, orr = 0;
     smooth_volume_process(&v, &l, &rr, &ol, &orr, 1);
     EXPECT_EQ(ol, r[2]) << r[0] << " " << r[1];
     EXPECT_EQ(l, r[1]);  // inputs untouched with separate outputs
-    const long long mirrored = (-static_cast<long long>(r[1]) * r[0]) >> 13;
+    const long long mirrored = (static_cast<long long>(rr) * r[0]) >> 13;
     EXPECT_EQ(orr, static_cast<int>(std::clamp<long long>(mirrored, INT_MIN, INT_MAX)));
   }
   // count < 1 changes neither samples nor the gain.
