@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ktv_run.h"
 #include "speaker_config_cmd.h"
 #include "speaker_design.h"
 #include "speaker_run.h"
@@ -29,6 +30,9 @@ void print_usage(FILE* out) {
       "  speaker-design ...\n"
       "                   turn a readable speaker tuning (equalizer bands, limiter\n"
       "                   levels, gains) into a speaker configuration file\n"
+      "  ktv [options] [VOICE.wav] OUT.wav\n"
+      "                   run a mono voice (or a built-in sung phrase) through the\n"
+      "                   karaoke voice chain into a stereo file\n"
       "\n"
       "'kafx <command> --help' describes a command.\n",
       out);
@@ -49,6 +53,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-config") == 0) return kafx_speaker_config_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "ktv") == 0) return kafx_ktv_main(argc - 1, argv + 1);
   std::fprintf(stderr, "kafx: unknown command '%s'\n\n", cmd);
   print_usage(stderr);
   return 2;

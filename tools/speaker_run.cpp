@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "audio_summary.h"
 #include "kafx_proc/speaker_boost.h"
 #include "test_signal.h"
 #include "wav_io.h"
@@ -150,21 +151,8 @@ bool readable(const std::string& path) {
 
 int format_type_of_bits(int bits) { return bits == 16 ? 1 : bits == 24 ? 2 : 3; }
 
-struct Level {
-  double peak_db;
-  double rms_db;
-};
-
-Level measure(const std::vector<int32_t>& s, size_t first, size_t count) {
-  double peak = 0.0, energy = 0.0;
-  for (size_t i = first; i < first + count; ++i) {
-    const double v = s[i] / 2147483648.0;
-    peak = std::max(peak, std::fabs(v));
-    energy += v * v;
-  }
-  auto db = [](double x) { return x > 0.0 ? 20.0 * std::log10(x) : -INFINITY; };
-  return {db(peak), db(count > 0 ? std::sqrt(energy / static_cast<double>(count)) : 0.0)};
-}
+using kafx_tool::Level;
+using kafx_tool::measure;
 
 // Host samples of the front end and back, from and to full-scale 32-bit.
 struct HostBuffer {
