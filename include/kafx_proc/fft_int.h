@@ -60,7 +60,8 @@ KAFX_API int fft_int_find_peaks(const int* level, int* peaks);
 /* Fractional peak position of bin k (1 .. 126) of a transformed spectrum, in
  * 1/256 bin: k * 256 plus the Hann two-bin interpolation
  * (2 |X[k+1]| - |X[k]|) / (|X[k]| + |X[k+1]|) towards the louder neighbour
- * (exact for a lone sine away from bin 0). */
+ * (exact for a lone sine away from bin 0; bin 1 is always interpolated
+ * towards bin 2, bin 0 holding the sine's mirror image). */
 KAFX_API int fft_int_refine(const complex* spec, int k);
 /* The whole analysis: window, transform, levels and peaks of 256 samples.
  * spec is caller scratch of 256 values; returns the number of peaks. */

@@ -1,0 +1,174 @@
+// 256-point integer FFT analysis: Hann window, radix-2 transform, levels in
+// dB and peak picking.
+//
+// Scale: a working sample x (Q23) times the Q28 window, shifted down by 23,
+// enters the transform at Q28 scale (a full-scale sample is 2^28). Each of
+// the eight butterfly stages halves its outputs, so the spectrum is the DFT
+// divided by 256: a full-scale sine centred on a bin gives |X| = 2^28 * 0.5
+// (window mean) / 2 = 2^26 there, power 2^52 (the 0 dB reference). All
+// values stay below 2^31 in magnitude, well inside the int64 parts.
+//
+// Twiddles and window come from the canceller's table of -2 cos(pi k / 128)
+// in Q28: cos(2 pi k / 256) = -T[k] / 2^29 and sin(2 pi k / 256) =
+// cos(2 pi (64 - k) / 256) = -T[|64 - k|] / 2^29.
+#include "kafx_proc/fft_int.h"
+
+#include <cstdlib>
+
+#include "common/fixed_point.h"
+#include "ktv/fft_int_detail.h"
+#include "ktv/howling_canceling_tables.h"
+
+using namespace kafx;
+
+namespace {
+
+constexpr int kN = FFT_INT_SIZE;
+constexpr int32_t kLn2Q16 = 45426;           // ln 2 in Q16
+constexpr int32_t kLnQ16Of65536 = 16 * kLn2Q16;
+constexpr int32_t kReferenceLnQ16 = 52 * kLn2Q16;  // ln 2^52
+constexpr int32_t kDbPerLnQ16 = 1112;        // (10 / ln 10) * 256 / 65536 in Q16
+
+int bit_reverse8(int i) {
+  int r = 0;
+  for (int b = 0; b < FFT_INT_STAGES; ++b) r |= ((i >> b) & 1) << (FFT_INT_STAGES - 1 - b);
+  return r;
+}
+
+// Hann window value of sample n (0 .. 255), Q28.
+int64_t hann_q28(int n) {
+  if (n > kN / 2) n = kN - n;
+  if (n == kN / 2) return kQ28One;
+  return (kQ28One >> 1) + (kHowlingCentre[n] >> 2);
+}
+
+uint64_t bin_power(const complex& z) {
+  const uint64_t re = static_cast<uint64_t>(std::llabs(z.re));
+  const uint64_t im = static_cast<uint64_t>(std::llabs(z.im));
+  return re * re + im * im;
+}
+
+// Mean level of the bins 3 to 5 away from k on both sides (mirrored at 0 and 127).
+int32_t surround_level(const int* level, int k) {
+  int32_t sum = 0;
+  for (int d = 3; d <= 5; ++d) {
+    int lo = k - d, hi = k + d;
+    if (lo < 0) lo = -lo;
+    if (hi > FFT_INT_BINS - 1) hi = 2 * (FFT_INT_BINS - 1) - hi;
+    sum += level[lo] + level[hi];
+  }
+  return sum / 6;
+}
+
+}  // namespace
+
+namespace kafx {
+
+int32_t power_level_q8(uint64_t power) {
+  if (power == 0) return FFT_INT_LEVEL_FLOOR;
+  int shift = 0;
+  while ((power >> shift) >= 0x80000000ULL) ++shift;
+  const int32_t ln = log_fixed(static_cast<int>(power >> shift)) + kLnQ16Of65536 + shift * kLn2Q16;
+  const int32_t db = static_cast<int32_t>((static_cast<int64_t>(ln - kReferenceLnQ16) * kDbPerLnQ16) >> 16);
+  return db < FFT_INT_LEVEL_FLOOR ? FFT_INT_LEVEL_FLOOR : db;
+}
+
+}  // namespace kafx
+
+extern "C" {
+
+void fft_int_window(const int* in, complex* spec) {
+  for (int n = 0; n < kN; ++n) {
+    complex& z = spec[bit_reverse8(n)];
+    z.re = (static_cast<int64_t>(in[n]) * hann_q28(n)) >> 23;
+    z.im = 0;
+  }
+}
+
+void fft_int_bitreverse(complex* spec) {
+  for (int i = 0; i < kN; ++i) {
+    const int r = bit_reverse8(i);
+    if (i < r) complex_swap(&spec[i], &spec[r]);
+  }
+}
+
+void fft_int_transform(complex* spec) {
+  for (int half = 1; half < kN; half <<= 1) {
+    const int step = (kN / 2) / half;  // twiddle index step
+    for (int j = 0; j < half; ++j) {
+      const int t = j * step;  // 0 .. 127
+      // W = cos - i sin of 2 pi t / 256, Q28.
+      complex w;
+      w.re = -static_cast<int64_t>(kHowlingCentre[t]) >> 1;
+      w.im = static_cast<int64_t>(kHowlingCentre[t < 64 ? 64 - t : t - 64]) >> 1;
+      for (int g = 0; g < kN; g += 2 * half) {
+        complex& a = spec[g + j];
+        complex& b = spec[g + j + half];
+        complex p;
+        complex_mul(&b, &w, &p);
+        const complex x = a;
+        a.re = (x.re + p.re) >> 1;
+        a.im = (x.im + p.im) >> 1;
+        b.re = (x.re - p.re) >> 1;
+        b.im = (x.im - p.im) >> 1;
+      }
+    }
+  }
+}
+
+void fft_int_level(const complex* spec, int* level) {
+  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_q8(bin_power(spec[k]));
+}
+
+int fft_int_find_peaks(const int* level, int* peaks) {
+  int n = 0;
+  for (int i = 0; i < FFT_INT_MAX_PEAKS; ++i) peaks[i] = FFT_INT_NO_PEAK;
+  for (int k = 1; k < FFT_INT_NO_PEAK; ++k) {
+    const int v = level[k];
+    if (v <= level[k - 1] || v < level[k + 1] || v < FFT_INT_PEAK_MIN_LEVEL) continue;
+    if (v - surround_level(level, k) < FFT_INT_PEAK_PROMINENCE) continue;
+    // Insert by level, loudest first; the quietest falls off the end.
+    int pos = n < FFT_INT_MAX_PEAKS ? n : FFT_INT_MAX_PEAKS - 1;
+    if (n == FFT_INT_MAX_PEAKS && v <= level[peaks[pos]]) continue;
+    while (pos > 0 && level[peaks[pos - 1]] < v) {
+      peaks[pos] = peaks[pos - 1];
+      --pos;
+    }
+    peaks[pos] = k;
+    if (n < FFT_INT_MAX_PEAKS) ++n;
+  }
+  return n;
+}
+
+int fft_int_refine(const complex* spec, int k) {
+  if (k < 1 || k > FFT_INT_BINS - 2) return k * 256;
+  const uint64_t pk = bin_power(spec[k]);
+  const uint64_t pl = bin_power(spec[k - 1]);
+  const uint64_t pr = bin_power(spec[k + 1]);
+  // Bin 0 holds the sine's mirror image at -f as much as the sine: next to
+  // it only the upper neighbour is trusted.
+  const bool right = pr >= pl || k == 1;
+  const uint64_t pn = right ? pr : pl;
+  const uint64_t top = pk > pn ? pk : pn;
+  // A common even shift brings both powers into 32 bits: the magnitudes
+  // scale alike and their ratio is kept.
+  int shift = 0;
+  while ((top >> shift) > 0xFFFFFFFFULL) shift += 2;
+  uint32_t rem = 0;
+  const int64_t a1 = isqrt_digits(static_cast<uint32_t>(pk >> shift), 1u << 30, &rem);
+  const int64_t a2 = isqrt_digits(static_cast<uint32_t>(pn >> shift), 1u << 30, &rem);
+  if (a1 + a2 == 0) return k * 256;
+  int64_t d = ((2 * a2 - a1) * 256) / (a1 + a2);
+  if (d < 0) d = 0;
+  if (d > 128) d = 128;
+  return k * 256 + static_cast<int>(right ? d : -d);
+}
+
+int fft_int_analyze(const int* in, complex* spec, int* level, int* peaks) {
+  fft_int_window(in, spec);
+  fft_int_transform(spec);
+  fft_int_level(spec, level);
+  return fft_int_find_peaks(level, peaks);
+}
+
+}  // extern "C"
