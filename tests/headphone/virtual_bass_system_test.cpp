@@ -1,0 +1,451 @@
+// Virtual bass system and its bass leveller: the system bit-exact against
+// the same processing wired from the exported crossover, NLD and biquads with
+// an independent model of the leveller (its soft knee through floating-point
+// square roots); hand-worked leveller samples and the stated examples; the
+// stated 48 kHz rows in the right sections; rate switching; 192 kHz silence;
+// long blocks, aliasing and reset.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cmath>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "headphone/virtual_bass_system_tables.h"
+#include "kafx_proc/virtual_bass_system.h"
+
+namespace {
+
+using V = std::vector<int>;
+using Row = std::array<int, 5>;
+namespace tables = kafx::vbs_tables;
+
+// Stated 48 kHz rows.
+constexpr Row kSplitLow = {70236, 140473, 70236, 524449850, -256295343};
+constexpr Row kSplitHigh = {262295162, -524590324, 262295162, 524449850, -256295343};
+constexpr Row kHarmonic = {274667, 549335, 274667, 512041066, -244704283};
+constexpr Row kAllPass = {216485068, -482129724, 268435455, 482129724, -216485068};
+
+int sat(int64_t v) { return static_cast<int>(std::clamp<int64_t>(v, INT_MIN, INT_MAX)); }
+int no_m1(int v) { return v == -1 ? 0 : v; }
+Row params(IIR_t* f) {
+  Row c;
+  IIR_get_param(f, c.data());
+  return c;
+}
+Row row(const int32_t* r) { return {r[0], r[1], r[2], r[3], r[4]}; }
+
+// The leveller from its description, in 64-bit arithmetic; the soft knee's
+// square roots in floating point (sqrtFxQ16 rounds the root to nearest).
+struct LevellerModel {
+  int64_t gain = 0, envelope = 0, unity = 131072;
+  std::set<int> regions;  // which target rule each block used
+  static int64_t sqrt_q16(int64_t x) { return std::llround(std::sqrt(static_cast<double>(x))) << 8; }
+  int64_t target(int64_t peak) {
+    const int64_t rules[3][2] = {{90113, 18432}, {65537, 47104}, {32769, 71680}};
+    for (int k = 0; k < 3; ++k) {
+      if (envelope >= rules[k][0]) return regions.insert(k), rules[k][1];
+    }
+    if (peak < 24577) return regions.insert(3), unity;
+    regions.insert(4);
+    const int64_t q = peak * 16384 / 6;
+    const int64_t r = sqrt_q16(2 * sqrt_q16(q / 4096));
+    return sat(((402653184 / peak) * 15 * r) >> 17);
+  }
+  void run(int* buf, int n) {
+    int64_t peak = 0;
+    for (int i = 0; i < n; ++i) peak = std::max<int64_t>(peak, buf[i] == INT_MIN ? 0 : std::abs(int64_t{buf[i]}));
+    peak >>= 8;
+    envelope = envelope < peak ? peak : envelope - ((envelope - peak) >> 5);
+    const int64_t t = target(peak);
+    for (int i = 0; i < n; ++i) {
+      gain += gain > t ? -((gain - t) >> 7) : (t - gain) >> 9;
+      if (gain < 32) gain = 0;
+      buf[i] = no_m1(sat((buf[i] * gain) >> 17));
+    }
+  }
+};
+
+// The system wired from the exported blocks at 48 kHz.
+struct Reference {
+  spectral_band_split split[2]{};
+  NLD nld{};
+  IIR_t harmonic{}, phase[3]{};
+  int bass_gain = 4096, harmonic_gain = 4096, high_gain = 8192;
+  LevellerModel leveller;
+  Reference() {
+    for (auto& s : split) spectral_band_split_init(&s, kSplitLow.data(), kSplitHigh.data());
+    NLD_init(&nld);
+    IIR_init(&harmonic, kHarmonic.data());
+    for (auto& p : phase) IIR_init(&p, kAllPass.data());
+  }
+  ~Reference() {
+    for (auto& s : split) spectral_band_split_end(&s);
+    NLD_end(&nld);
+    IIR_end(&harmonic);
+    for (auto& p : phase) IIR_end(&p);
+  }
+  void run(V& l, V& r) {
+    const int n = static_cast<int>(l.size());
+    V bass_buffer(n);
+    for (int i = 0; i < n; ++i) {
+      int low_l, high_l, low_r, high_r;
+      spectral_band_split_process(&split[0], &l[i], &low_l, &high_l);
+      spectral_band_split_process(&split[1], &r[i], &low_r, &high_r);
+      int bass = static_cast<int>(static_cast<unsigned>(low_l) + static_cast<unsigned>(low_r)) >> 1, h, hl, hr, b;
+      NLD_process(&nld, &bass, &h);
+      IIR_process_32(&harmonic, &h, &h);
+      IIR_process_32(&phase[0], &high_l, &hl);
+      IIR_process_32(&phase[1], &high_r, &hr);
+      IIR_process_32(&phase[2], &bass, &b);
+      bass_buffer[i] =
+          no_m1(sat(int64_t{sat((int64_t{harmonic_gain} * h) >> 13)} + sat((int64_t{bass_gain} * b) >> 13)));
+      l[i] = no_m1(sat((int64_t{high_gain} * hl) >> 13));
+      r[i] = no_m1(sat((int64_t{high_gain} * hr) >> 13));
+    }
+    leveller.run(bass_buffer.data(), n);
+    for (int i = 0; i < n; ++i) {
+      l[i] = sat(int64_t{l[i]} + bass_buffer[i]);
+      r[i] = sat(int64_t{r[i]} + bass_buffer[i]);
+    }
+  }
+};
+
+struct Vbs {
+  virtual_bass_system v{};
+  explicit Vbs(SampleRateType rate = SAMPLE_RATE_48000) {
+    virtual_bass_system_init(&v);
+    virtual_bass_system_set_sample_rate(&v, rate);
+  }
+  ~Vbs() { virtual_bass_system_end(&v); }
+  void run(V& l, V& r) {
+    virtual_bass_system_process(&v, l.data(), r.data(), l.data(), r.data(), static_cast<int>(l.size()));
+  }
+};
+
+// Bass-heavy material whose level changes from block to block (silence up to
+// full scale), so that the leveller goes through all of its rules.
+void material(V& l, V& r, size_t block, uint32_t seed) {
+  static const double kLevels[] = {0.0, 0.02, 0.05, 0.1, 0.3, 0.6, 1.0, 0.4, 0.08, 0.0, 0.01, 0.9};
+  const double amp = 8388607 * kLevels[block % 12];
+  std::mt19937 rng(seed + static_cast<uint32_t>(block));
+  for (size_t i = 0; i < l.size(); ++i) {
+    const double t = static_cast<double>(block * l.size() + i) / 48000;
+    const double noise = std::uniform_real_distribution<double>(-0.1, 0.1)(rng);
+    l[i] = static_cast<int>(amp * (0.6 * std::sin(2 * M_PI * 55 * t) + 0.3 * std::sin(2 * M_PI * 2000 * t) + noise));
+    r[i] = static_cast<int>(amp * (0.5 * std::sin(2 * M_PI * 80 * t + 1) + noise));
+  }
+}
+
+TEST(CompressorBass, InitResetEndAndPeak) {
+  compressor_bass c;
+  compressor_bass_init(&c);
+  EXPECT_EQ((V{c.status, c.unity_gain, c.gain, c.envelope, c.reserved}), (V{1, 131072, 0, 0, 0}));
+  c.gain = 5, c.envelope = 6, c.reserved = 7;
+  compressor_bass_reset(&c);
+  int st = -1;
+  compresso_bassr_getstatus(&c, &st);
+  EXPECT_EQ((V{st, c.unity_gain, c.gain, c.envelope, c.reserved}), (V{1, 131072, 0, 0, 0}));
+  compressor_bass_end(&c);
+  compresso_bassr_getstatus(&c, &st);
+  EXPECT_EQ(st, 0);
+
+  struct Case {
+    V buf;
+    int count, peak;
+  };
+  const Case cases[] = {{{}, 0, 0},
+                        {{5000}, 0, 0},
+                        {{INT_MIN}, 1, 0},
+                        {{INT_MIN, -512}, 2, 2},
+                        {{255, -255}, 2, 0},
+                        {{-256, 100}, 2, 1},
+                        {{INT_MAX, -5, 3}, 3, 8388607},
+                        {{-2147483647}, 1, 8388607}};
+  for (const Case& k : cases) {
+    V b = k.buf;
+    EXPECT_EQ(find_current_max_bass(b.data(), k.count), k.peak) << k.count;
+  }
+}
+
+// Hand-worked leveller samples.
+TEST(CompressorBass, HandWorkedSamples) {
+  compressor_bass c;
+  compressor_bass_init(&c);
+  // Silence: the gain climbs towards unity by 1/512 of the distance:
+  // 131072 >> 9 = 256, then 256 + (130816 >> 9) = 511, 511 + 255 = 766.
+  V expect_gain = {256, 511, 766};
+  for (int g : expect_gain) {
+    int x = 0;
+    compressor_bass_process(&c, &x, &x, 1);
+    EXPECT_EQ(x, 0);
+    EXPECT_EQ(c.gain, g);
+  }
+  // A block whose peak >> 8 is 40000: the envelope jumps to it and the target
+  // is 71680; from gain 0 the first sample gets 71680 >> 9 = 140, so
+  // 10240000 * 140 >> 17 = 10937.
+  compressor_bass_reset(&c);
+  V blk(4, 40000 << 8);
+  compressor_bass_process(&c, blk.data(), blk.data(), 4);
+  EXPECT_EQ(c.envelope, 40000);
+  EXPECT_EQ(blk[0], 10937);
+  EXPECT_EQ(c.gain, 140 + 139 + 139 + 139);  // (71680 - 140) >> 9 = 139, then 139 twice more
+  // Above its target the gain falls by 1/128 of the distance: peak 100000
+  // gives 18432, 131072 - ((131072 - 18432) >> 7) = 130192; a negative sample
+  // of -(1 << 17) gives -130192.
+  c.gain = 131072;
+  V loud = {100000 << 8, -(1 << 17)};
+  compressor_bass_process(&c, loud.data(), loud.data(), 2);
+  EXPECT_EQ(loud[1], -(130192 - ((130192 - 18432) >> 7)));
+  // Release: from 100000 a silent block moves the envelope down by 1/32 of
+  // the distance, and the rule still follows the envelope (18432).
+  int zero = 0;
+  compressor_bass_process(&c, &zero, &zero, 1);
+  EXPECT_EQ(c.envelope, 100000 - (100000 >> 5));
+  // A unity gain below 16384 never lifts the gain off 0 (each step is < 32).
+  compressor_bass_reset(&c);
+  c.unity_gain = 10000;
+  V quiet(200, 1000);
+  compressor_bass_process(&c, quiet.data(), quiet.data(), 200);
+  EXPECT_EQ(c.gain, 0);
+  EXPECT_EQ(quiet, V(200));
+  // Soft knee at its lower edge, peak 24577: q = (24577 << 14) / 6 = 67111594,
+  // sqrtFxQ16(16384) = 32768, sqrtFxQ16(65536) = 65536, target =
+  // 16383 * 15 * 65536 >> 17 = 122872; from gain 122872 + 128 the next gain
+  // is 122872 + 128 - 1 = 122999.
+  compressor_bass_reset(&c);
+  c.gain = 122872 + 128;
+  V knee = {24577 << 8};
+  compressor_bass_process(&c, knee.data(), knee.data(), 1);
+  EXPECT_EQ(c.gain, 122999);
+}
+
+TEST(CompressorBass, MatchesTheModelOnEveryRule) {
+  compressor_bass c;
+  compressor_bass_init(&c);
+  LevellerModel m;
+  std::mt19937 rng(3);
+  for (int b = 0; b < 400; ++b) {
+    // Peaks swept over every threshold in phases of 50 blocks (loud, quiet,
+    // knee, anything), so that the envelope also releases below 32769.
+    const int ranges[4][2] = {{0, 110000}, {0, 24576}, {24577, 32768}, {0, 70000}};
+    const auto* range = ranges[(b / 50) % 4];
+    const int top = std::uniform_int_distribution<int>(range[0], range[1])(rng) << 8;
+    const int n = std::uniform_int_distribution<int>(0, 256)(rng);
+    V x(static_cast<size_t>(n));
+    for (auto& s : x) s = std::uniform_int_distribution<int>(-top, top)(rng);
+    if (b % 50 == 7) x.assign(static_cast<size_t>(n), INT_MIN);
+    V e = x;
+    m.run(e.data(), n);
+    compressor_bass_process(&c, x.data(), x.data(), n);
+    ASSERT_EQ(x, e) << b;
+    ASSERT_EQ((V{c.gain, c.envelope}), (V{static_cast<int>(m.gain), static_cast<int>(m.envelope)})) << b;
+  }
+  EXPECT_EQ(m.regions.size(), 5u);
+}
+
+TEST(VirtualBassSystem, InitLoadsTheStatedRowsAndDefaults) {
+  virtual_bass_system v;
+  virtual_bass_system_init(&v);
+  EXPECT_EQ((V{v.status, v.bass_gain, v.harmonic_gain, v.high_gain}), (V{0, 4096, 4096, 8192}));
+  EXPECT_EQ(V(v.bass_buffer, v.bass_buffer + 256), V(256));
+  for (spectral_band_split* s : {v.split_left, v.split_right}) {
+    EXPECT_EQ(params(s->first_a), kSplitLow);
+    EXPECT_EQ(params(s->second_a), kSplitLow);
+    EXPECT_EQ(params(s->first_b), kSplitHigh);
+    EXPECT_EQ(params(s->second_b), kSplitHigh);
+  }
+  Row h;
+  virtual_bass_system_get_nld_band_param(&v, h.data());
+  EXPECT_EQ(h, kHarmonic);
+  for (IIR_t* p : {v.phase_left, v.phase_right, v.phase_bass}) EXPECT_EQ(params(p), kAllPass);
+  int level = 0;
+  virtual_bass_system_set_nld_clip_level(&v, 8192);
+  virtual_bass_system_get_nld_clip_level(&v, &level);
+  EXPECT_EQ((V{level, v.nld->clip_limit}), (V{8192, 2097152}));
+  EXPECT_EQ((V{v.compressor->status, v.compressor->unity_gain}), (V{1, 131072}));
+  virtual_bass_system_end(&v);
+  EXPECT_TRUE(v.nld == nullptr && v.split_left == nullptr && v.phase_bass == nullptr && v.compressor == nullptr &&
+              v.bass_buffer == nullptr);
+}
+
+// The chain's preset values and others, 48 kHz, blocks of 240 and odd sizes.
+TEST(VirtualBassSystem, MatchesTheCompositionOfItsBlocks) {
+  struct Params {
+    int clip_level, harmonic, bass, high;
+  };
+  const Params sets[] = {{-1, 4096, 4096, 8192},
+                         {8192, 4096, 6144, 8192},
+                         {20000, 12000, 2000, 5000},
+                         {32767, 16384, 16384, 8192}};
+  std::set<int> regions;
+  for (const Params& p : sets) {
+    Vbs sys;
+    Reference ref;
+    if (p.clip_level >= 0) {
+      virtual_bass_system_set_nld_clip_level(&sys.v, p.clip_level);
+      NLD_set_clip_level(&ref.nld, p.clip_level);
+    }
+    sys.v.harmonic_gain = ref.harmonic_gain = p.harmonic;
+    sys.v.bass_gain = ref.bass_gain = p.bass;
+    sys.v.high_gain = ref.high_gain = p.high;
+    for (size_t b = 0; b < 120; ++b) {
+      const size_t n = b % 5 == 4 ? 1 + b % 200 : 240;
+      V l(n), r(n);
+      material(l, r, b, 1);
+      V el = l, er = r;
+      ref.run(el, er);
+      sys.run(l, r);
+      ASSERT_EQ(l, el) << p.clip_level << " " << b;
+      ASSERT_EQ(r, er) << p.clip_level << " " << b;
+    }
+    regions.insert(ref.leveller.regions.begin(), ref.leveller.regions.end());
+  }
+  EXPECT_EQ(regions.size(), 5u);  // every rule of the leveller was exercised
+}
+
+// Silence: silent outputs while the leveller's gain climbs towards unity;
+// no dry bass and no harmonics: the high bands through their all-passes.
+TEST(VirtualBassSystem, SilenceAndHighBandsOnly) {
+  Vbs sys;
+  V l(240), r(240);
+  sys.run(l, r);
+  EXPECT_TRUE(l == V(240) && r == V(240));
+  LevellerModel m;
+  V zeros(240);
+  m.run(zeros.data(), 240);
+  EXPECT_EQ(sys.v.compressor->gain, m.gain);
+
+  Vbs highs;
+  highs.v.bass_gain = highs.v.harmonic_gain = 0;
+  IIR_t hp[2][2]{}, ap[2]{};
+  for (auto& side : hp)
+    for (auto& f : side) IIR_init(&f, kSplitHigh.data());
+  for (auto& f : ap) IIR_init(&f, kAllPass.data());
+  for (size_t b = 0; b < 30; ++b) {
+    material(l, r, b, 2);
+    V e[2] = {l, r};
+    for (int c = 0; c < 2; ++c) {
+      for (auto& x : e[c]) {
+        IIR_process_32(&hp[c][0], &x, &x);
+        IIR_process_32(&hp[c][1], &x, &x);
+        IIR_process_32(&ap[c], &x, &x);
+      }
+    }
+    highs.run(l, r);
+    ASSERT_EQ(l, e[0]) << b;
+    ASSERT_EQ(r, e[1]) << b;
+  }
+  for (auto& side : hp)
+    for (auto& f : side) IIR_end(&f);
+  for (auto& f : ap) IIR_end(&f);
+}
+
+// A rate change loads the rate's rows (overwriting a harmonic filter set
+// through nld_band_param) and clears the sections' histories; at 192 kHz
+// every row is zero and the output silent.
+TEST(VirtualBassSystem, RateSwitchingAndSilenceAt192k) {
+  for (int rate : {0, 2, 3, 1}) {
+    Vbs sys;
+    V l(240), r(240);
+    material(l, r, 6, 5);
+    sys.run(l, r);
+    Row custom = {1, 2, 3, 4, 5};
+    virtual_bass_system_set_nld_band_param(&sys.v, custom.data());
+    virtual_bass_system_set_sample_rate(&sys.v, static_cast<SampleRateType>(rate));
+    EXPECT_EQ(params(sys.v.harmonic_filter), row(tables::kHarmonicLowPass[rate]));
+    EXPECT_EQ(params(sys.v.phase_bass), row(tables::kAllPass[rate]));
+    EXPECT_EQ(params(sys.v.split_right->second_b), row(tables::kSplitHighPass[rate]));
+    for (IIR_t* f : {sys.v.harmonic_filter, sys.v.phase_left, sys.v.phase_right, sys.v.phase_bass,
+                     sys.v.split_left->first_a, sys.v.split_right->second_b}) {
+      EXPECT_EQ(V(f->state + 1, f->state + 5), V(4)) << rate;
+    }
+    if (rate == 1) {
+      EXPECT_EQ(params(sys.v.harmonic_filter), kHarmonic);
+    }
+    if (rate == 3) {
+      for (size_t b = 0; b < 12; ++b) {
+        material(l, r, b, 6);
+        sys.run(l, r);
+        ASSERT_TRUE(l == V(240) && r == V(240)) << b;
+      }
+    }
+  }
+  // The designs of the other rates: the crossover's branches still sum to a
+  // flat magnitude (low-pass and high-pass share their poles), and the
+  // all-passes mirror their numerators.
+  for (int rate : {0, 2}) {
+    EXPECT_EQ(tables::kSplitLowPass[rate][3], tables::kSplitHighPass[rate][3]);
+    EXPECT_EQ(tables::kSplitLowPass[rate][4], tables::kSplitHighPass[rate][4]);
+    EXPECT_EQ(tables::kAllPass[rate][3], -tables::kAllPass[rate][1]);
+    EXPECT_EQ(tables::kAllPass[rate][4], -tables::kAllPass[rate][0]);
+  }
+}
+
+// Blocks above 256 samples run as blocks of 256; outputs may alias inputs or
+// be separate; reset returns the system to its state after init.
+TEST(VirtualBassSystem, LongBlocksAliasingAndReset) {
+  Vbs one, chunks, apart;
+  V l(700), r(700);
+  material(l, r, 6, 8);
+  V cl = l, cr = r;
+  one.run(l, r);
+  for (int start : {0, 256, 512}) {
+    const int n = std::min(256, 700 - start);
+    virtual_bass_system_process(&chunks.v, cl.data() + start, cr.data() + start, cl.data() + start,
+                                cr.data() + start, n);
+  }
+  EXPECT_TRUE(l == cl && r == cr);
+  V in_l(240), in_r(240), ol(240), orr(240);
+  material(in_l, in_r, 5, 9);
+  const V keep_l = in_l, keep_r = in_r;
+  virtual_bass_system_process(&apart.v, in_l.data(), in_r.data(), ol.data(), orr.data(), 240);
+  EXPECT_TRUE(in_l == keep_l && in_r == keep_r);
+  Vbs fresh;
+  fresh.run(in_l, in_r);
+  EXPECT_TRUE(ol == in_l && orr == in_r);
+  virtual_bass_system_process(&apart.v, ol.data(), orr.data(), ol.data(), orr.data(), 0);
+
+  virtual_bass_system_reset(&one.v);
+  EXPECT_EQ(V(one.v.bass_buffer, one.v.bass_buffer + 256), V(256));
+  EXPECT_EQ((V{one.v.compressor->gain, one.v.compressor->envelope, one.v.nld->clip_current}), (V{0, 0, 2097152}));
+  Vbs again;
+  for (size_t b = 0; b < 6; ++b) {
+    V a(240), c(240);
+    material(a, c, b + 3, 4);
+    V a2 = a, c2 = c;
+    one.run(a, c);
+    again.run(a2, c2);
+    ASSERT_TRUE(a == a2 && c == c2) << b;
+  }
+}
+
+// Tail: the Q28 sections round toward minus infinity without error feedback,
+// so the 250 Hz crossover sections can hold a small negative state for ever
+// once the input stops. The output then settles to a constant a little
+// below zero (less than one 16-bit step, below -90 dBFS), never oscillating.
+TEST(VirtualBassSystem, TailSettlesToAConstant) {
+  for (int sign : {1, -1}) {
+    Vbs sys;
+    V l(240), r(240);
+    for (size_t b = 0; b < 40; ++b) {
+      material(l, r, b, 11);
+      for (auto& x : l) x *= sign;
+      sys.run(l, r);
+    }
+    for (size_t b = 0; b < 4000; ++b) {  // 20 s of silence
+      l.assign(240, 0), r.assign(240, 0);
+      sys.run(l, r);
+    }
+    const V last_l = l, last_r = r;
+    l.assign(240, 0), r.assign(240, 0);
+    sys.run(l, r);
+    EXPECT_TRUE(l == last_l && r == last_r && l == V(240, l[0]) && r == V(240, r[0])) << sign;
+    EXPECT_TRUE(l[0] > -256 && l[0] <= 0 && r[0] > -256 && r[0] <= 0) << l[0] << " " << r[0];
+  }
+}
+
+}  // namespace
