@@ -13,13 +13,18 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "host_audio.h"
 #include "kafx_proc/speaker_boost.h"
 #include "test_signal.h"
 #include "wav_io.h"
 
 namespace {
 
+using kafx_tool::format_type_of_bits;
+using kafx_tool::HostBuffer;
+using kafx_tool::parse_int;
 using kafx_tool::PcmAudio;
+using kafx_tool::readable;
 
 constexpr int kLatency = KAFX_SPEAKER_BOOST_BLOCK - 1;  // 239 frames
 constexpr int kDefaultBlock = 480;                        // 10 ms at 48 kHz
@@ -45,15 +50,6 @@ int usage_error(const std::string& message) {
 int failure(const std::string& message) {
   std::fprintf(stderr, "kafx speaker: %s\n", message.c_str());
   return 1;
-}
-
-bool parse_int(const char* text, long lo, long hi, int* value) {
-  errno = 0;
-  char* end = nullptr;
-  const long v = std::strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || v < lo || v > hi) return false;
-  *value = static_cast<int>(v);
-  return true;
 }
 
 // Counts the comma-separated decimal values of a parameter string; -1 when a
@@ -143,43 +139,8 @@ void snapshot_params(kedo_speaker_boost_t* c, kafx_sp_params_t* p) {
   kedo_speaker_boost_p_eq_getparameter_right(c, p->peq.Rfilter);
 }
 
-bool readable(const std::string& path) {
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (f != nullptr) std::fclose(f);
-  return f != nullptr;
-}
-
-int format_type_of_bits(int bits) { return bits == 16 ? 1 : bits == 24 ? 2 : 3; }
-
 using kafx_tool::Level;
 using kafx_tool::measure;
-
-// Host samples of the front end and back, from and to full-scale 32-bit.
-struct HostBuffer {
-  int format_type;
-  std::vector<int16_t> s16;
-  std::vector<int32_t> s32;
-
-  void load(const std::vector<int32_t>& full, size_t total) {
-    if (format_type == 1) {
-      s16.assign(total, 0);
-      for (size_t i = 0; i < full.size(); ++i) s16[i] = static_cast<int16_t>(full[i] >> 16);
-    } else {
-      s32.assign(total, 0);
-      for (size_t i = 0; i < full.size(); ++i) s32[i] = format_type == 2 ? full[i] >> 8 : full[i];
-    }
-  }
-  int32_t full_scale(size_t i) const {
-    if (format_type == 1) return static_cast<int32_t>(s16[i]) * 65536;
-    if (format_type == 3) return s32[i];
-    return std::clamp(s32[i], -8388608, 8388607) * 256;
-  }
-  unsigned char* bytes() {
-    return format_type == 1 ? reinterpret_cast<unsigned char*>(s16.data())
-                            : reinterpret_cast<unsigned char*>(s32.data());
-  }
-  size_t bytes_per_sample() const { return format_type == 1 ? 2 : 4; }
-};
 
 }  // namespace
 

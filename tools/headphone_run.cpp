@@ -1,0 +1,322 @@
+#include "headphone_run.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "audio_summary.h"
+#include "host_audio.h"
+#include "kafx_proc/hp_effect.h"
+#include "test_signal.h"
+#include "wav_io.h"
+
+namespace {
+
+using kafx_tool::HostBuffer;
+using kafx_tool::PcmAudio;
+
+constexpr int kDefaultBlock = 480;  // 10 ms at 48 kHz
+constexpr int kMaxBlock = 1 << 20;
+constexpr int kDataWords = 29;      // effect_data
+constexpr int kReverbValues = 6;
+constexpr int kGeqValues = EQUALIZER_BANDS;
+// Preset 4 without --reverb: a medium room, the dry signal at unity.
+constexpr int kDefaultReverb[kReverbValues] = {4096, 4096, 2730, 4096, 8192, 127};
+
+struct Options {
+  int effect = -1;   // -1: not given
+  int adapter = -1;
+  std::string record_in;
+  std::string record_out;
+  std::vector<int> reverb;
+  std::vector<int> geq;
+  int format_bits = 0;  // 0: follow the file
+  int block = kDefaultBlock;
+  std::string in_path;
+  std::string out_path;
+};
+
+int usage_error(const std::string& message) {
+  std::fprintf(stderr, "kafx headphone: %s\n(see 'kafx headphone --help')\n", message.c_str());
+  return 2;
+}
+
+int failure(const std::string& message) {
+  std::fprintf(stderr, "kafx headphone: %s\n", message.c_str());
+  return 1;
+}
+
+// Returns 0 when the options are complete, otherwise an exit code (-1: help shown).
+int parse_options(int argc, char** argv, Options* o) {
+  std::vector<std::string> positional;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "-h" || a == "--help") {
+      std::fputs(kafx_headphone_usage(), stdout);
+      return -1;
+    }
+    const bool takes_value = a == "--effect" || a == "--adapter" || a == "--record" || a == "--save-record" ||
+                             a == "--reverb" || a == "--geq" || a == "--format" || a == "--block";
+    if (takes_value) {
+      if (i + 1 >= argc) return usage_error(a + " needs a value");
+      const char* v = argv[++i];
+      if (a == "--effect") {
+        if (!kafx_tool::parse_int(v, 0, 5, &o->effect)) return usage_error("--effect must be 0 to 5");
+      } else if (a == "--adapter") {
+        if (!kafx_tool::parse_int(v, 0, 7, &o->adapter)) return usage_error("--adapter must be 0 to 7");
+      } else if (a == "--record") {
+        o->record_in = v;
+      } else if (a == "--save-record") {
+        o->record_out = v;
+      } else if (a == "--reverb") {
+        if (!kafx_tool::parse_int_list(v, kReverbValues, INT32_MIN, INT32_MAX, &o->reverb))
+          return usage_error("--reverb needs six comma-separated integers: room,damp,wet,dry,width,gain");
+      } else if (a == "--geq") {
+        if (!kafx_tool::parse_int_list(v, kGeqValues, -15, 15, &o->geq))
+          return usage_error("--geq needs ten comma-separated gain steps from -15 to 15");
+      } else if (a == "--format") {
+        if (!kafx_tool::parse_int(v, 16, 32, &o->format_bits) ||
+            (o->format_bits != 16 && o->format_bits != 24 && o->format_bits != 32))
+          return usage_error("--format must be 16, 24 or 32");
+      } else if (!kafx_tool::parse_int(v, 1, kMaxBlock, &o->block)) {
+        return usage_error("--block must be a frame count from 1 to " + std::to_string(kMaxBlock));
+      }
+    } else if (a.size() > 1 && a[0] == '-') {
+      return usage_error("unknown option '" + a + "'");
+    } else {
+      positional.push_back(a);
+    }
+  }
+  if (positional.empty() || positional.size() > 2) return usage_error("expected [IN.wav] OUT.wav");
+  o->out_path = positional.back();
+  if (positional.size() == 2) o->in_path = positional.front();
+  if (!o->reverb.empty() && !o->geq.empty()) return usage_error("--reverb and --geq exclude each other");
+  return 0;
+}
+
+// --- the record file --------------------------------------------------------
+
+std::string data_name(int i) { return "effect_data[" + std::to_string(i) + "]"; }
+
+// What effect_data[i] means for the record's preset, for the comments.
+const char* data_meaning(int effect, int i) {
+  static const char* const kReverb[kReverbValues] = {"roomsize", "damp", "wet", "dry", "width", "gain"};
+  if (effect == KEDO_HP_EFFECT_REVERB && i < kReverbValues) return kReverb[i];
+  if (effect == KEDO_HP_EFFECT_GRAPHIC_EQ && i < kGeqValues) return "graphic equalizer band step (dB)";
+  return nullptr;
+}
+
+// Reads "name = value" lines (see the usage text). Returns false with a
+// reason in *error.
+bool read_record(const std::string& path, audio_effect_control_acdb_t* r, std::string* error) {
+  std::ifstream f(path);
+  if (!f) {
+    *error = "cannot read record '" + path + "'";
+    return false;
+  }
+  *r = audio_effect_control_acdb_t{};
+  std::vector<bool> seen(2 + kDataWords, false);
+  std::string line;
+  for (int number = 1; std::getline(f, line); ++number) {
+    line = line.substr(0, line.find('#'));
+    const auto first = line.find_first_not_of(" \t\r");
+    if (first == std::string::npos) continue;
+    const std::string where = path + ":" + std::to_string(number) + ": ";
+    const size_t eq = line.find('=');
+    if (eq == std::string::npos) {
+      *error = where + "expected 'name = value'";
+      return false;
+    }
+    std::string name = line.substr(first, eq - first), value = line.substr(eq + 1);
+    name.erase(name.find_last_not_of(" \t") + 1);
+    value.erase(0, value.find_first_not_of(" \t"));
+    value.erase(value.find_last_not_of(" \t\r") + 1);
+    int slot = -1;
+    if (name == "effect_type") slot = 0;
+    if (name == "hpadapter_type") slot = 1;
+    for (int i = 0; i < kDataWords && slot < 0; ++i)
+      if (name == data_name(i)) slot = 2 + i;
+    int v = 0;
+    if (slot < 0) *error = where + "unknown field '" + name + "'";
+    else if (seen[static_cast<size_t>(slot)]) *error = where + "'" + name + "' given twice";
+    else if (!kafx_tool::parse_int(value.c_str(), INT32_MIN, INT32_MAX, &v)) *error = where + "'" + value + "' is not a 32-bit integer";
+    if (!error->empty()) return false;
+    seen[static_cast<size_t>(slot)] = true;
+    if (slot == 0) r->effect_type = v;
+    else if (slot == 1) r->hpadapter_type = v;
+    else r->effect_data[slot - 2] = v;
+  }
+  return true;
+}
+
+bool write_record(const std::string& path, const audio_effect_control_acdb_t& r, std::string* error) {
+  std::ostringstream s;
+  s << "# kafx headphone calibration record (audio_effect_control_acdb_t)\n"
+    << "# effect_type: 0 none, 1 stereo widening, 2 virtual bass, 3 parametric eq, 4 reverb, 5 graphic eq\n"
+    << "# hpadapter_type: 0 none, 1..7 headphone adapter correction\n"
+    << "effect_type = " << r.effect_type << "\n"
+    << "hpadapter_type = " << r.hpadapter_type << "\n";
+  for (int i = 0; i < kDataWords; ++i) {
+    s << data_name(i) << " = " << r.effect_data[i];
+    if (const char* m = data_meaning(r.effect_type, i)) s << "  # " << m;
+    s << "\n";
+  }
+  std::ofstream f(path);
+  f << s.str();
+  f.close();
+  if (!f) *error = "cannot write record '" + path + "'";
+  return static_cast<bool>(f);
+}
+
+// The record from the file (if any), then the command line's fields over it.
+audio_effect_control_acdb_t build_record(const Options& o, const audio_effect_control_acdb_t& from_file) {
+  audio_effect_control_acdb_t r = from_file;
+  if (o.effect >= 0) r.effect_type = o.effect;
+  else if (!o.reverb.empty()) r.effect_type = KEDO_HP_EFFECT_REVERB;
+  else if (!o.geq.empty()) r.effect_type = KEDO_HP_EFFECT_GRAPHIC_EQ;
+  if (o.adapter >= 0) r.hpadapter_type = o.adapter;
+  if (!o.reverb.empty()) std::copy(o.reverb.begin(), o.reverb.end(), r.effect_data);
+  if (!o.geq.empty()) std::copy(o.geq.begin(), o.geq.end(), r.effect_data);
+  if (o.record_in.empty() && o.reverb.empty() && r.effect_type == KEDO_HP_EFFECT_REVERB)
+    std::copy(std::begin(kDefaultReverb), std::end(kDefaultReverb), r.effect_data);
+  return r;
+}
+
+}  // namespace
+
+const char* kafx_headphone_usage() {
+  return "usage: kafx headphone [options] [IN.wav] OUT.wav\n"
+         "\n"
+         "Runs IN.wav (16-, 24- or 32-bit integer PCM, mono or stereo, any rate)\n"
+         "through the headphone front end and writes OUT.wav in the same format,\n"
+         "aligned with the input (the compressor's look-ahead of two 5 ms frames is\n"
+         "removed). Mono files feed both sides and take the left result. The product\n"
+         "processes 44050 to 48050 Hz; other rates are bypassed (the output equals\n"
+         "the input) and the tool says so. Without IN.wav a built-in 6 s stereo\n"
+         "48 kHz 16-bit excerpt is written to default_in.wav in OUT.wav's folder and\n"
+         "processed.\n"
+         "\n"
+         "options:\n"
+         "  --effect N        effect preset: 0 none, 1 stereo widening, 2 virtual bass,\n"
+         "                    3 parametric equalizer, 4 reverb, 5 graphic equalizer\n"
+         "  --adapter M       headphone adapter correction 1..7 (0 none; not applied\n"
+         "                    with presets 3 and 5): 1 closed-back over-ear, 2 open-back\n"
+         "                    over-ear, 3 on-ear, 4 sealed in-ear, 5 open earbud,\n"
+         "                    6 noise-cancelling over-ear, 7 bone-conduction headset\n"
+         "  --reverb R,D,W,DRY,WIDTH,GAIN\n"
+         "                    reverb room size, damp, wet, dry, width and input gain\n"
+         "                    (Q13, 8192 = 1.0); implies --effect 4. Preset 4 without\n"
+         "                    it uses 4096,4096,2730,4096,8192,127\n"
+         "  --geq G0,...,G9   graphic equalizer steps in dB (-15..15), 31 Hz shelf to\n"
+         "                    16 kHz shelf; implies --effect 5 (without it: all 0)\n"
+         "  --record FILE     read the calibration record from FILE; the options above\n"
+         "                    then replace their own fields of it\n"
+         "  --save-record FILE\n"
+         "                    write the record used to FILE\n"
+         "  --format BITS     host sample format: 16, 24 (24-bit values in 32-bit\n"
+         "                    words) or 32 (full-scale 32-bit). Default: the file's\n"
+         "                    width, 24-bit files as 24-in-32.\n"
+         "  --block N         frames per process call (default 480)\n"
+         "\n"
+         "Record file: a text file, one field per line as 'name = value' (decimal),\n"
+         "'#' starts a comment. Fields: effect_type, hpadapter_type and\n"
+         "effect_data[0] .. effect_data[28]; a field not given is 0. Preset 4 reads\n"
+         "effect_data[0..5] as room size, damp, wet, dry, width, gain; preset 5 reads\n"
+         "effect_data[0..9] as the ten graphic equalizer steps. Example:\n"
+         "  effect_type = 5\n"
+         "  hpadapter_type = 0\n"
+         "  effect_data[0] = 4   # 31 Hz shelf +4 dB\n";
+}
+
+int kafx_headphone_main(int argc, char** argv) {
+  Options o;
+  const int rc = parse_options(argc, argv, &o);
+  if (rc != 0) return rc < 0 ? 0 : rc;
+
+  std::string error;
+  audio_effect_control_acdb_t from_file{};
+  if (!o.record_in.empty() && !read_record(o.record_in, &from_file, &error)) return failure(error);
+  const audio_effect_control_acdb_t record = build_record(o, from_file);
+
+  if (o.in_path.empty()) {
+    namespace fs = std::filesystem;
+    const fs::path out(o.out_path);
+    const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_in.wav";
+    if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_in.wav");
+    if (!kafx_tool::write_pcm_wav(in.string(), kafx_tool::make_default_signal(), &error)) return failure(error);
+    std::printf("wrote built-in input %s\n", in.string().c_str());
+    o.in_path = in.string();
+  }
+
+  PcmAudio audio;
+  if (!kafx_tool::read_pcm(o.in_path, &audio, &error)) return failure(error);
+  if (audio.channels > 2) return failure("'" + o.in_path + "' has more than two channels");
+  const int bits = o.format_bits != 0 ? o.format_bits : audio.bits;
+  const size_t ch = static_cast<size_t>(audio.channels);
+  const size_t frames = static_cast<size_t>(audio.frames());
+
+  HostBuffer host{kafx_tool::format_type_of_bits(bits), {}, {}};
+  auto* h = static_cast<kafx_hp_effect_t*>(kafx_hp_effect_init(static_cast<unsigned>(audio.rate), host.format_type));
+  if (h == nullptr) return failure("cannot create the headphone front end");
+  audio_effect_control_acdb_t rec = record;
+  kafx_hp_effect_set_parameters(h, &rec);
+  // The compressor delays everything by its look-ahead; a zero tail flushes it.
+  const size_t latency = h->enabled != 0
+                             ? static_cast<size_t>(h->chain.compressor->delay_frames) *
+                                   static_cast<size_t>(h->chain.compressor->drc_left->frame_len)
+                             : 0;
+  const size_t total_frames = frames + latency;
+  std::vector<int32_t> stereo(2 * frames);
+  for (size_t f = 0; f < frames; ++f) {
+    stereo[2 * f] = audio.samples[f * ch];
+    stereo[2 * f + 1] = audio.samples[f * ch + ch - 1];
+  }
+  host.load(stereo, 2 * total_frames);
+
+  const size_t frame_bytes = 2 * host.bytes_per_sample();
+  unsigned char* p = host.bytes();
+  const auto start = std::chrono::steady_clock::now();
+  for (size_t done = 0; done < total_frames;) {
+    const size_t n = std::min(static_cast<size_t>(o.block), total_frames - done);
+    kafx_hp_effect_process(h, p + done * frame_bytes, static_cast<unsigned>(n * frame_bytes));
+    done += n;
+  }
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const bool bypassed = h->enabled == 0;
+  const int block_len = h->block_len;
+  kafx_hp_effect_deinit(h);
+
+  const kafx_tool::Level in_level = kafx_tool::measure(audio.samples, 0, frames * ch);
+  for (size_t f = 0; f < frames; ++f)
+    for (size_t c = 0; c < ch; ++c) audio.samples[f * ch + c] = host.full_scale(2 * (f + latency) + c);
+  const kafx_tool::Level out_level = kafx_tool::measure(audio.samples, 0, frames * ch);
+  if (!kafx_tool::write_pcm_wav(o.out_path, audio, &error)) return failure(error);
+  if (!o.record_out.empty() && !write_record(o.record_out, record, &error)) return failure(error);
+
+  const double audio_seconds = static_cast<double>(total_frames) / audio.rate;
+  std::printf("%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
+  std::printf("  frames %zu, rate %d Hz, channels %d, %d-bit file, host format %d (%s), block %d\n", frames,
+              audio.rate, audio.channels, audio.bits, host.format_type,
+              host.format_type == 1 ? "16-bit" : host.format_type == 2 ? "24 in 32" : "32-bit", o.block);
+  if (bypassed) {
+    std::printf("  bypassed: the headphone product processes 44050 to 48050 Hz only; the output equals the input\n");
+  } else {
+    std::printf("  record: effect %d, hpadapter %d; chain blocks of %d frames, latency %zu frames removed\n",
+                record.effect_type, record.hpadapter_type, block_len, latency);
+  }
+  std::printf("  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", in_level.peak_db, in_level.rms_db);
+  std::printf("  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", out_level.peak_db, out_level.rms_db);
+  if (seconds > 0.0) {
+    std::printf("  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / seconds,
+                seconds * 1e3, audio_seconds);
+  }
+  if (!o.record_out.empty()) std::printf("  record written to %s\n", o.record_out.c_str());
+  return 0;
+}

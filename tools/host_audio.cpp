@@ -1,0 +1,62 @@
+#include "host_audio.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace kafx_tool {
+
+bool parse_int(const char* text, long lo, long hi, int* value) {
+  errno = 0;
+  char* end = nullptr;
+  const long v = std::strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || v < lo || v > hi) return false;
+  *value = static_cast<int>(v);
+  return true;
+}
+
+bool parse_int_list(const std::string& text, size_t count, long lo, long hi, std::vector<int>* values) {
+  values->clear();
+  size_t pos = 0;
+  while (true) {
+    const size_t comma = text.find(',', pos);
+    const std::string token = text.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos);
+    int v = 0;
+    if (!parse_int(token.c_str(), lo, hi, &v)) return false;
+    values->push_back(v);
+    if (comma == std::string::npos) return values->size() == count;
+    pos = comma + 1;
+  }
+}
+
+bool readable(const std::string& path) {
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (f != nullptr) std::fclose(f);
+  return f != nullptr;
+}
+
+int format_type_of_bits(int bits) { return bits == 16 ? 1 : bits == 24 ? 2 : 3; }
+
+void HostBuffer::load(const std::vector<int32_t>& full, size_t total) {
+  if (format_type == 1) {
+    s16.assign(total, 0);
+    for (size_t i = 0; i < full.size(); ++i) s16[i] = static_cast<int16_t>(full[i] >> 16);
+  } else {
+    s32.assign(total, 0);
+    for (size_t i = 0; i < full.size(); ++i) s32[i] = format_type == 2 ? full[i] >> 8 : full[i];
+  }
+}
+
+int32_t HostBuffer::full_scale(size_t i) const {
+  if (format_type == 1) return static_cast<int32_t>(s16[i]) * 65536;
+  if (format_type == 3) return s32[i];
+  return std::clamp(s32[i], -8388608, 8388607) * 256;
+}
+
+unsigned char* HostBuffer::bytes() {
+  return format_type == 1 ? reinterpret_cast<unsigned char*>(s16.data())
+                          : reinterpret_cast<unsigned char*>(s32.data());
+}
+
+}  // namespace kafx_tool
