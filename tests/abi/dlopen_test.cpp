@@ -163,3 +163,33 @@ TEST_F(Library, SpeakerProductThroughResolvedNames) {
 }
 
 }  // namespace
+
+namespace {
+
+// The karaoke product through resolved names: a bypassed frame returns the
+// voice on both sides, noise cancelling stays inaudible, the high-pass table
+// is exported data, and the front end refuses a frame above 256 samples.
+TEST_F(Library, KaraokeProductThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  auto init = sym<void* (*)()>("kafx_ktv_init");
+  auto deinit = sym<void (*)(void*)>("kafx_ktv_deinit");
+  auto process = sym<int (*)(void*, short*, short*, short*, int)>("kafx_ktv_process_16");
+  auto echo = sym<void (*)(void*, int)>("kafx_ktv_iirecho_enable");
+  auto noise = sym<void (*)(void*, int)>("kafx_ktv_noise_canceling_enable");
+  auto table = sym<const int*>("kFilterCoefficients");
+  ASSERT_TRUE(init && deinit && process && echo && noise && table);
+  EXPECT_EQ(std::vector<int>(table, table + 5), (std::vector<int>{1027072, -2054144, 1027072, 2048512, -1001728}));
+  void* h = init();
+  ASSERT_NE(h, nullptr);
+  echo(h, 0);
+  noise(h, 1);
+  std::vector<short> in(240), l(240), r(240);
+  for (int i = 0; i < 240; ++i) in[i] = static_cast<short>(i * 273 - 32768);
+  EXPECT_EQ(process(h, in.data(), l.data(), r.data(), 240), 0);
+  EXPECT_EQ(l, in);
+  EXPECT_EQ(r, in);
+  EXPECT_EQ(process(h, in.data(), l.data(), r.data(), 257), -1);
+  deinit(h);
+}
+
+}  // namespace
