@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "ktv_run.h"
+#include "headphone_run.h"
 #include "ns_run.h"
 #include "speaker_config_cmd.h"
 #include "speaker_design.h"
@@ -34,6 +35,9 @@ void print_usage(FILE* out) {
       "  ktv [options] [VOICE.wav] OUT.wav\n"
       "                   run a mono voice (or a built-in sung phrase) through the\n"
       "                   karaoke voice chain into a stereo file\n"
+      "  headphone [options] [IN.wav] OUT.wav\n"
+      "                   run a WAV file (or a built-in excerpt) through the\n"
+      "                   headphone effect with a calibration record\n"
       "  ns [--policy 0..3] IN.wav OUT.wav\n"
       "                   run a mono or stereo WAV file through the fixed-point\n"
       "                   noise suppressor\n"
@@ -60,6 +64,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-config") == 0) return kafx_speaker_config_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "headphone") == 0) return kafx_headphone_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ktv") == 0) return kafx_ktv_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ns") == 0) return kafx_ns_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ns-quality") == 0) return kafx_ns_quality_main(argc - 1, argv + 1);
