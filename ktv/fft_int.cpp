@@ -42,12 +42,6 @@ int64_t hann_q28(int n) {
   return (kQ28One >> 1) + (kHowlingCentre[n] >> 2);
 }
 
-uint64_t bin_power(const complex& z) {
-  const uint64_t re = static_cast<uint64_t>(std::llabs(z.re));
-  const uint64_t im = static_cast<uint64_t>(std::llabs(z.im));
-  return re * re + im * im;
-}
-
 // Mean level of the bins 3 to 5 away from k on both sides (mirrored at 0 and 127).
 int32_t surround_level(const int* level, int k) {
   int32_t sum = 0;
@@ -71,6 +65,12 @@ int32_t power_level_q8(uint64_t power) {
   const int32_t ln = log_fixed(static_cast<int>(power >> shift)) + kLnQ16Of65536 + shift * kLn2Q16;
   const int32_t db = static_cast<int32_t>((static_cast<int64_t>(ln - kReferenceLnQ16) * kDbPerLnQ16) >> 16);
   return db < FFT_INT_LEVEL_FLOOR ? FFT_INT_LEVEL_FLOOR : db;
+}
+
+uint64_t bin_power(const complex& z) {
+  const uint64_t re = static_cast<uint64_t>(std::llabs(z.re));
+  const uint64_t im = static_cast<uint64_t>(std::llabs(z.im));
+  return re * re + im * im;
 }
 
 }  // namespace kafx

@@ -29,15 +29,21 @@ using namespace kafx;
 namespace {
 
 constexpr int kHistory = 8;  // analyses kept (rows of fft_power_history)
+// Hits kept per tracker for the growth rules (the slow rule's window).
+constexpr int kRing = HOWLING_SLOW_SPANS * HOWLING_SLOW_SPAN + 1;
+constexpr int kFrameRise = HOWLING_FRAME_SPANS * HOWLING_GROW_SPAN + 1;  // hop levels kept
 
 struct Tracker {
   int32_t state;      // HOWLING_IDLE .. HOWLING_RELEASE
   int32_t pos;        // tracked position, 1/256 bin
   int32_t hits;       // hits since the position settled
   int32_t clean;      // of those, hits without a harmonic partner
-  int32_t pos_min;    // range of the positions of those hits, 1/256 bin
+  int32_t run;        // hits in a row while followed (any position)
+  int32_t pos_min;    // range of the positions of the settled hits, 1/256 bin
   int32_t pos_max;
-  int32_t grow[HOWLING_GROW_SPANS * HOWLING_GROW_SPAN + 1];  // levels of the last hits, dB Q8, circular
+  int32_t grow[kRing];   // levels of the last hits, dB Q8, circular
+  int32_t rest[kRing];   // level of the background at those hits
+  int32_t where[kRing];  // positions of those hits, 1/256 bin
   int32_t misses;     // analyses without a hit in a row
   int32_t since_hit;  // analyses since the last hit
   int32_t level;      // level of the last hit, dB Q8
@@ -58,6 +64,7 @@ struct howling_canceling_work {
   int32_t hop_fill;            // samples since the last analysis
   int64_t energy;              // sum of squares of the DC-blocked input over the hop
   int32_t zc_prev;             // zero crossings of the previous hop
+  int32_t frame_levels[kFrameRise];  // levels of the last hops, dB Q8, circular
   int32_t analyses;            // analyses so far (wraps harmlessly)
   int32_t gain_from;           // gain ramp of the current hop, Q13
   int32_t gain_to;
@@ -121,10 +128,7 @@ bool has_harmonic_partner(const int32_t* level, int32_t pos, int32_t peak_level)
     const int32_t q = pos * r[0] / r[1];
     const int qb = (q + 128) >> 8;
     if (std::abs(q - pos) < 3 * 256 || qb < 1 || qb > FFT_INT_NO_PEAK + 32) continue;
-    int best = qb;
-    for (int j = qb - 1; j <= qb + 1; ++j)
-      if (level[j] > level[best]) best = j;
-    if (level[best] >= peak_level - HOWLING_HARMONIC_RANGE && level[best] >= FFT_INT_PEAK_MIN_LEVEL) return true;
+    if (level[qb] >= peak_level - HOWLING_HARMONIC_RANGE && level[qb] >= FFT_INT_PEAK_MIN_LEVEL) return true;
   }
   return false;
 }
@@ -154,22 +158,76 @@ void free_tracker(Tracker& t) {
   t.state = t.engaged ? HOWLING_RELEASE : HOWLING_IDLE;
   t.hits = 0;
   t.clean = 0;
+  t.run = 0;
   t.misses = 0;
 }
 
-// The level has risen by HOWLING_GROW_MIN or more in each of the last
-// HOWLING_GROW_SPANS spans of HOWLING_GROW_SPAN hits: a feedback loop building up (a sung or
-// played note does not keep rising at that rate for so long).
-bool growing(const Tracker& t) {
-  constexpr int kLen = HOWLING_GROW_SPANS * HOWLING_GROW_SPAN + 1;
-  if (t.hits < kLen) return false;
-  const int now = (t.hits - 1) % kLen;
-  for (int s = 0; s < HOWLING_GROW_SPANS; ++s) {
-    const int a = ((now - s * HOWLING_GROW_SPAN) % kLen + kLen) % kLen;
-    const int b = ((now - (s + 1) * HOWLING_GROW_SPAN) % kLen + kLen) % kLen;
-    if (t.grow[a] - t.grow[b] < HOWLING_GROW_MIN) return false;
+// Level of the analysed band (bins 1 .. 63) without the main lobes (two bins
+// either side) of the analysis' peaks: the background a howl rises out of.
+int32_t rest_level(const howling_canceling_work* w, const int* peaks, int found) {
+  uint64_t sum = 0;
+  for (int j = 1; j < FFT_INT_NO_PEAK; ++j) {
+    bool lobe = false;
+    for (int p = 0; p < found; ++p) lobe = lobe || std::abs(j - peaks[p]) <= 2;
+    if (!lobe) sum += bin_power(w->spec[j]) >> 6;
   }
-  return true;
+  return power_level_q8(sum);
+}
+
+// Steady growth of a level series (a circular record of `len` values,
+// the newest at `now`): each of the spans rose by `min_rise` or more and
+// the largest rise is at most twice the smallest.
+bool steady_rise(const int32_t* v, int len, int now, int span, int spans, int32_t min_rise) {
+  int32_t lo = INT32_MAX, hi = INT32_MIN;
+  for (int s = 0; s < spans; ++s) {
+    const int a = ((now - s * span) % len + len) % len;
+    const int b = ((now - (s + 1) * span) % len + len) % len;
+    const int32_t rise = v[a] - v[b];
+    lo = rise < lo ? rise : lo;
+    hi = rise > hi ? rise : hi;
+  }
+  return lo >= min_rise && hi <= 2 * lo;
+}
+
+// Growth of a feedback loop, seen in the tracked level over the last
+// `spans` spans of `span` hits: each span rose by `min_rise` or more (and,
+// when `steady`, at a steady rate: the largest rise at most twice the
+// smallest; a loop grows exponentially, a straight line in dB, while a sung
+// or played onset rises fast and then levels off), at one frequency (within
+// `width`; a gliding pitch drifts in and out of formants), and by
+// HOWLING_GROW_EXCESS more than the background (an onset lifts all its
+// partials together). Below HOWLING_GROW_LOWEST, where sung fundamentals
+// dominate the spectrum, only the lone-sine rule locks.
+bool growing(const Tracker& t, int span, int spans, int32_t min_rise, bool steady, int32_t width) {
+  const int len = span * spans + 1;
+  if (t.run < len) return false;
+  const int now = (t.run - 1) % kRing;
+  const int first = (t.run - len) % kRing;
+  int32_t pmin = INT32_MAX, pmax = INT32_MIN, lo = INT32_MAX, hi = INT32_MIN;
+  for (int i = 0; i < len; ++i) {
+    const int32_t p = t.where[(t.run - 1 - i) % kRing];
+    pmin = p < pmin ? p : pmin;
+    pmax = p > pmax ? p : pmax;
+  }
+  if (pmin < HOWLING_GROW_LOWEST || pmax - pmin > width) return false;
+  for (int s = 0; s < spans; ++s) {
+    const int32_t rise = t.grow[(t.run - 1 - s * span) % kRing] - t.grow[(t.run - 1 - (s + 1) * span) % kRing];
+    lo = rise < lo ? rise : lo;
+    hi = rise > hi ? rise : hi;
+  }
+  if (lo < min_rise || (steady && hi > 2 * lo)) return false;
+  const int32_t excess = (t.grow[now] - t.grow[first]) - (t.rest[now] - t.rest[first]);
+  return excess >= HOWLING_GROW_EXCESS;
+}
+
+// The quick rule (a loop far above its limit, 750 dB/s and more: five hits
+// decide), the fast rule (a loop well above its limit, 100 dB/s and more)
+// or the slow one (a loop just above it, from 25 dB/s; a cluster of close
+// modes may beat, so the frequency may wander by HOWLING_SLOW_WIDTH).
+bool growing(const Tracker& t) {
+  return growing(t, 1, HOWLING_QUICK_SPANS, HOWLING_QUICK_MIN, true, HOWLING_GROW_WIDTH) ||
+         growing(t, HOWLING_GROW_SPAN, HOWLING_GROW_SPANS, HOWLING_GROW_MIN, true, HOWLING_GROW_WIDTH) ||
+         growing(t, HOWLING_SLOW_SPAN, HOWLING_SLOW_SPANS, HOWLING_SLOW_MIN, false, HOWLING_SLOW_WIDTH);
 }
 
 // One analysis: spectrum, candidates, trackers, notches, gain target.
@@ -236,6 +294,7 @@ void analyse(howling_canceling_work* w) {
       t.pos = pos;
       t.hits = 0;
       t.clean = 0;
+      t.run = 0;
     }
     Tracker& t = w->tracker[best];
     t.hit_now = 1;
@@ -259,7 +318,10 @@ void analyse(howling_canceling_work* w) {
     // Follow the peak: all the way while tracking, a quarter of the way for
     // a notch in place (smooths the estimate).
     t.pos = t.state == HOWLING_TRACKING ? pos : t.pos + (pos - t.pos) / 4;
-    t.grow[t.hits % (HOWLING_GROW_SPANS * HOWLING_GROW_SPAN + 1)] = lv;
+    t.grow[t.run % kRing] = lv;
+    t.rest[t.run % kRing] = rest_level(w, peaks, found);
+    t.where[t.run % kRing] = pos;
+    if (++t.run == 2 * kRing) t.run = kRing;  // keeps the ring order, never overflows
     ++t.hits;
     if (!partner) ++t.clean;
     const bool grows = tonal_peak && growing(t);
@@ -304,6 +366,13 @@ void analyse(howling_canceling_work* w) {
   }
   const int32_t frame_level = power_level_q8(static_cast<uint64_t>(w->energy));
   w->energy = 0;
+  // The whole input rising steadily for HOWLING_FRAME_SPANS spans: several
+  // modes building up together (none of them clean enough for a notch).
+  const int fnow = w->analyses % kFrameRise;
+  w->frame_levels[fnow] = frame_level;
+  if (w->analyses >= kFrameRise && frame_level >= HOWLING_GAIN_MIN_LEVEL &&
+      steady_rise(w->frame_levels, kFrameRise, fnow, HOWLING_GROW_SPAN, HOWLING_FRAME_SPANS, HOWLING_FRAME_RISE))
+    evidence = true;
 
   // The gain target of the next hop.
   int32_t g = w->gain_to;
@@ -340,6 +409,7 @@ void clear(howling_canceling_work* w) {
   w->gain_from = kQ13One;
   w->gain_to = kQ13One;
   for (int32_t& v : w->level) v = FFT_INT_LEVEL_FLOOR;
+  for (int32_t& v : w->frame_levels) v = FFT_INT_LEVEL_FLOOR;
   for (auto& row : w->history)
     for (int32_t& v : row) v = FFT_INT_LEVEL_FLOOR;
 }
