@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kafx_proc/ns.h"
 #include "kafx_proc/speaker_boost.h"
 
 namespace {
@@ -190,6 +191,62 @@ TEST_F(Library, KaraokeProductThroughResolvedNames) {
   EXPECT_EQ(r, in);
   EXPECT_EQ(process(h, in.data(), l.data(), r.data(), 257), -1);
   deinit(h);
+}
+
+}  // namespace
+
+namespace {
+
+// The noise suppressor through resolved names: the -1 cases, the exported
+// tables and routine pointers (data symbols), a noisy signal attenuated
+// after the start-up, and the band post-processing's sigmoid.
+TEST_F(Library, NoiseSuppressorThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  auto init = sym<int (*)(void*, unsigned)>("kedoNs_InitCore");
+  auto policy = sym<int (*)(void*, int)>("kedoNs_set_policy_core");
+  auto process = sym<int (*)(void*, short*, short*)>("kedoNs_ProcessCore");
+  auto free_core = sym<int (*)(void*)>("kedoNs_FreeCore");
+  auto sigmoid_fn = sym<int (*)(int)>("sigmoid");
+  auto log_table = sym<const short*>("kedoNsx_kLogTable");
+  auto counter_div = sym<const short*>("kedoNsx_kCounterDiv");
+  ASSERT_TRUE(init && policy && process && free_core && sigmoid_fn && log_table && counter_div);
+  for (const char* p : {"kedoNsx_NoiseEstimation", "kedoNsx_PrepareSpectrum", "kedoNsx_SynthesisUpdate",
+                        "kedoNsx_AnalysisUpdate", "kedoNsx_Denormalize", "kedoNsx_CreateComplexBuffer"}) {
+    auto slot = sym<void* const*>(p);
+    ASSERT_NE(slot, nullptr) << p;
+    EXPECT_NE(*slot, nullptr) << p;  // constant-initialised before any init
+  }
+  EXPECT_EQ(std::vector<short>(log_table, log_table + 9),
+            (std::vector<short>{0, 177, 355, 532, 710, 887, 1065, 1242, 1420}));
+  EXPECT_EQ(counter_div[0], 32767);
+  EXPECT_EQ(counter_div[200], 163);
+  EXPECT_NEAR(sigmoid_fn(0), 16384, 2);
+
+  std::vector<unsigned char> rec(sizeof(NsxInst_t_), 0);
+  EXPECT_EQ(init(rec.data(), 48000), -1);
+  short frame[160] = {};
+  EXPECT_EQ(process(rec.data(), frame, frame), -1);
+  ASSERT_EQ(init(rec.data(), 16000), 0);
+  EXPECT_EQ(policy(rec.data(), 4), -1);
+  ASSERT_EQ(policy(rec.data(), 2), 0);
+  uint32_t lcg = 1;
+  double in_energy = 0, out_energy = 0;
+  for (int f = 0; f < 500; ++f) {
+    short in[160], out[160];
+    for (short& s : in) {
+      lcg = lcg * 1664525u + 1013904223u;
+      s = static_cast<short>((static_cast<int32_t>(lcg >> 16) - 32768) / 8);
+    }
+    ASSERT_EQ(process(rec.data(), in, out), 0);
+    if (f >= 300) {
+      for (int i = 0; i < 160; ++i) {
+        in_energy += double(in[i]) * in[i];
+        out_energy += double(out[i]) * out[i];
+      }
+    }
+  }
+  EXPECT_LT(out_energy, in_energy / 30);  // white noise alone: more than 15 dB down (floor 18 dB)
+  EXPECT_EQ(free_core(rec.data()), 0);
 }
 
 }  // namespace
