@@ -1,0 +1,195 @@
+// `kafx headphone` on generated WAV files: each preset and adapter equals the front end driven directly with the
+// same record and the compressor's two-frame look-ahead taken out; record files written and read back; rates the
+// product bypasses come back bit for bit with a message; mono files; the built-in excerpt; bad arguments.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/tool_harness.h"
+#include "kafx_proc/hp_effect.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kafx_test::read_wav;
+using kafx_test::run_tool;
+using kafx_test::Wav;
+using kafx_test::write_wav;
+
+// A busy programme (two tones, a bass note and noise) in `bits`-wide full-scale samples.
+Wav programme(int rate, int channels, int bits, size_t frames) {
+  Wav w{rate, channels, bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32, {}};
+  const uint32_t mask = ~0u << (32 - bits);
+  uint32_t seed = 12345;
+  for (size_t f = 0; f < frames; ++f) {
+    for (int c = 0; c < channels; ++c) {
+      seed = seed * 1664525u + 1013904223u;
+      const double t = static_cast<double>(f) / rate;
+      const double v = 0.3 * std::sin(2 * M_PI * 80 * t) + 0.2 * std::sin(2 * M_PI * (700 + 300 * c) * t) +
+                       0.1 * std::sin(2 * M_PI * 5000 * t) + 0.05 * (static_cast<int32_t>(seed) / 2147483648.0);
+      w.samples.push_back(static_cast<int32_t>(static_cast<uint32_t>(std::lround(v * 2147483647.0)) & mask));
+    }
+  }
+  return w;
+}
+
+// The front end driven directly on a 16-bit stereo programme: calls of 480 frames over the input and a zero tail,
+// the output read two 5 ms frames (the compressor's look-ahead) later.
+std::vector<int32_t> direct(const Wav& in, audio_effect_control_acdb_t rec) {
+  const size_t latency = 2 * static_cast<size_t>(in.rate == 44100 ? 220 : 240);
+  const size_t frames = in.samples.size() / 2, total = frames + latency;
+  std::vector<int16_t> buf(2 * total);
+  for (size_t i = 0; i < in.samples.size(); ++i) buf[i] = static_cast<int16_t>(in.samples[i] >> 16);
+  void* h = kafx_hp_effect_init(static_cast<unsigned>(in.rate), 1);
+  kafx_hp_effect_set_parameters(h, &rec);
+  for (size_t f = 0; f < total; f += 480)
+    kafx_hp_effect_process(h, buf.data() + 2 * f, static_cast<unsigned>(std::min<size_t>(480, total - f) * 4));
+  kafx_hp_effect_deinit(h);
+  std::vector<int32_t> out(in.samples.size());
+  for (size_t i = 0; i < out.size(); ++i) out[i] = buf[i + 2 * latency] * 65536;
+  return out;
+}
+
+audio_effect_control_acdb_t record(int effect, int adapter, std::vector<int> data = {}) {
+  audio_effect_control_acdb_t r{};
+  r.effect_type = effect;
+  r.hpadapter_type = adapter;
+  std::copy(data.begin(), data.end(), r.effect_data);
+  return r;
+}
+
+class KafxHeadphoneToolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!fs::exists(kafx_test::tool_path())) GTEST_SKIP() << "tool not built";
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_, ec_); }
+  std::string path(const char* name) const { return (dir_ / name).string(); }
+  // Runs the tool on `in`; returns the output file, with the tool's text in *text.
+  Wav run(const Wav& in, const std::string& options, std::string* text = nullptr) {
+    std::string out;
+    write_wav(path("in.wav"), in);
+    EXPECT_EQ(run_tool("headphone " + options + " " + path("in.wav") + " " + path("out.wav"), &out), 0) << out;
+    if (text != nullptr) *text = out;
+    Wav w = read_wav(path("out.wav"));
+    EXPECT_TRUE(w.rate == in.rate && w.channels == in.channels && w.subtype == in.subtype &&
+                w.samples.size() == in.samples.size()) << options;
+    return w;
+  }
+  std::error_code ec_;
+  const fs::path dir_ = fs::temp_directory_path() / ("kafx_hp_tool_test_" + std::to_string(getpid()));
+};
+
+// {options, the record they stand for}: presets 3 and 5, every adapter, a reverb; 48 and 44.1 kHz.
+TEST_F(KafxHeadphoneToolTest, PresetsAndAdaptersEqualTheFrontEnd) {
+  struct Case {
+    std::string options;
+    audio_effect_control_acdb_t rec;
+    int rate;
+  };
+  std::vector<Case> cases = {
+      {"--effect 3", record(3, 0), 48000},
+      {"--effect 3 --adapter 2", record(3, 2), 44100},
+      {"--geq 6,5,3,0,-2,-3,0,2,4,-15", record(5, 0, {6, 5, 3, 0, -2, -3, 0, 2, 4, -15}), 48000},
+      {"--effect 4", record(4, 0, {4096, 4096, 2730, 4096, 8192, 127}), 48000},
+      {"--reverb 6000,3000,3000,6000,8192,200 --adapter 6", record(4, 6, {6000, 3000, 3000, 6000, 8192, 200}), 44100},
+  };
+  for (int a = 1; a <= 7; ++a) cases.push_back({"--adapter " + std::to_string(a), record(0, a), 48000});
+  for (const auto& c : cases) {
+    const Wav in = programme(c.rate, 2, 16, 4000);
+    std::string text;
+    const Wav out = run(in, c.options, &text);
+    EXPECT_TRUE(out.samples == direct(in, c.rec)) << c.options;
+    EXPECT_NE(out.samples, in.samples) << c.options;
+    EXPECT_NE(text.find("record: effect " + std::to_string(c.rec.effect_type) + ", hpadapter " +
+                        std::to_string(c.rec.hpadapter_type)), std::string::npos) << text;
+  }
+}
+
+// With no preset the chain is the compressor at unity below its threshold: once the start-up fade is over the
+// output is the input, sample for sample in time (the look-ahead is taken out exactly), within the compressor's
+// gain ripple (a fraction of a percent) and the truncating 16-bit output.
+TEST_F(KafxHeadphoneToolTest, OutputIsAlignedWithTheInput) {
+  for (int rate : {44100, 48000}) {
+    Wav in{rate, 2, SF_FORMAT_PCM_16, {}};
+    for (int f = 0; f < rate; ++f)
+      for (int c = 0; c < 2; ++c) in.samples.push_back(static_cast<int32_t>(std::lround(8000 * std::sin(2 * M_PI * 997 * f / rate + c))) * 65536);
+    const Wav out = run(in, "");
+    int32_t worst = 0;
+    for (size_t i = static_cast<size_t>(rate / 5) * 2; i < in.samples.size(); ++i)
+      worst = std::max(worst, std::abs(out.samples[i] / 65536 - in.samples[i] / 65536));
+    EXPECT_LE(worst, 40) << rate;  // a frame of misalignment would be about 1000
+  }
+}
+
+// --save-record writes a readable record; --record reads it back (the options then replace their own fields).
+TEST_F(KafxHeadphoneToolTest, RecordFilesRoundTrip) {
+  const Wav in = programme(48000, 2, 16, 3000);
+  const Wav a = run(in, "--geq 1,2,3,4,5,6,7,8,9,10 --adapter 3 --save-record " + path("rec.txt"));
+  std::ifstream f(path("rec.txt"));
+  const std::string text((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  for (const char* line : {"effect_type = 5\n", "hpadapter_type = 3\n", "effect_data[9] = 10  #", "effect_data[28] = 0\n"})
+    EXPECT_NE(text.find(line), std::string::npos) << line << "\n" << text;
+  EXPECT_TRUE(run(in, "--record " + path("rec.txt")).samples == a.samples);
+  EXPECT_TRUE(run(in, "--record " + path("rec.txt") + " --effect 3 --adapter 0").samples ==
+              direct(in, record(3, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10})));
+  std::ofstream(path("hand.txt")) << "# by hand\neffect_type = 5\n\n  effect_data[0]=  -4  # bass\n";
+  EXPECT_TRUE(run(in, "--record " + path("hand.txt")).samples == direct(in, record(5, 0, {-4})));
+}
+
+// Rates outside 44050..48050 Hz: the file comes back bit for bit and the tool says why.
+TEST_F(KafxHeadphoneToolTest, BypassedRatesAreCopiedWithAMessage) {
+  for (int rate : {96000, 32000, 44049}) {
+    const Wav in = programme(rate, 2, 32, 2000);
+    std::string text;
+    EXPECT_TRUE(run(in, "--effect 5 --adapter 1", &text).samples == in.samples) << rate;
+    EXPECT_NE(text.find("bypassed"), std::string::npos) << text;
+  }
+}
+
+// A mono file feeds both sides and takes the left result.
+TEST_F(KafxHeadphoneToolTest, MonoFeedsBothSides) {
+  const Wav mono = programme(44100, 1, 16, 3000);
+  Wav stereo{44100, 2, SF_FORMAT_PCM_16, {}};
+  for (int32_t s : mono.samples) stereo.samples.insert(stereo.samples.end(), {s, s});
+  const std::vector<int32_t> both = direct(stereo, record(0, 5));
+  const Wav out = run(mono, "--adapter 5");
+  for (size_t f = 0; f < mono.samples.size(); ++f) ASSERT_EQ(out.samples[f], both[2 * f]) << f;
+}
+
+TEST_F(KafxHeadphoneToolTest, BuiltInExcerpt) {
+  std::string text;
+  ASSERT_EQ(run_tool("headphone --effect 3 " + path("result.wav"), &text), 0) << text;
+  const Wav in = read_wav(path("default_in.wav")), out = read_wav(path("result.wav"));
+  EXPECT_TRUE(in.rate == 48000 && in.channels == 2 && out.samples.size() == in.samples.size());
+  EXPECT_TRUE(out.samples == direct(in, record(3, 0)));
+}
+
+// Bad arguments exit with 2, unusable files with 1, and leave no output.
+TEST_F(KafxHeadphoneToolTest, Errors) {
+  write_wav(path("ok.wav"), programme(48000, 2, 16, 100));
+  std::ofstream(path("bad.txt")) << "effect_type = 5\nvolume = 3\n";
+  std::ofstream(path("twice.txt")) << "effect_type = 5\neffect_type = 3\n";
+  const std::string out = " " + path("never.wav"), io = " " + path("ok.wav") + out;
+  const std::pair<std::string, int> cases[] = {
+      {"headphone", 2}, {"headphone --effect 6" + io, 2}, {"headphone --adapter 8" + io, 2},
+      {"headphone --reverb 1,2,3" + io, 2}, {"headphone --geq 16,0,0,0,0,0,0,0,0,0" + io, 2},
+      {"headphone --geq 1,1,1,1,1,1,1,1,1,1 --reverb 1,1,1,1,1,1" + io, 2}, {"headphone --bogus" + io, 2},
+      {"headphone --record " + path("missing.txt") + io, 1}, {"headphone --record " + path("bad.txt") + io, 1},
+      {"headphone --record " + path("twice.txt") + io, 1}, {"headphone " + path("missing.wav") + out, 1}};
+  for (const auto& [args, code] : cases) {
+    std::string text;
+    EXPECT_TRUE(run_tool(args, &text) == code && !text.empty()) << args << ": not " << code << "\n" << text;
+  }
+  EXPECT_FALSE(fs::exists(path("never.wav")));
+}
+
+}  // namespace
