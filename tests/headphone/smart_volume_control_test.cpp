@@ -1,0 +1,282 @@
+// Smart volume control: defaults and the documented filter rows per rate,
+// set_level's arithmetic, silence, and the block against a plain model
+// written from its description (per-sample filters through the exported
+// biquad section, 64-bit energies, the gain decision and the glide) over a
+// programme that visits every branch, in uneven blocks; then the documented
+// behaviours: rising glide stopping short of unity, a loud programme turned
+// down but never below a quarter, the peak guard capping a boost.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <numbers>
+#include <random>
+#include <vector>
+
+#include "kafx_proc/smart_volume_control.h"
+
+namespace {
+
+using Set = std::array<int, 5>;
+
+// Documented measuring filters: [rate row][low, mid, high].
+const Set kRows[3][3] = {
+    {{82205, 164410, 82205, 518080780, -249974146},
+     {1015678, 2031357, 1015678, 470823151, -206450411},
+     {29766420, 59532841, 29766420, 179315595, -29945823}},
+    {{69585, 139170, 69585, 519583177, -251426062},
+     {1015678, 2031357, 1015678, 470823151, -206450411},
+     {26099321, 52198643, 26099321, 202063902, -38025733}},
+    {{17677, 35354, 17677, 528157472, -259792727},
+     {269729, 539458, 269729, 502834479, -235477941},
+     {8468602, 16937205, 8468602, 346155487, -111594444}},
+};
+
+Set coef(const IIR_t* f) { return {f->coef[0], f->coef[1], f->coef[2], f->coef[3], f->coef[4]}; }
+
+struct Svc {
+  smart_volume_control_t s{};
+  Svc() { smart_volume_control_init(&s); }
+  ~Svc() { smart_volume_control_end(&s); }
+};
+
+TEST(SmartVolume, DefaultsRatesAndLevel) {
+  Svc v;
+  const smart_volume_control_t& s = v.s;
+  EXPECT_TRUE(s.status == 0 && s.gain == 0 && s.gain_max == 131072 && s.level == 8192);
+  EXPECT_TRUE(s.attact_order == 3 && s.release_order == 7 && s.peak_env == 0 && s.hold_count == 0);
+  EXPECT_TRUE(s.weight_low == 3 && s.weight_mid == 1 && s.weight_high == 0 && s.weight_rest == 2);
+  EXPECT_TRUE(s.threshold == 262800 && s.reference == 67277003 && s.energy == 16819250);
+  for (int f = 0; f < 3; ++f) EXPECT_TRUE(coef(s.lp_left[f]) == kRows[1][f] && coef(s.lp_right[f]) == kRows[1][f]);
+  // {rate class, table row}: 0 -> 44.1k, 2 -> 96k, any other -> 48k.
+  const int rates[][2] = {{0, 0}, {2, 2}, {1, 1}, {3, 1}, {8, 1}};
+  for (auto& r : rates) {
+    v.s.lp_left[1]->state[3] = 77;
+    smart_volume_control_set_sample_rate(&v.s, static_cast<SampleRateType>(r[0]));
+    EXPECT_EQ(v.s.lp_left[1]->state[3], 0);  // history cleared
+    for (int f = 0; f < 3; ++f) {
+      EXPECT_EQ(coef(v.s.lp_left[f]), kRows[r[1]][f]) << r[0];
+      EXPECT_EQ(coef(v.s.lp_right[f]), kRows[r[1]][f]) << r[0];
+    }
+  }
+  // p = level^2 * 67277003: threshold p >> 34, reference p >> 26, energy p >> 28.
+  v.s.hold_count = 5;
+  smart_volume_control_set_level(&v.s, 4096);
+  int level = 0;
+  smart_volume_control_get_level(&v.s, &level);
+  EXPECT_EQ(level, 4096);
+  EXPECT_TRUE(v.s.threshold == 65700 && v.s.reference == 16819250 && v.s.energy == 4204812 && v.s.hold_count == 0);
+  smart_volume_control_set_level(&v.s, 8192);
+  EXPECT_TRUE(v.s.threshold == 262800 && v.s.reference == 67277003 && v.s.energy == 16819250);
+  int a = 0, r = 0, st = 0;
+  smart_volume_control_set_attact_order(&v.s, 2);
+  smart_volume_control_set_release_order(&v.s, 9);
+  smart_volume_control_setstatus(&v.s, 1);
+  smart_volume_control_get_attact_order(&v.s, &a);
+  smart_volume_control_get_release_order(&v.s, &r);
+  smart_volume_control_getstatus(&v.s, &st);
+  EXPECT_TRUE(a == 2 && r == 9 && st == 1);
+}
+
+TEST(SmartVolume, SilenceStaysSilentAndResetClears) {
+  Svc v;
+  std::vector<int> l(240, 0), r(240, 0);
+  for (int b = 0; b < 50; ++b) smart_volume_control_process(&v.s, l.data(), r.data(), l.data(), r.data(), 240);
+  EXPECT_TRUE(std::all_of(l.begin(), l.end(), [](int x) { return x == 0; }));
+  EXPECT_EQ(v.s.gain, 0);
+  // Some signal, then reset: gain, envelope, energy and filter histories go to 0.
+  std::fill(l.begin(), l.end(), 3000000);
+  smart_volume_control_process(&v.s, l.data(), r.data(), l.data(), r.data(), 240);
+  EXPECT_TRUE(v.s.peak_env != 0 && v.s.gain != 0);
+  smart_volume_control_reset(&v.s);
+  EXPECT_TRUE(v.s.gain == 0 && v.s.peak_env == 0 && v.s.energy == 0 && v.s.hold_count == 0);
+  for (int f = 0; f < 3; ++f) EXPECT_TRUE(v.s.lp_left[f]->state[3] == 0 && v.s.lp_left[f]->state[1] == 0);
+  EXPECT_EQ(v.s.level, 8192);
+}
+
+// The block as its description reads, in plain 64-bit integers; the
+// measuring filters are separate biquad records run one sample per call.
+struct Model {
+  int64_t gain = 0, peak_env = 0, energy, threshold, reference;
+  int attack = 3, release = 7, weights[4] = {3, 1, 0, 2};
+  int hits[5] = {0, 0, 0, 0, 0};  // quiet hold, dead band, cut, boost, peak guard
+  std::array<IIR_t, 6> lp{};  // left low, mid, high, right low, mid, high
+  explicit Model(int rate_row) {
+    const int64_t p = int64_t{8192} * 8192 * 67277003;
+    threshold = p >> 34, reference = p >> 26, energy = p >> 28;
+    for (int k = 0; k < 6; ++k) IIR_init(&lp[k], kRows[rate_row][k % 3].data());
+  }
+  ~Model() {
+    for (IIR_t& f : lp) IIR_end(&f);
+  }
+  static int64_t sat(int64_t v) { return std::clamp<int64_t>(v, INT32_MIN, INT32_MAX); }
+  static int64_t shift(int64_t e, int w) { return w >= 0 ? e >> w : e * (int64_t{1} << -w); }
+  int64_t channel_energy(const int* x, int n, int side) {
+    int64_t sum[4] = {0, 0, 0, 0};
+    for (int i = 0; i < n; ++i) {
+      int v = x[i];
+      for (int k = 0; k < 3; ++k) {
+        int y = 0;
+        IIR_process_32(&lp[side * 3 + k], &v, &y);
+        sum[k] += int64_t{y} * y;
+        v = static_cast<int>(sat(int64_t{v} - y));
+      }
+      sum[3] += int64_t{v} * v;
+    }
+    int64_t e = 0;
+    for (int k = 0; k < 4; ++k) e += shift(sum[k], weights[k]);
+    return e;
+  }
+  void process(const int* il, const int* ir, int* ol, int* orr, int n) {
+    int64_t a = 0, b = 0;
+    for (int i = 0; i < n; ++i) a = std::max<int64_t>(a, std::abs(int64_t{il[i]})), b = std::max<int64_t>(b, std::abs(int64_t{ir[i]}));
+    const int64_t pk = std::max(a >> 8, b >> 8);
+    peak_env = pk > peak_env ? pk : peak_env + ((pk - peak_env) >> 9);
+    const int64_t e = std::max(channel_energy(il, n, 0), channel_energy(ir, n, 1)) >> 24;
+    int64_t g;
+    if (threshold < e) {
+      energy += (e - energy) >> (energy < e ? attack : release);
+      if (reference / 2 <= energy && energy <= 2 * reference) {
+        g = 8192;
+        ++hits[1];
+      } else {
+        const int64_t m = energy > 2 * reference ? 640 : 448;
+        ++hits[m == 640 ? 2 : 3];
+        const int64_t q = 2 * ((m * reference) / energy);
+        g = int64_t{static_cast<int>(std::sqrt(static_cast<double>(q)))} << 8;
+        if (q > 65535) g = int64_t{sqrt_fixed(static_cast<unsigned>(q))} << 8;  // outside its 16-bit range
+      }
+      g = std::clamp<int64_t>(g, 2048, 32768);
+      const int64_t p = sat((g * peak_env) >> 13);
+      if (p >= 32769) {
+        ++hits[4];
+        g = (p < 49153 ? 234881024 : 201326592) / peak_env;
+        if (g < 8193) g = 8192;
+      }
+    } else {
+      g = gain >> 4;
+      ++hits[0];
+    }
+    if (n < 1) return;
+    const int64_t t = sat(g * 16);
+    for (int i = 0; i < n; ++i) {
+      gain += gain > t ? -((gain - t) >> 5) : (t - gain) >> 7;
+      if (gain < 32) gain = 0;
+      for (auto [in, out] : {std::pair{il, ol}, {ir, orr}}) {
+        const int64_t y = sat((gain * in[i]) >> 17);
+        out[i] = static_cast<int>(y == -1 ? 0 : y);
+      }
+    }
+  }
+};
+
+// A programme visiting every branch: silence, a tone below the threshold
+// (hold), a quiet tone with full-scale clicks (boost capped by the peak
+// guard), a tone in the dead band, a very loud one (cut), noise; blocks of
+// uneven lengths including empty ones.
+std::vector<int> programme(int n, double fs, unsigned seed, double scale) {
+  std::mt19937 rng(seed);
+  std::normal_distribution<double> g(0, 1);
+  std::vector<int> x(n);
+  for (int i = 0; i < n; ++i) {
+    const int seg = i / 4800;
+    const double t = i / fs;
+    double v = 0;
+    switch (seg % 6) {
+      case 0: v = 0; break;
+      case 1: v = 20000 * std::sin(2 * std::numbers::pi * 300 * t); break;
+      case 2: v = 300000 * std::sin(2 * std::numbers::pi * 700 * t) + ((i % 997) == 0 ? 8300000 : 0); break;
+      case 3: v = 3000000 * std::sin(2 * std::numbers::pi * 1000 * t) + 50000 * g(rng); break;
+      case 4: v = 7000000 * std::sin(2 * std::numbers::pi * 3000 * t); break;
+      default: v = 2000000 * g(rng); break;
+    }
+    x[i] = static_cast<int>(std::clamp(v * scale, -8388608.0, 8388607.0));
+  }
+  return x;
+}
+
+TEST(SmartVolume, MatchesModelOverEveryBranchInUnevenBlocks) {
+  for (int rate : {0, 1, 2}) {
+    const double fs = rate == 0 ? 44100 : rate == 1 ? 48000 : 96000;
+    Svc v;
+    smart_volume_control_set_sample_rate(&v.s, static_cast<SampleRateType>(rate));
+    Model m(rate);
+    const int n = 4800 * 12;
+    std::vector<int> l = programme(n, fs, 1 + rate, 1.0), r = programme(n, fs, 9 + rate, 0.6);
+    std::vector<int> el(n), er(n);
+    const int lens[] = {240, 256, 0, 17, 240, 1, 500, 220};
+    int pos = 0;
+    for (int k = 0; pos < n; ++k) {
+      if (k == 40) {  // faster attack, slower release from here on
+        smart_volume_control_set_attact_order(&v.s, 1);
+        smart_volume_control_set_release_order(&v.s, 9);
+        m.attack = 1, m.release = 9;
+      }
+      const int len = std::min(lens[k % 8], n - pos);
+      m.process(l.data() + pos, r.data() + pos, el.data() + pos, er.data() + pos, len);
+      smart_volume_control_process(&v.s, l.data() + pos, r.data() + pos, l.data() + pos, r.data() + pos, len);
+      ASSERT_TRUE(v.s.gain == m.gain && v.s.peak_env == m.peak_env && v.s.energy == m.energy)
+          << rate << " block " << k << ": " << v.s.gain << " " << m.gain << " " << v.s.energy << " " << m.energy;
+      pos += len;
+    }
+    EXPECT_EQ(l, el) << rate;
+    EXPECT_EQ(r, er) << rate;
+    for (int h : m.hits) EXPECT_GT(h, 0) << rate << ": " << m.hits[0] << " " << m.hits[1] << " " << m.hits[2] << " " << m.hits[3] << " " << m.hits[4];
+  }
+}
+
+// Steady tone of the given amplitude at 48 kHz, in 240-sample blocks.
+void run_tone(smart_volume_control_t* s, double amp, double f, int blocks) {
+  std::vector<int> l(240), r(240);
+  for (int b = 0; b < blocks; ++b) {
+    for (int i = 0; i < 240; ++i) {
+      l[i] = r[i] = static_cast<int>(amp * std::sin(2 * std::numbers::pi * f * (b * 240 + i) / 48000));
+    }
+    smart_volume_control_process(s, l.data(), r.data(), l.data(), r.data(), 240);
+  }
+}
+
+TEST(SmartVolume, DocumentedBehaviours) {
+  {  // In the dead band from the start: the gain rises from 0 towards unity
+     // and stops short by less than 128.
+    Svc v;
+    v.s.energy = v.s.reference;
+    run_tone(&v.s, 3000000, 1000, 400);
+    ASSERT_TRUE(v.s.energy >= v.s.reference / 2 && v.s.energy <= 2 * v.s.reference) << v.s.energy;
+    EXPECT_LT(v.s.gain, 131072);
+    EXPECT_GT(v.s.gain, 131072 - 128);
+  }
+  {  // Far above twice the reference: turned down, never below a quarter.
+    Svc v;
+    run_tone(&v.s, 8000000, 3000, 600);
+    EXPECT_GT(v.s.energy, 2 * v.s.reference);
+    EXPECT_LT(v.s.gain, 131072);
+    EXPECT_GE(v.s.gain, 2048 * 16 - 64);
+  }
+  {  // Quiet but above the threshold, with a full-scale click on each block:
+     // the boost is capped back to unity by the peak guard.
+    Svc v;
+    std::vector<int> l(240), r(240);
+    for (int b = 0; b < 400; ++b) {
+      for (int i = 0; i < 240; ++i) l[i] = r[i] = static_cast<int>(300000 * std::sin(2 * std::numbers::pi * 500 * i / 48000.0));
+      l[7] = 8388607;
+      smart_volume_control_process(&v.s, l.data(), r.data(), l.data(), r.data(), 240);
+    }
+    EXPECT_GE(v.s.peak_env, 32767);
+    EXPECT_LT(v.s.energy, v.s.reference / 2);
+    EXPECT_LE(v.s.gain, 131072);
+    EXPECT_GT(v.s.gain, 131072 - 128);
+  }
+  {  // count 0: the envelope moves towards 0, no sample is touched.
+    Svc v;
+    v.s.peak_env = 10000;
+    int z = 5;
+    smart_volume_control_process(&v.s, &z, &z, &z, &z, 0);
+    EXPECT_EQ(v.s.peak_env, 10000 - (10000 >> 9) - 1);  // (0 - 10000) >> 9 floors to -20
+    EXPECT_EQ(z, 5);
+  }
+}
+
+}  // namespace
