@@ -112,6 +112,7 @@ BPInfo_tag* BP_ns_init(int fs, int bin_count) {
 void BP_ns_delete(BPInfo_tag* r) { std::free(r); }
 
 int BP_ns_pre(BPInfo_tag* r, short* in, int len) {
+  if (r == nullptr || (in == nullptr && len > 0)) return -1;
   short peak = 1;
   for (int i = 0; i < len - 1; i++) {
     if (in[i] > peak) peak = in[i];
@@ -125,6 +126,7 @@ int BP_ns_pre(BPInfo_tag* r, short* in, int len) {
 }
 
 unsigned int BP_ns_app(BPInfo_tag* r, unsigned short* magn, unsigned int magn_sum, short q_magn) {
+  if (r == nullptr || magn == nullptr || r->bin_count <= 0) return 0;
   // Spectral feature: the log distances of the bins from the mean, in the
   // true signal scale (the Q(q_magn) scaling removed), positive ones summed.
   const uint32_t mean = magn_sum / static_cast<uint32_t>(r->bin_count);
@@ -187,6 +189,7 @@ unsigned int BP_ns_app(BPInfo_tag* r, unsigned short* magn, unsigned int magn_su
 }
 
 int BP_ns_post(BPInfo_tag* r, short* in, int len, short* out) {
+  if (r == nullptr || ((in == nullptr || out == nullptr) && len > 0)) return -1;
   uint32_t sum = 0;
   int32_t peak = 0;
   for (int i = 0; i < len; i++) {
@@ -224,6 +227,7 @@ int BP_ns_post(BPInfo_tag* r, short* in, int len, short* out) {
 }
 
 void soft_gain_proc(short* in, int len, short* out, short target, short* gain, short step) {
+  if (gain == nullptr || ((in == nullptr || out == nullptr) && len > 0)) return;
   if (target == 32767 && *gain == 32767) return;
   ramp_gain(in, len, out, target, gain, step);
 }

@@ -13,10 +13,13 @@
  * a Q15 margin to a Q15 probability with a 20-entry e^k table and a
  * fourth-order polynomial, and one Q15 fractional division.
  *
- * None of these functions checks its arguments (a null record is a caller
- * error). The one fatal path is that division: should its operands ever be
- * out of order it prints a message and ends the process with status 0; the
- * normalisation in sigmoid keeps them in order for every int argument.
+ * Null arguments: BP_ns_pre and BP_ns_post return -1 for a null record or
+ * buffer (with len > 0), BP_ns_app returns 0 (no speech) for a null record or
+ * spectrum, soft_gain_proc does nothing, BP_ns_delete(NULL) is harmless.
+ * Other arguments are not checked. The one fatal path is the Q15 division
+ * in sigmoid: should its operands ever be out of order it prints a message
+ * and ends the process with status 0; the normalisation (denominator's top
+ * bit to bit 30) keeps them in order for every int argument.
  */
 #ifndef KAFX_PROC_BP_NS_H
 #define KAFX_PROC_BP_NS_H

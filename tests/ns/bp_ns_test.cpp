@@ -80,6 +80,26 @@ TEST(Sigmoid, FatalDivisionInChildProcess) {
   }
 }
 
+TEST(BandPostProcessing, NullArguments) {
+  BpPtr r(BP_ns_init(8000, 65));
+  short buf[4] = {1, 2, 3, 4};
+  unsigned short magn[65] = {};
+  short g = 100;
+  EXPECT_EQ(BP_ns_pre(nullptr, buf, 4), -1);
+  EXPECT_EQ(BP_ns_pre(r.get(), nullptr, 4), -1);
+  EXPECT_EQ(BP_ns_post(nullptr, buf, 4, buf), -1);
+  EXPECT_EQ(BP_ns_post(r.get(), buf, 4, nullptr), -1);
+  EXPECT_EQ(BP_ns_app(nullptr, magn, 0, 0), 0u);
+  EXPECT_EQ(BP_ns_app(r.get(), nullptr, 0, 0), 0u);
+  soft_gain_proc(buf, 4, nullptr, 0, &g, 50);
+  soft_gain_proc(buf, 4, buf, 0, nullptr, 50);
+  EXPECT_EQ(g, 100);
+  EXPECT_EQ(buf[3], 4);
+  EXPECT_EQ(r->frame_count, 0);  // nothing recorded
+  EXPECT_EQ(r->in_peak_history[49], 0);
+  BP_ns_delete(nullptr);
+}
+
 TEST(BandPostProcessing, InitAndPeakTracker) {
   BpPtr r(BP_ns_init(16000, 129));
   EXPECT_EQ(r->bin_count, 129);
