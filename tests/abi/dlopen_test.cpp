@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "kafx_proc/hp_effect.h"
 #include "kafx_proc/ns.h"
 #include "kafx_proc/speaker_boost.h"
 
@@ -247,6 +249,54 @@ TEST_F(Library, NoiseSuppressorThroughResolvedNames) {
   }
   EXPECT_LT(out_energy, in_energy / 30);  // white noise alone: more than 15 dB down (floor 18 dB)
   EXPECT_EQ(free_core(rec.data()), 0);
+}
+
+}  // namespace
+
+namespace {
+
+// The headphone product through resolved names: every chain and front-end name resolves; a bypassed rate leaves
+// the buffer bit for bit; at 48 kHz a graphic equalizer record is kept, faded in over six 240-frame blocks and
+// applied at the third, as the host sees in the handle's public record.
+TEST_F(Library, HeadphoneProductThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  for (const char* n : {"kedo_hp_effect_init", "kedo_hp_effect_setparameter", "kedo_hp_effect_core_process",
+                        "kedo_hp_effect_update_smooth_status", "kedo_hp_effect_svc_setparameter",
+                        "kedo_hp_effect_process_v2", "kedo_hp_effect_debug_enable_setstatus", "kafx_hp_effect_reset"})
+    EXPECT_NE(dlsym(handle_, n), nullptr) << n;
+  auto init = sym<void* (*)(unsigned int, int)>("kafx_hp_effect_init");
+  auto deinit = sym<void (*)(void*)>("kafx_hp_effect_deinit");
+  auto set = sym<void (*)(void*, void*)>("kafx_hp_effect_set_parameters");
+  auto get = sym<void (*)(void*, void*)>("kafx_hp_effect_get_parameters");
+  auto process = sym<void (*)(void*, void*, unsigned int)>("kafx_hp_effect_process");
+  ASSERT_TRUE(init && deinit && set && get && process);
+  audio_effect_control_acdb_t rec{}, back{};
+  rec.effect_type = 5;
+  for (int b = 0; b < 10; ++b) rec.effect_data[b] = b - 5;
+  std::vector<int16_t> in(2 * 240);
+  for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<int16_t>(i * 1237 % 20000 - 10000);
+  for (unsigned rate : {44049u, 48000u}) {
+    void* h = init(rate, 1);
+    ASSERT_NE(h, nullptr);
+    set(h, &rec);
+    get(h, &back);
+    EXPECT_EQ(0, std::memcmp(&back, &rec, sizeof rec));
+    const auto* hp = static_cast<const kafx_hp_effect_t*>(h);
+    std::vector<int16_t> buf = in;
+    for (int block = 0; block < 8; ++block) {
+      buf = in;
+      process(h, buf.data(), static_cast<unsigned>(buf.size() * sizeof(int16_t)));
+      if (rate == 48000 && block == 2) {
+        EXPECT_EQ(hp->chain.equalizer->band_index[9], 4);
+      }
+    }
+    if (rate == 44049) {
+      EXPECT_EQ(buf, in);
+    } else {
+      EXPECT_TRUE(buf != in && hp->chain.fade_state == -1 && hp->chain.equalizer->status == 1 && hp->block_len == 240);
+    }
+    deinit(h);
+  }
 }
 
 }  // namespace
