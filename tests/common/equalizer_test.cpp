@@ -44,11 +44,13 @@ struct Model {
   int64_t gain;
   Bands c;
   std::array<std::array<int64_t, 4>, 10> h{};  // x1, x2, y1, y2 per band
+  std::array<bool, 10> off{};                  // a section whose status is 0 passes its input
   static int64_t sat(int64_t v) { return std::clamp<int64_t>(v, INT32_MIN, INT32_MAX); }
   static int64_t no_m1(int64_t v) { return v == -1 ? 0 : v; }
   int step(int in) {
     int64_t s = no_m1(sat(in * gain >> 13));
     for (int b = 0; b < 10; ++b) {
+      if (off[b]) continue;
       auto& [x1, x2, y1, y2] = h[b];
       const auto& k = c[b];
       const int64_t x = sat(s * 32);
@@ -219,6 +221,28 @@ TEST(GraphicEq, CascadeMatchesDirectModelInAnyBlockSplit) {
         ASSERT_EQ(m[i], el) << "mono at " << i;
       }
     }
+  }
+}
+
+TEST(GraphicEq, SectionsSwitchedOffByHandPassTheirInput) {
+  std::mt19937 rng(11);
+  Eq e;
+  const int idx[10] = {9, -7, 5, 12, -3, 8, -11, 6, -5, 10};
+  equalizer_set_param_index(&e.eq, idx, SAMPLE_RATE_48000);
+  Model ml{8192, e.coefficients()};
+  ml.off[4] = ml.off[7] = true;
+  Model mr = ml;
+  IIR_set_status(e.eq.left_band[4], 0);
+  IIR_set_status(e.eq.right_band[4], 0);
+  IIR_set_status(e.eq.left_band[7], 0);
+  IIR_set_status(e.eq.right_band[7], 0);
+  std::vector<int> l = noise(rng, 700, 6000000), r = noise(rng, 700, 6000000);
+  const std::vector<int> inl = l, inr = r;
+  equalizer_process_stereo(&e.eq, l.data(), r.data(), l.data(), r.data(), 300);
+  equalizer_process_stereo(&e.eq, l.data() + 300, r.data() + 300, l.data() + 300, r.data() + 300, 400);
+  for (size_t i = 0; i < l.size(); ++i) {
+    ASSERT_EQ(l[i], ml.step(inl[i])) << i;
+    ASSERT_EQ(r[i], mr.step(inr[i])) << i;
   }
 }
 
