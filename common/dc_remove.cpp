@@ -4,30 +4,12 @@
 // sample (or 8192 times a 16-bit sample). The pole 0.996 is 66840428 / 2^26;
 // the product P = D * 66840428 gives the new state P >> 26 and the output
 // P >> 31 (working samples) or P >> 39 (16-bit), i.e. the state brought back
-// to the input's scale. Sums and the product wrap in 64 bits, which only
-// happens for inputs far outside the sample range.
+// to the input's scale. The step itself is in dc_remove.h.
 #include "kafx_proc/dc_remove.h"
 
-#include "common/fixed_point.h"
+#include "common/dc_remove.h"
 
 using namespace kafx;
-
-namespace {
-
-constexpr int64_t kPole = 66840428;  // 0.996 in Q26
-
-// One step at input shift S (5 or 13); returns P, the scaled product.
-template <int S>
-inline int64_t dc_step(dc_remove* d, int32_t in) {
-  const int64_t x = static_cast<int64_t>(static_cast<uint64_t>(static_cast<int64_t>(in)) << S);
-  const int64_t diff = wrap_add64(wrap_add64(d->y1, x), -d->x1);
-  const int64_t p = wrap_mul64(diff, kPole);
-  d->y1 = p >> 26;
-  d->x1 = x;
-  return p;
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -40,15 +22,19 @@ void dc_remove_reset(dc_remove* d) { dc_remove_init(d); }
 
 void dc_remove_end(dc_remove* d) { dc_remove_init(d); }
 
-void dc_remove_process_24(dc_remove* d, int* in, int* out) { *out = flush_m1(sat32(dc_step<5>(d, *in) >> 31)); }
+void dc_remove_process_24(dc_remove* d, int* in, int* out) {
+  *out = dc_remove_out24(dc_remove_tick<5>(d->y1, d->x1, *in));
+}
 
 void dc_remove_process_16(dc_remove* d, int* in, int* out) {
-  // Low 32 bits of the shifted product, no saturation.
-  *out = flush_m1(static_cast<int32_t>(dc_step<13>(d, *in) >> 39));
+  *out = dc_remove_out16(dc_remove_tick<13>(d->y1, d->x1, *in));
 }
 
 void do_dc_remove_process(dc_remove* d, int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) dc_remove_process_24(d, &in[i], &out[i]);
+  int64_t y1 = d->y1, x1 = d->x1;
+  for (int i = 0; i < count; ++i) out[i] = dc_remove_out24(dc_remove_tick<5>(y1, x1, in[i]));
+  d->y1 = y1;
+  d->x1 = x1;
 }
 
 }  // extern "C"

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/delay.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -20,27 +21,13 @@ int32_t* alloc_words(int len) {
 
 void clear_words(int32_t* p, int len) { std::memset(p, 0, static_cast<size_t>(len) * sizeof(int32_t)); }
 
-// Advance a circular position, wrapping at `limit`.
-inline int32_t next_index(int32_t index, int32_t limit) {
-  ++index;
-  return index >= limit ? 0 : index;
-}
-
-// One step of the damped comb; `s` is the shift between the sample format
-// and the Q28 loop (13 for 16-bit samples, 5 for working samples).
+// One step of the damped comb at its loop position (kernel in delay.h).
 template <int S>
 int32_t comb_step(int32_t x, comber* c) {
-  const int32_t out = c->buffer[c->index];
-  // One-pole low-pass: damp_complement weights the loop output, damp the
-  // previous state; both products and their sum in 64 bits.
-  const int64_t acc = static_cast<int64_t>(c->damp_complement) * out + static_cast<int64_t>(c->damp) * c->lowpass_state;
-  c->lowpass_state = mul_shift<13>(acc);
-  // Input enters the loop at Q28; the feedback addition is a plain 32-bit add
-  // that wraps near full scale with a loop gain close to 1.
-  const int32_t in = static_cast<int32_t>(static_cast<uint32_t>(x) << S);
-  c->buffer[c->index] = wrap_add(in, mulq13(c->lowpass_state, c->feedback));
+  const int32_t out =
+      comb_tick<S>(x, c->buffer + c->index, c->lowpass_state, c->damp, c->damp_complement, c->feedback);
   c->index = next_index(c->index, c->size);
-  return flush_m1(out >> S);
+  return out;
 }
 
 }  // namespace
@@ -115,10 +102,7 @@ void allpass_setfeedback(allpass* a, int feedback) { a->feedback = feedback; }
 void allpass_getfeedback(allpass* a, int* feedback) { *feedback = a->feedback; }
 
 int allpass_process(int x, allpass* a) {
-  const int32_t g = a->feedback;
-  const int32_t delayed = a->buffer[a->index];
-  const int32_t y = sat_add(mulq13(g, x), delayed);
-  a->buffer[a->index] = sat_sub(x, mulq13(g, y));
+  const int32_t y = allpass_tick(x, a->buffer + a->index, a->feedback);
   a->index = next_index(a->index, a->size);
   return y;
 }

@@ -10,8 +10,11 @@
 // saturated to int32.
 #include "kafx_proc/reverb.h"
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "common/dc_remove.h"
+#include "common/delay.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -33,35 +36,137 @@ T* alloc_record() {
   return static_cast<T*>(std::malloc(sizeof(T)));
 }
 
-// One stereo frame through the comb banks and all-pass chains. The combs run
-// alternately left k, right k; S picks the comb's sample format.
-template <bool Wide>
-inline void network_stereo(reverb_t* r, int32_t xl, int32_t xr, int32_t* acc_l, int32_t* acc_r) {
-  int32_t al = 0;
-  int32_t ar = 0;
-  for (int k = 0; k < kCombs; ++k) {
-    if constexpr (Wide) {
-      al = wrap_add(al, comb_process_24(xl, r->comb_left[k]));
-      ar = wrap_add(ar, comb_process_24(xr, r->comb_right[k]));
-    } else {
-      al = wrap_add(al, comb_process_16(xl, r->comb_left[k]));
-      ar = wrap_add(ar, comb_process_16(xr, r->comb_right[k]));
+// The process functions work through runs of up to kChunk frames filter by
+// filter: every comb, all-pass and DC blocker still sees its input in sample
+// order, so the result is the same as running the frame loop of the
+// description sample by sample, while each filter's state stays in
+// registers and independent recursions overlap.
+constexpr int kChunk = 256;
+
+// acc[i] += the outputs of combs c0 and c1 fed x[i], for i < n (32-bit
+// wrap-around sums, whose order does not change them). The run is cut where
+// either loop position wraps, so the inner loops walk plain pointers; with
+// gains that cannot saturate (the reverb's own settings always) the step
+// without saturation tests is used, otherwise the general one.
+template <int S, bool Unsaturated>
+void comb_pair_run(comber* c0, comber* c1, const int32_t* x, int32_t* acc, int n) {
+  int32_t lp0 = c0->lowpass_state, lp1 = c1->lowpass_state;
+  const int32_t d0 = c0->damp, e0 = c0->damp_complement, f0 = c0->feedback;
+  const int32_t d1 = c1->damp, e1 = c1->damp_complement, f1 = c1->feedback;
+  int32_t i0 = c0->index, i1 = c1->index;
+  for (int i = 0; i < n;) {
+    const int m = std::min({n - i, c0->size - i0, c1->size - i1});
+    int32_t* p0 = c0->buffer + i0;
+    int32_t* p1 = c1->buffer + i1;
+    for (int j = 0; j < m; ++j) {
+      int32_t y0, y1;
+      if constexpr (Unsaturated) {
+        y0 = comb_tick_unsaturated<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
+        y1 = comb_tick_unsaturated<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
+      } else {
+        y0 = comb_tick<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
+        y1 = comb_tick<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
+      }
+      acc[i + j] = wrap_add(acc[i + j], wrap_add(y0, y1));
     }
+    i += m;
+    i0 += m;
+    i1 += m;
+    if (i0 >= c0->size) i0 = 0;
+    if (i1 >= c1->size) i1 = 0;
+  }
+  c0->lowpass_state = lp0;
+  c1->lowpass_state = lp1;
+  c0->index = i0;
+  c1->index = i1;
+}
+
+template <int S>
+void comb_pair(comber* c0, comber* c1, const int32_t* x, int32_t* acc, int n) {
+  if (comb_gains_unsaturated(c0->damp, c0->damp_complement, c0->feedback) &&
+      comb_gains_unsaturated(c1->damp, c1->damp_complement, c1->feedback)) {
+    comb_pair_run<S, true>(c0, c1, x, acc, n);
+  } else {
+    comb_pair_run<S, false>(c0, c1, x, acc, n);
+  }
+}
+
+// One all-pass over a run, in place (its delay is longer than a run, so
+// the steps do not depend on one another within it).
+void allpass_run(allpass* f, int32_t* v, int n) {
+  AllpassKernel k(f);
+  for (int i = 0; i < n; ++i) v[i] = k.step(v[i]);
+  k.store(f);
+}
+
+// Comb banks and all-pass chains of both channels over a run; S picks the
+// comb's sample format (5: working samples, 13: 16-bit).
+template <int S>
+void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
+  for (int i = 0; i < n; ++i) al[i] = ar[i] = 0;
+  for (int k = 0; k < kCombs; k += 2) {
+    comb_pair<S>(r->comb_left[k], r->comb_left[k + 1], xl, al, n);
+    comb_pair<S>(r->comb_right[k], r->comb_right[k + 1], xr, ar, n);
   }
   for (int k = 0; k < kAllpasses; ++k) {
-    al = allpass_process(al, r->allpass_left[k]);
-    ar = allpass_process(ar, r->allpass_right[k]);
+    allpass_run(r->allpass_left[k], al, n);
+    allpass_run(r->allpass_right[k], ar, n);
   }
-  *acc_l = al;
-  *acc_r = ar;
 }
 
 // saturate32((wet1 * own + wet2 * other + dry_gain * dry) >> 13), the sum in
 // 64 bits (wrapping only for gains far beyond any sensible setting).
-inline int32_t mix(const reverb_t* r, int32_t own, int32_t other, int32_t dry) {
-  int64_t acc = wrap_add64(static_cast<int64_t>(r->wet1) * own, static_cast<int64_t>(r->wet2) * other);
-  acc = wrap_add64(acc, static_cast<int64_t>(r->dry_gain) * dry);
+inline int32_t mix(int32_t wet1, int32_t wet2, int32_t dry_gain, int32_t own, int32_t other, int32_t dry) {
+  int64_t acc = wrap_add64(static_cast<int64_t>(wet1) * own, static_cast<int64_t>(wet2) * other);
+  acc = wrap_add64(acc, static_cast<int64_t>(dry_gain) * dry);
   return sat32(acc >> 13);
+}
+
+// A stereo run: input gain, network, mix, DC blockers. Sample is int32_t
+// (working samples, S = 5) or short (S = 13, outputs clamped to 16 bits).
+template <int S, class Sample>
+void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
+                int n) {
+  int32_t xl[kChunk], xr[kChunk], al[kChunk], ar[kChunk];
+  const int32_t gain = r->gain;
+  for (int i = 0; i < n; ++i) {
+    xl[i] = mulq13(in_left[i], gain);
+    xr[i] = mulq13(in_right[i], gain);
+  }
+  network_stereo<S>(r, xl, xr, al, ar, n);
+  const int32_t wet1 = r->wet1, wet2 = r->wet2, dry_gain = r->dry_gain;
+  int64_t yl = r->dc_left->y1, pl = r->dc_left->x1, yr = r->dc_right->y1, pr = r->dc_right->x1;
+  for (int i = 0; i < n; ++i) {
+    // Inputs are read before the outputs of the same frame are stored, so
+    // the buffers may coincide.
+    const int32_t ml = mix(wet1, wet2, dry_gain, al[i], ar[i], in_left[i]);
+    const int32_t mr = mix(wet1, wet2, dry_gain, ar[i], al[i], in_right[i]);
+    if constexpr (S == 5) {
+      out_left[i] = dc_remove_out24(dc_remove_tick<5>(yl, pl, ml));
+      out_right[i] = dc_remove_out24(dc_remove_tick<5>(yr, pr, mr));
+    } else {
+      out_left[i] = sat16(dc_remove_out16(dc_remove_tick<13>(yl, pl, ml)));
+      out_right[i] = sat16(dc_remove_out16(dc_remove_tick<13>(yr, pr, mr)));
+    }
+  }
+  r->dc_left->y1 = yl;
+  r->dc_left->x1 = pl;
+  r->dc_right->y1 = yr;
+  r->dc_right->x1 = pr;
+}
+
+template <int S, class Sample>
+void stereo_process(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
+                    unsigned int count) {
+  while (count > 0) {
+    const int n = count < static_cast<unsigned int>(kChunk) ? static_cast<int>(count) : kChunk;
+    stereo_run<S>(r, in_left, in_right, out_left, out_right, n);
+    in_left += n;
+    in_right += n;
+    out_left += n;
+    out_right += n;
+    count -= static_cast<unsigned int>(n);
+  }
 }
 
 }  // namespace
@@ -198,48 +303,36 @@ void reverb_getstatus(reverb_t* r, int* status) { *status = r->status; }
 
 void reverb_process_stereo_24(reverb_t* r, int* in_left, int* in_right, int* out_left, int* out_right,
                               unsigned int count) {
-  for (unsigned int i = 0; i < count; ++i) {
-    const int32_t dl = in_left[i];
-    const int32_t dr = in_right[i];
-    int32_t al, ar;
-    network_stereo<true>(r, mulq13(dl, r->gain), mulq13(dr, r->gain), &al, &ar);
-    int ol = mix(r, al, ar, dl);
-    int orr = mix(r, ar, al, dr);
-    dc_remove_process_24(r->dc_left, &ol, &ol);
-    dc_remove_process_24(r->dc_right, &orr, &orr);
-    out_left[i] = ol;
-    out_right[i] = orr;
-  }
+  stereo_process<5>(r, in_left, in_right, out_left, out_right, count);
 }
 
 void reverb_process_stereo_16(reverb_t* r, short* in_left, short* in_right, short* out_left, short* out_right,
                               unsigned int count) {
-  for (unsigned int i = 0; i < count; ++i) {
-    const int32_t dl = in_left[i];
-    const int32_t dr = in_right[i];
-    int32_t al, ar;
-    network_stereo<false>(r, mulq13(dl, r->gain), mulq13(dr, r->gain), &al, &ar);
-    int ol = mix(r, al, ar, dl);
-    int orr = mix(r, ar, al, dr);
-    dc_remove_process_16(r->dc_left, &ol, &ol);
-    dc_remove_process_16(r->dc_right, &orr, &orr);
-    out_left[i] = sat16(ol);
-    out_right[i] = sat16(orr);
-  }
+  stereo_process<13>(r, in_left, in_right, out_left, out_right, count);
 }
 
 // The mono path scales the input by gain / 2^14 (half the stereo level) and
-// forms its products in 32 bits with wrap-around; no DC blocker.
+// forms its products in 32 bits with wrap-around; left network only, no DC
+// blocker.
 void reverb_processMono(reverb_t* r, short* in, short* out, int count) {
-  for (int i = 0; i < count; ++i) {
-    const int32_t d = in[i];
-    const int32_t x = static_cast<int32_t>(static_cast<uint32_t>(r->gain) * static_cast<uint32_t>(d)) >> 14;
-    int32_t acc = 0;
-    for (int k = 0; k < kCombs; ++k) acc = wrap_add(acc, comb_process_16(x, r->comb_left[k]));
-    for (int k = 0; k < kAllpasses; ++k) acc = allpass_process(acc, r->allpass_left[k]);
-    const uint32_t sum = static_cast<uint32_t>(r->dry_gain) * static_cast<uint32_t>(d) +
-                         static_cast<uint32_t>(r->wet1) * static_cast<uint32_t>(acc);
-    out[i] = sat16(static_cast<int32_t>(sum) >> 13);
+  while (count > 0) {
+    const int n = count < kChunk ? count : kChunk;
+    int32_t x[kChunk], acc[kChunk];
+    const uint32_t gain = static_cast<uint32_t>(r->gain);
+    for (int i = 0; i < n; ++i) {
+      x[i] = static_cast<int32_t>(gain * static_cast<uint32_t>(in[i])) >> 14;
+      acc[i] = 0;
+    }
+    for (int k = 0; k < kCombs; k += 2) comb_pair<13>(r->comb_left[k], r->comb_left[k + 1], x, acc, n);
+    for (int k = 0; k < kAllpasses; ++k) allpass_run(r->allpass_left[k], acc, n);
+    const uint32_t dry_gain = static_cast<uint32_t>(r->dry_gain), wet1 = static_cast<uint32_t>(r->wet1);
+    for (int i = 0; i < n; ++i) {
+      const uint32_t sum = dry_gain * static_cast<uint32_t>(in[i]) + wet1 * static_cast<uint32_t>(acc[i]);
+      out[i] = sat16(static_cast<int32_t>(sum) >> 13);
+    }
+    in += n;
+    out += n;
+    count -= n;
   }
 }
 
