@@ -319,7 +319,9 @@ int kafx_ns_quality_main(int argc, char** argv) {
       return usage_error("ns-quality", "unknown argument '" + a + "'");
     }
   }
-  const int signal_rate = fs == 32000 ? 16000 : fs;  // 32 kHz blocks are treated as 16 kHz
+  // At 32 kHz the suppressor takes 160-sample (5 ms) blocks of the 32 kHz
+  // signal and analyses them as if they were 16 kHz, as the karaoke chain does.
+  const int signal_rate = fs;
   const char* noise_names[] = {"white", "pink", "hum"};
   const double floors_db[] = {20 * std::log10(0.5), 20 * std::log10(0.25), 20 * std::log10(0.125),
                               20 * std::log10(1475.0 / 16384)};
