@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "common/biquad.h"
+#include "common/delay.h"
 #include "common/fixed_point.h"
 #include "headphone/stereo_widening_system_tables.h"
 
@@ -55,7 +56,6 @@ int rate_index(SampleRateType rate) {
   return (r >= 0 && r <= 3) ? r : 1;
 }
 
-void copy(int32_t* dst, const int* src, int n) { std::memcpy(dst, src, static_cast<size_t>(n) * sizeof(int32_t)); }
 
 IIR_t* new_section(const int32_t* row) {
   IIR_t* f = alloc_zeroed<IIR_t>();
@@ -100,22 +100,52 @@ struct DifferenceMix {
   }
 };
 
+// Sections with their state in locals for a whole chunk (the shared
+// per-sample kernel of the biquad section); a pass-through section (status 0)
+// sends the chunk down the per-sample path instead.
+template <int N>
+struct Sections {
+  IIR_t* const* f;
+  Biquad32Kernel k[N];
+  int32_t x0[N];
+  explicit Sections(IIR_t* const* sections) : f(sections) {
+    for (int s = 0; s < N; ++s) {
+      k[s] = Biquad32Kernel(f[s]);
+      x0[s] = f[s]->state[0];
+    }
+  }
+  [[gnu::always_inline]] int32_t step(int s, int32_t x) { return k[s].step(x, &x0[s]); }
+  void store() const {
+    for (int s = 0; s < N; ++s) k[s].store(f[s], x0[s]);
+  }
+  static bool all_on(IIR_t* const* sections) {
+    for (int s = 0; s < N; ++s) {
+      if (sections[s]->status == 0) return false;
+    }
+    return true;
+  }
+};
+
 void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left,
                       int* out_right, int n) {
-  int32_t lf[kChunk], rf[kChunk], m_low[kChunk], m_band[kChunk], s_low[kChunk], s_high[kChunk];
-  copy(lf, in_left, n);
-  copy(rf, in_right, n);
-  IIR_t* const* s = d->section;
-  for (int k = 0; k < 3; ++k) biquad_block32_pair(s[k], lf, s[k + 3], rf, n);
-  for (int i = 0; i < n; ++i) {
-    m_low[i] = m_band[i] = wrap_add(lf[i], rf[i]);
-    s_low[i] = s_high[i] = wrap_sub(lf[i], rf[i]);
+  if (!Sections<DIFFERENCE_CIRCUIT_SECTIONS>::all_on(d->section)) {
+    for (int i = 0; i < n; ++i) {
+      int l = in_left[i], r = in_right[i];
+      difference_circuit_process_32(d, &l, &r, &out_left[i], &out_right[i]);
+    }
+    return;
   }
-  IIR_t* bands[4] = {s[10], s[9], s[7], s[8]};
-  int32_t* bufs[4] = {m_low, m_band, s_low, s_high};
-  biquad_block32_multi(bands, bufs, 4, n);
+  Sections<DIFFERENCE_CIRCUIT_SECTIONS> s(d->section);
   const DifferenceMix mix{d->side_gain};
-  for (int i = 0; i < n; ++i) mix(lf[i], rf[i], m_low[i], m_band[i], s_low[i], s_high[i], &out_left[i], &out_right[i]);
+  for (int i = 0; i < n; ++i) {
+    const int32_t lf = s.step(2, s.step(1, s.step(0, in_left[i])));
+    const int32_t rf = s.step(5, s.step(4, s.step(3, in_right[i])));
+    const int32_t mid_sum = wrap_add(lf, rf);
+    const int32_t side = wrap_sub(lf, rf);
+    mix(lf, rf, s.step(10, mid_sum), s.step(9, mid_sum), s.step(7, side), s.step(8, side), &out_left[i],
+        &out_right[i]);
+  }
+  s.store();
 }
 
 // ---------------------------------------------------------------------------
@@ -135,21 +165,28 @@ inline int32_t crossfeed_mix(int32_t gain, int32_t direct, int32_t cross, int32_
 
 void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
                      int n) {
-  int32_t dl[kChunk], dr[kChunk], hl[kChunk], hr[kChunk], xl[kChunk], xr[kChunk];
+  if (!Sections<CROSSFEED_NETWORK_SECTIONS>::all_on(c->section)) {
+    for (int i = 0; i < n; ++i) {
+      int l = in_left[i], r = in_right[i];
+      crossfeed_network_process_32(c, &l, &r, &out_left[i], &out_right[i]);
+    }
+    return;
+  }
+  int32_t xl[kChunk], xr[kChunk];
   for (int i = 0; i < n; ++i) {
-    dl[i] = hl[i] = in_left[i];
-    dr[i] = hr[i] = in_right[i];
     xl[i] = audio_delay_process(c->delay[0], in_left[i]);
     xr[i] = audio_delay_process(c->delay[1], in_right[i]);
   }
-  IIR_t* const* s = c->section;
-  IIR_t* f[6] = {s[0], s[1], s[4], s[5], s[2], s[3]};
-  int32_t* bufs[6] = {dl, dr, hl, hr, xl, xr};
-  biquad_block32_multi(f, bufs, 6, n);
+  Sections<CROSSFEED_NETWORK_SECTIONS> s(c->section);
+  const int32_t gain = c->gain;
   for (int i = 0; i < n; ++i) {
-    out_left[i] = crossfeed_mix(c->gain, dl[i], xr[i], hl[i]);
-    out_right[i] = crossfeed_mix(c->gain, dr[i], xl[i], hr[i]);
+    const int32_t l = in_left[i], r = in_right[i];
+    const int32_t dl = s.step(0, l), dr = s.step(1, r), hl = s.step(4, l), hr = s.step(5, r);
+    const int32_t cl = s.step(2, xl[i]), cr = s.step(3, xr[i]);
+    out_left[i] = crossfeed_mix(gain, dl, cr, hl);
+    out_right[i] = crossfeed_mix(gain, dr, cl, hr);
   }
+  s.store();
 }
 
 // ---------------------------------------------------------------------------
@@ -168,42 +205,74 @@ void reflector_update(early_reflector* e) {
   }
 }
 
-// The room of one channel over a block: acc holds the pre-filtered, quartered
-// input on entry and the all-passed comb sum on exit.
-void reflector_room(comber* const* combs, allpass* const* allpasses, int32_t* acc, int n) {
-  int32_t q[kChunk];
-  copy(q, acc, n);
-  for (int i = 0; i < n; ++i) acc[i] = comb_process_24(q[i], combs[0]);
-  for (int k = 1; k < 4; ++k) {
-    for (int i = 0; i < n; ++i) acc[i] = wrap_add(acc[i], comb_process_24(q[i], combs[k]));
-  }
-  for (int k = 0; k < 2; ++k) {
-    for (int i = 0; i < n; ++i) acc[i] = allpass_process(acc[i], allpasses[k]);
-  }
+// Step 5 before the DC remover: wet reflections plus the unquartered input.
+inline int32_t reflector_wet_dry(const early_reflector* e, int32_t acc, int32_t dry) {
+  return sat_add(gain13(e->wet_gain, acc), gain13(e->dry_gain, dry));
 }
 
 inline int32_t reflector_mix(const early_reflector* e, int32_t acc, int32_t dry, dc_remove* dc) {
-  int out = sat_add(gain13(e->wet_gain, acc), gain13(e->dry_gain, dry));
+  int out = reflector_wet_dry(e, acc, dry);
   dc_remove_process_24(dc, &out, &out);
   return out;
 }
 
+// Both rooms over a chunk: acc_l and acc_r hold the pre-filtered, quartered
+// inputs on entry and the all-passed sums of the four combs on exit. Each
+// comb and all-pass runs over the whole chunk with its loop state in locals,
+// the left and right ones of a pair in the same loop (their recursions are
+// independent).
+void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) {
+  int32_t ql[kChunk], qr[kChunk];
+  std::memcpy(ql, acc_l, static_cast<size_t>(n) * sizeof(int32_t));
+  std::memcpy(qr, acc_r, static_cast<size_t>(n) * sizeof(int32_t));
+  std::memset(acc_l, 0, static_cast<size_t>(n) * sizeof(int32_t));
+  std::memset(acc_r, 0, static_cast<size_t>(n) * sizeof(int32_t));
+  for (int k = 0; k < 4; ++k) {
+    CombKernel cl(e->comb_left[k]), cr(e->comb_right[k]);
+    for (int i = 0; i < n; ++i) {
+      acc_l[i] = wrap_add(acc_l[i], cl.step<5>(ql[i]));
+      acc_r[i] = wrap_add(acc_r[i], cr.step<5>(qr[i]));
+    }
+    cl.store(e->comb_left[k]);
+    cr.store(e->comb_right[k]);
+  }
+  for (int k = 0; k < 2; ++k) {
+    AllpassKernel al(e->allpass_left[k]), ar(e->allpass_right[k]);
+    for (int i = 0; i < n; ++i) {
+      acc_l[i] = al.step(acc_l[i]);
+      acc_r[i] = ar.step(acc_r[i]);
+    }
+    al.store(e->allpass_left[k]);
+    ar.store(e->allpass_right[k]);
+  }
+}
+
 void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
                      int n) {
-  int32_t al[kChunk], ar[kChunk];
-  for (int i = 0; i < n; ++i) {
-    al[i] = flush_m1(in_left[i] >> 2);
-    ar[i] = flush_m1(in_right[i] >> 2);
+  IIR_t* pre[2] = {e->prefilter_left, e->prefilter_right};
+  if (!Sections<2>::all_on(pre)) {
+    for (int i = 0; i < n; ++i) {
+      int l = in_left[i], r = in_right[i];
+      early_reflector_process_32(e, &l, &r, &out_left[i], &out_right[i]);
+    }
+    return;
   }
-  biquad_block32_pair(e->prefilter_left, al, e->prefilter_right, ar, n);
-  reflector_room(e->comb_left, e->allpass_left, al, n);
-  reflector_room(e->comb_right, e->allpass_right, ar, n);
+  int32_t al[kChunk], ar[kChunk];
+  Sections<2> s(pre);
   for (int i = 0; i < n; ++i) {
-    const int32_t l = reflector_mix(e, al[i], in_left[i], e->dc_left);
-    const int32_t r = reflector_mix(e, ar[i], in_right[i], e->dc_right);
+    al[i] = s.step(0, flush_m1(in_left[i] >> 2));
+    ar[i] = s.step(1, flush_m1(in_right[i] >> 2));
+  }
+  s.store();
+  reflector_rooms(e, al, ar, n);
+  for (int i = 0; i < n; ++i) {
+    const int32_t l = reflector_wet_dry(e, al[i], in_left[i]);
+    const int32_t r = reflector_wet_dry(e, ar[i], in_right[i]);
     out_left[i] = l;
     out_right[i] = r;
   }
+  do_dc_remove_process(e->dc_left, out_left, out_left, n);
+  do_dc_remove_process(e->dc_right, out_right, out_right, n);
 }
 
 // Runs a stage's chunk function over any count.
