@@ -102,6 +102,101 @@ struct AllpassKernel {
   void store(allpass* a) const { a->index = index; }
 };
 
+// ---------------------------------------------------------------------------
+// Block forms for owners that run many combs and all-passes over runs of
+// frames (reverb, early reflections), identical sample for sample to calling
+// the per-sample functions over the run. The runs are cut where a loop
+// position wraps, so the inner loops walk plain pointers with the state in
+// registers. With comb gains that cannot saturate (comb_gains_unsaturated:
+// the values every owner in the library uses) the saturation tests are left
+// out; otherwise the saturating rule runs.
+
+template <bool Unsaturated>
+[[gnu::always_inline]] inline int32_t q13_product(int32_t a, int32_t b) {
+  if constexpr (Unsaturated) return flush_m1(static_cast<int32_t>((static_cast<int64_t>(a) * b) >> 13));
+  return mulq13(a, b);
+}
+
+// acc[i] += the outputs of combs c0 and c1 fed x[i], for i < n (32-bit
+// wrap-around sums, whose order does not change them). Two independent
+// low-pass recursions per loop overlap in the pipeline.
+template <int S, bool Unsaturated>
+[[gnu::always_inline]] inline void comb_pair_run(comber* c0, comber* c1, const int32_t* x, int32_t* acc, int n) {
+  int32_t lp0 = c0->lowpass_state, lp1 = c1->lowpass_state;
+  const int32_t d0 = c0->damp, e0 = c0->damp_complement, f0 = c0->feedback;
+  const int32_t d1 = c1->damp, e1 = c1->damp_complement, f1 = c1->feedback;
+  int32_t i0 = c0->index, i1 = c1->index;
+  for (int i = 0; i < n;) {
+    int m = n - i;
+    m = c0->size - i0 < m ? c0->size - i0 : m;
+    m = c1->size - i1 < m ? c1->size - i1 : m;
+    int32_t* p0 = c0->buffer + i0;
+    int32_t* p1 = c1->buffer + i1;
+    for (int j = 0; j < m; ++j) {
+      int32_t y0, y1;
+      if constexpr (Unsaturated) {
+        y0 = comb_tick_unsaturated<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
+        y1 = comb_tick_unsaturated<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
+      } else {
+        y0 = comb_tick<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
+        y1 = comb_tick<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
+      }
+      acc[i + j] = wrap_add(acc[i + j], wrap_add(y0, y1));
+    }
+    i += m;
+    i0 += m;
+    i1 += m;
+    if (i0 >= c0->size) i0 = 0;
+    if (i1 >= c1->size) i1 = 0;
+  }
+  c0->lowpass_state = lp0;
+  c1->lowpass_state = lp1;
+  c0->index = i0;
+  c1->index = i1;
+}
+
+// `count` combs (an even number) fed the same input: acc[i] += the sum of
+// their outputs; identical to count * n calls of comb_process_16 (S = 13) or
+// comb_process_24 (S = 5).
+template <int S>
+[[gnu::always_inline]] inline void comb_bank_accumulate(comber* const* c, int count, const int32_t* x, int32_t* acc,
+                                                        int n) {
+  for (int k = 0; k + 1 < count; k += 2) {
+    if (comb_gains_unsaturated(c[k]->damp, c[k]->damp_complement, c[k]->feedback) &&
+        comb_gains_unsaturated(c[k + 1]->damp, c[k + 1]->damp_complement, c[k + 1]->feedback)) {
+      comb_pair_run<S, true>(c[k], c[k + 1], x, acc, n);
+    } else {
+      comb_pair_run<S, false>(c[k], c[k + 1], x, acc, n);
+    }
+  }
+}
+
+// One all-pass over v[0..n), in place; identical to n calls of
+// allpass_process. Within a stretch that does not wrap every step touches its
+// own loop word. For g = 0.5 (4096, the default) g * v >> 13 is v >> 1.
+[[gnu::always_inline]] inline void allpass_block(allpass* a, int32_t* v, int n) {
+  const int32_t g = a->feedback;
+  int p = a->index;
+  for (int i = 0; i < n;) {
+    const int m = n - i < a->size - p ? n - i : a->size - p;
+    int32_t* w = a->buffer + p;
+    if (g == 4096) {
+      for (int j = 0; j < m; ++j) {
+        const int32_t x = v[i + j];
+        const int32_t y = sat_add(flush_m1(x >> 1), w[j]);
+        w[j] = sat_sub(x, flush_m1(y >> 1));
+        v[i + j] = y;
+      }
+    } else {
+      for (int j = 0; j < m; ++j) v[i + j] = allpass_tick(v[i + j], w + j, g);
+    }
+    i += m;
+    p += m;
+    if (p >= a->size) p = 0;
+  }
+  a->index = p;
+}
+
 }  // namespace kafx
 
 #endif

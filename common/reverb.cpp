@@ -10,7 +10,6 @@
 // saturated to int32.
 #include "kafx_proc/reverb.h"
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "common/dc_remove.h"
@@ -37,80 +36,21 @@ T* alloc_record() {
 }
 
 // The process functions work through runs of up to kChunk frames filter by
-// filter: every comb, all-pass and DC blocker still sees its input in sample
-// order, so the result is the same as running the frame loop of the
-// description sample by sample, while each filter's state stays in
-// registers and independent recursions overlap.
+// filter (the block forms of delay.h): every comb, all-pass and DC blocker
+// still sees its input in sample order, so the result is the same as running
+// the frame loop of the description sample by sample.
 constexpr int kChunk = 256;
-
-// acc[i] += the outputs of combs c0 and c1 fed x[i], for i < n (32-bit
-// wrap-around sums, whose order does not change them). The run is cut where
-// either loop position wraps, so the inner loops walk plain pointers; with
-// gains that cannot saturate (the reverb's own settings always) the step
-// without saturation tests is used, otherwise the general one.
-template <int S, bool Unsaturated>
-void comb_pair_run(comber* c0, comber* c1, const int32_t* x, int32_t* acc, int n) {
-  int32_t lp0 = c0->lowpass_state, lp1 = c1->lowpass_state;
-  const int32_t d0 = c0->damp, e0 = c0->damp_complement, f0 = c0->feedback;
-  const int32_t d1 = c1->damp, e1 = c1->damp_complement, f1 = c1->feedback;
-  int32_t i0 = c0->index, i1 = c1->index;
-  for (int i = 0; i < n;) {
-    const int m = std::min({n - i, c0->size - i0, c1->size - i1});
-    int32_t* p0 = c0->buffer + i0;
-    int32_t* p1 = c1->buffer + i1;
-    for (int j = 0; j < m; ++j) {
-      int32_t y0, y1;
-      if constexpr (Unsaturated) {
-        y0 = comb_tick_unsaturated<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
-        y1 = comb_tick_unsaturated<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
-      } else {
-        y0 = comb_tick<S>(x[i + j], p0 + j, lp0, d0, e0, f0);
-        y1 = comb_tick<S>(x[i + j], p1 + j, lp1, d1, e1, f1);
-      }
-      acc[i + j] = wrap_add(acc[i + j], wrap_add(y0, y1));
-    }
-    i += m;
-    i0 += m;
-    i1 += m;
-    if (i0 >= c0->size) i0 = 0;
-    if (i1 >= c1->size) i1 = 0;
-  }
-  c0->lowpass_state = lp0;
-  c1->lowpass_state = lp1;
-  c0->index = i0;
-  c1->index = i1;
-}
-
-template <int S>
-void comb_pair(comber* c0, comber* c1, const int32_t* x, int32_t* acc, int n) {
-  if (comb_gains_unsaturated(c0->damp, c0->damp_complement, c0->feedback) &&
-      comb_gains_unsaturated(c1->damp, c1->damp_complement, c1->feedback)) {
-    comb_pair_run<S, true>(c0, c1, x, acc, n);
-  } else {
-    comb_pair_run<S, false>(c0, c1, x, acc, n);
-  }
-}
-
-// One all-pass over a run, in place (its delay is longer than a run, so
-// the steps do not depend on one another within it).
-void allpass_run(allpass* f, int32_t* v, int n) {
-  AllpassKernel k(f);
-  for (int i = 0; i < n; ++i) v[i] = k.step(v[i]);
-  k.store(f);
-}
 
 // Comb banks and all-pass chains of both channels over a run; S picks the
 // comb's sample format (5: working samples, 13: 16-bit).
 template <int S>
-void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
+[[gnu::always_inline]] inline void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
   for (int i = 0; i < n; ++i) al[i] = ar[i] = 0;
-  for (int k = 0; k < kCombs; k += 2) {
-    comb_pair<S>(r->comb_left[k], r->comb_left[k + 1], xl, al, n);
-    comb_pair<S>(r->comb_right[k], r->comb_right[k + 1], xr, ar, n);
-  }
+  comb_bank_accumulate<S>(r->comb_left, kCombs, xl, al, n);
+  comb_bank_accumulate<S>(r->comb_right, kCombs, xr, ar, n);
   for (int k = 0; k < kAllpasses; ++k) {
-    allpass_run(r->allpass_left[k], al, n);
-    allpass_run(r->allpass_right[k], ar, n);
+    allpass_block(r->allpass_left[k], al, n);
+    allpass_block(r->allpass_right[k], ar, n);
   }
 }
 
@@ -125,7 +65,7 @@ inline int32_t mix(int32_t wet1, int32_t wet2, int32_t dry_gain, int32_t own, in
 // A stereo run: input gain, network, mix, DC blockers. Sample is int32_t
 // (working samples, S = 5) or short (S = 13, outputs clamped to 16 bits).
 template <int S, class Sample>
-void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
+[[gnu::always_inline]] inline void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
                 int n) {
   int32_t xl[kChunk], xr[kChunk], al[kChunk], ar[kChunk];
   const int32_t gain = r->gain;
@@ -155,12 +95,46 @@ void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Samp
   r->dc_right->x1 = pr;
 }
 
-template <int S, class Sample>
+// One run per call, compiled for AVX2 as well (the block passes vectorise).
+KAFX_MULTIVERSION void run24(reverb_t* r, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                             int n) {
+  stereo_run<5>(r, in_left, in_right, out_left, out_right, n);
+}
+
+KAFX_MULTIVERSION void run16(reverb_t* r, const short* in_left, const short* in_right, short* out_left,
+                             short* out_right, int n) {
+  stereo_run<13>(r, in_left, in_right, out_left, out_right, n);
+}
+
+// The mono path scales the input by gain / 2^14 (half the stereo level) and
+// forms its products in 32 bits with wrap-around; left network only, no DC
+// blocker.
+KAFX_MULTIVERSION void run_mono(reverb_t* r, const short* in, short* out, int n) {
+  int32_t x[kChunk], acc[kChunk];
+  const uint32_t gain = static_cast<uint32_t>(r->gain);
+  for (int i = 0; i < n; ++i) {
+    x[i] = static_cast<int32_t>(gain * static_cast<uint32_t>(in[i])) >> 14;
+    acc[i] = 0;
+  }
+  comb_bank_accumulate<13>(r->comb_left, kCombs, x, acc, n);
+  for (int k = 0; k < kAllpasses; ++k) allpass_block(r->allpass_left[k], acc, n);
+  const uint32_t dry_gain = static_cast<uint32_t>(r->dry_gain), wet1 = static_cast<uint32_t>(r->wet1);
+  for (int i = 0; i < n; ++i) {
+    const uint32_t sum = dry_gain * static_cast<uint32_t>(in[i]) + wet1 * static_cast<uint32_t>(acc[i]);
+    out[i] = sat16(static_cast<int32_t>(sum) >> 13);
+  }
+}
+
+template <class Sample>
 void stereo_process(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
                     unsigned int count) {
   while (count > 0) {
     const int n = count < static_cast<unsigned int>(kChunk) ? static_cast<int>(count) : kChunk;
-    stereo_run<S>(r, in_left, in_right, out_left, out_right, n);
+    if constexpr (sizeof(Sample) == sizeof(int32_t)) {
+      run24(r, in_left, in_right, out_left, out_right, n);
+    } else {
+      run16(r, in_left, in_right, out_left, out_right, n);
+    }
     in_left += n;
     in_right += n;
     out_left += n;
@@ -303,33 +277,18 @@ void reverb_getstatus(reverb_t* r, int* status) { *status = r->status; }
 
 void reverb_process_stereo_24(reverb_t* r, int* in_left, int* in_right, int* out_left, int* out_right,
                               unsigned int count) {
-  stereo_process<5>(r, in_left, in_right, out_left, out_right, count);
+  stereo_process(r, in_left, in_right, out_left, out_right, count);
 }
 
 void reverb_process_stereo_16(reverb_t* r, short* in_left, short* in_right, short* out_left, short* out_right,
                               unsigned int count) {
-  stereo_process<13>(r, in_left, in_right, out_left, out_right, count);
+  stereo_process(r, in_left, in_right, out_left, out_right, count);
 }
 
-// The mono path scales the input by gain / 2^14 (half the stereo level) and
-// forms its products in 32 bits with wrap-around; left network only, no DC
-// blocker.
 void reverb_processMono(reverb_t* r, short* in, short* out, int count) {
   while (count > 0) {
     const int n = count < kChunk ? count : kChunk;
-    int32_t x[kChunk], acc[kChunk];
-    const uint32_t gain = static_cast<uint32_t>(r->gain);
-    for (int i = 0; i < n; ++i) {
-      x[i] = static_cast<int32_t>(gain * static_cast<uint32_t>(in[i])) >> 14;
-      acc[i] = 0;
-    }
-    for (int k = 0; k < kCombs; k += 2) comb_pair<13>(r->comb_left[k], r->comb_left[k + 1], x, acc, n);
-    for (int k = 0; k < kAllpasses; ++k) allpass_run(r->allpass_left[k], acc, n);
-    const uint32_t dry_gain = static_cast<uint32_t>(r->dry_gain), wet1 = static_cast<uint32_t>(r->wet1);
-    for (int i = 0; i < n; ++i) {
-      const uint32_t sum = dry_gain * static_cast<uint32_t>(in[i]) + wet1 * static_cast<uint32_t>(acc[i]);
-      out[i] = sat16(static_cast<int32_t>(sum) >> 13);
-    }
+    run_mono(r, in, out, n);
     in += n;
     out += n;
     count -= n;

@@ -59,6 +59,8 @@ struct Wired {
     for (int k = 0; k < 4; ++k) {
       allpass_init(&al[k], kAllpassLeft[k]);
       allpass_init(&ar[k], kAllpassRight[k]);
+      al[k].feedback = r.allpass_left[k]->feedback;
+      ar[k].feedback = r.allpass_right[k]->feedback;
     }
     dc_remove_init(&dl);
     dc_remove_init(&dr);
@@ -197,18 +199,24 @@ TEST(Reverb, FirstEchoOfAnImpulse) {
 }
 
 TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
-  const Params settings[] = {
-      {4096, 4096, 2730, 0, 8192, 127},          // init values
-      {8192, 0, 8192, 4096, 0, 8192},            // longest tail, loud, dry
-      {1000, 8192, 5000, 3000, 16384, 20000},    // no cross term (wet2 = 0)
-      {7168, 2048, 8191, 8191, -8192, 127},      // negative width
+  // The last two rows leave the gains every owner uses: loop gains that can
+  // saturate (feedback above 1.0, negative damping) and all-pass
+  // coefficients written directly by an owner (0.6 and -0.3).
+  struct Setting { Params p; int allpass_g; } settings[] = {
+      {{4096, 4096, 2730, 0, 8192, 127}, 4096},          // init values
+      {{8192, 0, 8192, 4096, 0, 8192}, 4096},            // longest tail, loud, dry
+      {{1000, 8192, 5000, 3000, 16384, 20000}, 4096},    // no cross term (wet2 = 0)
+      {{7168, 2048, 8191, 8191, -8192, 127}, 4096},      // negative width
+      {{20000, -4096, 8192, 2048, 8192, 8192}, 4915},
+      {{6000, 12000, 8192, 2048, 8192, 8192}, -2458},
   };
   const Seq inl = noise(6000, -8388608, 8388607, 1), inr = noise(6000, -8388608, 8388607, 2);
   const Seq16 sl = to16(noise(6000, -32768, 32767, 3)), sr = to16(noise(6000, -32768, 32767, 4));
-  for (const Params& p : settings) {
+  for (const auto& [p, allpass_g] : settings) {
     reverb_t r;
     reverb_init(&r);
     apply(&r, p);
+    for (int k = 0; k < 4; ++k) r.allpass_left[k]->feedback = r.allpass_right[k]->feedback = allpass_g;
     {
       Wired w(r);
       Seq ol(inl.size()), orr(inl.size());
