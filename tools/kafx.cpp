@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "howl_test.h"
 #include "ktv_run.h"
 #include "headphone_run.h"
 #include "ns_run.h"
@@ -35,6 +36,9 @@ void print_usage(FILE* out) {
       "  ktv [options] [VOICE.wav] OUT.wav\n"
       "                   run a mono voice (or a built-in sung phrase) through the\n"
       "                   karaoke voice chain into a stereo file\n"
+      "  howl-test [--room RIR.wav] [--howling on|off]\n"
+      "                   closed-loop feedback simulation: the largest stable loop\n"
+      "                   gain of a room with and without the howling canceller\n"
       "  headphone [options] [IN.wav] OUT.wav\n"
       "                   run a WAV file (or a built-in excerpt) through the\n"
       "                   headphone effect with a calibration record\n"
@@ -66,6 +70,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "headphone") == 0) return kafx_headphone_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ktv") == 0) return kafx_ktv_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "howl-test") == 0) return kafx_howl_test_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ns") == 0) return kafx_ns_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ns-quality") == 0) return kafx_ns_quality_main(argc - 1, argv + 1);
   std::fprintf(stderr, "kafx: unknown command '%s'\n\n", cmd);
