@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <numbers>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "kafx_proc/gramophone.h"
@@ -113,6 +114,23 @@ TEST(Gramophone, BitRougheningStatedExamplesAndModel) {
     const int64_t y = d(rng);
     const int64_t low = ((y % 65536) + 65536) % 65536;
     ASSERT_EQ(bs(static_cast<int>(y)), y >= 0 ? y + low : y - (65535 - low)) << y;
+  }
+}
+
+// Worked by hand from the steps: 1000 -> overdrive 4000 -> roughening 8000
+// (low 16 bits added again) -> filter state 256000; y = 617 * 256000 >> 20 =
+// 150, out 150 >> 5 = 4; then (-1060 * 256000 + 5909563 * 150) >> 20 = 586,
+// out 18; then (268 * 256000 + 5909563 * 586 - 13956198 * 150) >> 20 = 1371,
+// out 42. -1000 -> -4000 -> -4000 - (0xf060 ^ 0xffff) = -7999 -> -5, -19, -44.
+TEST(Gramophone, HandWorkedImpulses) {
+  const std::pair<int, Seq> rows[] = {{1000, {4, 18, 42, 76}}, {-1000, {-5, -19, -44, -80}}};
+  for (const auto& [x, want] : rows) {
+    gramophone g{};
+    gramophone_init(&g);
+    Seq s = {x, 0, 0, 0};
+    gramophone_process(&g, s.data(), s.data(), 4);
+    EXPECT_EQ(s, want) << x;
+    gramophone_end(&g);
   }
 }
 

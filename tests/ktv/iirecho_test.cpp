@@ -90,6 +90,19 @@ TEST(IirEcho, InitDefaultsAndDelayClamp) {
   EXPECT_EQ((Seq{h.e.left->feedback, h.e.right->feedback}), (Seq{7000, 7000}));
 }
 
+// Worked by hand with the defaults (1 ms: loops of 48 and 72 samples): an
+// impulse of 8192 comes out as (2703 + 5489) * 8192 >> 13 = 8192; one loop
+// later the loop filter gives 8192 * 4096 >> 13 = 4096, fed back as 2048,
+// out 5489 * 2048 >> 13 = 1372; next (8192 * 4096 - 4096 * 5734) >> 13 =
+// 1229, fed back as 614, out 411.
+TEST(IirEcho, HandWorkedImpulse) {
+  Echo h;
+  Seq l(80, 0), r(80, 0);
+  l[0] = r[0] = 8192;
+  h.run(l, r, {80});
+  EXPECT_EQ((Seq{l[0], l[47], l[48], l[49], r[71], r[72], r[73]}), (Seq{8192, 0, 1372, 411, 0, 1372, 411}));
+}
+
 // (delay ms, feedback, dry, wet, amplitude): random stereo input against the
 // model, processed in odd block lengths and in place.
 TEST(IirEcho, MatchesQueueModel) {
