@@ -19,9 +19,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/biquad.h"
 #include "common/delay.h"
 #include "common/fixed_point.h"
+#include "headphone/biquad_sections.h"
 #include "headphone/stereo_widening_system_tables.h"
 
 using namespace kafx;
@@ -100,31 +100,10 @@ struct DifferenceMix {
   }
 };
 
-// Sections with their state in locals for a whole chunk (the shared
-// per-sample kernel of the biquad section); a pass-through section (status 0)
-// sends the chunk down the per-sample path instead.
+// Sections run with their state in locals; a chunk with a pass-through
+// section (status 0) goes down the per-sample path instead.
 template <int N>
-struct Sections {
-  IIR_t* const* f;
-  Biquad32Kernel k[N];
-  int32_t x0[N];
-  explicit Sections(IIR_t* const* sections) : f(sections) {
-    for (int s = 0; s < N; ++s) {
-      k[s] = Biquad32Kernel(f[s]);
-      x0[s] = f[s]->state[0];
-    }
-  }
-  [[gnu::always_inline]] int32_t step(int s, int32_t x) { return k[s].step(x, &x0[s]); }
-  void store() const {
-    for (int s = 0; s < N; ++s) k[s].store(f[s], x0[s]);
-  }
-  static bool all_on(IIR_t* const* sections) {
-    for (int s = 0; s < N; ++s) {
-      if (sections[s]->status == 0) return false;
-    }
-    return true;
-  }
-};
+using Sections = BiquadSections<N>;
 
 void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left,
                       int* out_right, int n) {
@@ -135,14 +114,18 @@ void difference_chunk(difference_circuit* d, const int* in_left, const int* in_r
     }
     return;
   }
+  // Two loops: the phase networks, then the bands and the mix.
   Sections<DIFFERENCE_CIRCUIT_SECTIONS> s(d->section);
+  int32_t lf[kChunk], rf[kChunk];
+  for (int i = 0; i < n; ++i) {
+    lf[i] = s.step(2, s.step(1, s.step(0, in_left[i])));
+    rf[i] = s.step(5, s.step(4, s.step(3, in_right[i])));
+  }
   const DifferenceMix mix{d->side_gain};
   for (int i = 0; i < n; ++i) {
-    const int32_t lf = s.step(2, s.step(1, s.step(0, in_left[i])));
-    const int32_t rf = s.step(5, s.step(4, s.step(3, in_right[i])));
-    const int32_t mid_sum = wrap_add(lf, rf);
-    const int32_t side = wrap_sub(lf, rf);
-    mix(lf, rf, s.step(10, mid_sum), s.step(9, mid_sum), s.step(7, side), s.step(8, side), &out_left[i],
+    const int32_t mid_sum = wrap_add(lf[i], rf[i]);
+    const int32_t side = wrap_sub(lf[i], rf[i]);
+    mix(lf[i], rf[i], s.step(10, mid_sum), s.step(9, mid_sum), s.step(7, side), s.step(8, side), &out_left[i],
         &out_right[i]);
   }
   s.store();
@@ -217,33 +200,20 @@ inline int32_t reflector_mix(const early_reflector* e, int32_t acc, int32_t dry,
 }
 
 // Both rooms over a chunk: acc_l and acc_r hold the pre-filtered, quartered
-// inputs on entry and the all-passed sums of the four combs on exit. Each
-// comb and all-pass runs over the whole chunk with its loop state in locals,
-// the left and right ones of a pair in the same loop (their recursions are
-// independent).
+// inputs on entry and the all-passed sums of the four combs on exit (the
+// shared block forms of the comb bank and the all-pass: each filter runs
+// over the chunk in order with its state in registers).
 void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) {
   int32_t ql[kChunk], qr[kChunk];
   std::memcpy(ql, acc_l, static_cast<size_t>(n) * sizeof(int32_t));
   std::memcpy(qr, acc_r, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_l, 0, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_r, 0, static_cast<size_t>(n) * sizeof(int32_t));
-  for (int k = 0; k < 4; ++k) {
-    CombKernel cl(e->comb_left[k]), cr(e->comb_right[k]);
-    for (int i = 0; i < n; ++i) {
-      acc_l[i] = wrap_add(acc_l[i], cl.step<5>(ql[i]));
-      acc_r[i] = wrap_add(acc_r[i], cr.step<5>(qr[i]));
-    }
-    cl.store(e->comb_left[k]);
-    cr.store(e->comb_right[k]);
-  }
+  comb_bank_accumulate<5>(e->comb_left, 4, ql, acc_l, n);
+  comb_bank_accumulate<5>(e->comb_right, 4, qr, acc_r, n);
   for (int k = 0; k < 2; ++k) {
-    AllpassKernel al(e->allpass_left[k]), ar(e->allpass_right[k]);
-    for (int i = 0; i < n; ++i) {
-      acc_l[i] = al.step(acc_l[i]);
-      acc_r[i] = ar.step(acc_r[i]);
-    }
-    al.store(e->allpass_left[k]);
-    ar.store(e->allpass_right[k]);
+    allpass_block(e->allpass_left[k], acc_l, n);
+    allpass_block(e->allpass_right[k], acc_r, n);
   }
 }
 

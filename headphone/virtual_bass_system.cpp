@@ -8,18 +8,16 @@
 // products are 64-bit, shifted right without rounding and saturated; the
 // mixes saturate and flush -1 to 0 where noted.
 //
-// The first pass runs one filter over the whole block at a time
-// (independent sections interleaved), which is the per-sample order of the
-// design exactly: every filter sees its own samples in order and none feeds
-// back into another.
+// The first pass runs sample by sample with every section's state in
+// locals; a block with a pass-through section (status 0) takes the exported
+// per-sample functions instead. Both give the same samples.
 #include "kafx_proc/virtual_bass_system.h"
 
 #include <cstdlib>
 #include <cstring>
 
-#include "common/band_split_block.h"
-#include "common/biquad.h"
 #include "common/fixed_point.h"
+#include "headphone/biquad_sections.h"
 #include "headphone/virtual_bass_system_tables.h"
 
 using namespace kafx;
@@ -81,31 +79,81 @@ int32_t leveller_target(const compressor_bass* c, int32_t peak) {
   return shr_sat<17>(t);
 }
 
+// The sections of the first pass, in the order the kernel below uses them.
+constexpr int kSections = 12;
+void first_pass_sections(virtual_bass_system* v, IIR_t** f) {
+  spectral_band_split* sp[2] = {v->split_left, v->split_right};
+  for (int c = 0; c < 2; ++c) {
+    f[4 * c] = sp[c]->first_a;
+    f[4 * c + 1] = sp[c]->second_a;
+    f[4 * c + 2] = sp[c]->first_b;
+    f[4 * c + 3] = sp[c]->second_b;
+  }
+  f[8] = v->harmonic_filter;
+  f[9] = v->phase_left;
+  f[10] = v->phase_right;
+  f[11] = v->phase_bass;
+}
+
+// Step 5 and 6 of the first pass: the mono bass mix into bass_buffer, the
+// scaled high band into the output.
+inline void first_pass_mix(const virtual_bass_system* v, int32_t h, int32_t b, int32_t hl, int32_t hr, int32_t* bass,
+                           int* out_left, int* out_right) {
+  *bass = flush_m1(sat_add(gain13(v->harmonic_gain, h), gain13(v->bass_gain, b)));
+  *out_left = flush_m1(gain13(v->high_gain, hl));
+  *out_right = flush_m1(gain13(v->high_gain, hr));
+}
+
+// First pass with the exported per-sample functions (any section may pass
+// through).
+void first_pass_samples(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left,
+                        int* out_right, int n) {
+  for (int i = 0; i < n; ++i) {
+    int l = in_left[i], r = in_right[i], low_l, high_l, low_r, high_r, h, hl, hr, b;
+    spectral_band_split_process(v->split_left, &l, &low_l, &high_l);
+    spectral_band_split_process(v->split_right, &r, &low_r, &high_r);
+    int bass = wrap_add(low_l, low_r) >> 1;
+    NLD_process(v->nld, &bass, &h);
+    IIR_process_32(v->harmonic_filter, &h, &h);
+    IIR_process_32(v->phase_left, &high_l, &hl);
+    IIR_process_32(v->phase_right, &high_r, &hr);
+    IIR_process_32(v->phase_bass, &bass, &b);
+    first_pass_mix(v, h, b, hl, hr, &v->bass_buffer[i], &out_left[i], &out_right[i]);
+  }
+}
+
 void process_block(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left, int* out_right,
                    int n) {
-  int32_t high_l[kMaxBlock], high_r[kMaxBlock], low_l[kMaxBlock], low_r[kMaxBlock], h[kMaxBlock];
-  std::memcpy(high_l, in_left, static_cast<size_t>(n) * sizeof(int32_t));
-  std::memcpy(high_r, in_right, static_cast<size_t>(n) * sizeof(int32_t));
-  band_split_block_stereo(v->split_left, v->split_right, high_l, high_r, low_l, low_r, n);
-  // The mono bass (kept in low_l for the all-pass) and its harmonics.
-  int32_t* bass = low_l;
-  for (int i = 0; i < n; ++i) {
-    bass[i] = wrap_add(low_l[i], low_r[i]) >> 1;
-    NLD_process(v->nld, &bass[i], &h[i]);
+  IIR_t* f[kSections];
+  first_pass_sections(v, f);
+  if (!BiquadSections<kSections>::all_on(f)) {
+    first_pass_samples(v, in_left, in_right, out_left, out_right, n);
+  } else {
+    // Three loops: the crossovers, the non-linear device, then the harmonic
+    // filter and the all-passes; each sees its samples in order, and
+    // separating the long NLD product chain from the recursions lets them
+    // overlap.
+    BiquadSections<kSections> s(f);
+    int32_t high_l[kMaxBlock], high_r[kMaxBlock], bass[kMaxBlock], h[kMaxBlock];
+    for (int i = 0; i < n; ++i) {
+      const int32_t l = in_left[i], r = in_right[i];
+      const int32_t low_l = s.step(1, s.step(0, l)), low_r = s.step(5, s.step(4, r));
+      high_l[i] = s.step(3, s.step(2, l));
+      high_r[i] = s.step(7, s.step(6, r));
+      bass[i] = wrap_add(low_l, low_r) >> 1;
+    }
+    for (int i = 0; i < n; ++i) NLD_process(v->nld, &bass[i], &h[i]);
+    for (int i = 0; i < n; ++i) {
+      first_pass_mix(v, s.step(8, h[i]), s.step(11, bass[i]), s.step(9, high_l[i]), s.step(10, high_r[i]),
+                     &v->bass_buffer[i], &out_left[i], &out_right[i]);
+    }
+    s.store();
   }
-  IIR_t* f[4] = {v->harmonic_filter, v->phase_left, v->phase_right, v->phase_bass};
-  int32_t* bufs[4] = {h, high_l, high_r, bass};
-  biquad_block32_multi(f, bufs, 4, n);
   int32_t* bb = v->bass_buffer;
-  for (int i = 0; i < n; ++i) {
-    bb[i] = flush_m1(sat_add(gain13(v->harmonic_gain, h[i]), gain13(v->bass_gain, bass[i])));
-    high_l[i] = flush_m1(gain13(v->high_gain, high_l[i]));
-    high_r[i] = flush_m1(gain13(v->high_gain, high_r[i]));
-  }
   compressor_bass_process(v->compressor, bb, bb, n);
   for (int i = 0; i < n; ++i) {
-    out_left[i] = sat_add(high_l[i], bb[i]);
-    out_right[i] = sat_add(high_r[i], bb[i]);
+    out_left[i] = sat_add(out_left[i], bb[i]);
+    out_right[i] = sat_add(out_right[i], bb[i]);
   }
 }
 

@@ -276,11 +276,13 @@ TEST(VirtualBassSystem, InitLoadsTheStatedRowsAndDefaults) {
 TEST(VirtualBassSystem, MatchesTheCompositionOfItsBlocks) {
   struct Params {
     int clip_level, harmonic, bass, high;
+    bool pass_through;  // the dry bass all-pass and a crossover section switched off
   };
-  const Params sets[] = {{-1, 4096, 4096, 8192},
-                         {8192, 4096, 6144, 8192},
-                         {20000, 12000, 2000, 5000},
-                         {32767, 16384, 16384, 8192}};
+  const Params sets[] = {{-1, 4096, 4096, 8192, false},
+                         {8192, 4096, 6144, 8192, false},
+                         {20000, 12000, 2000, 5000, false},
+                         {32767, 16384, 16384, 8192, false},
+                         {8192, 4096, 6144, 8192, true}};
   std::set<int> regions;
   for (const Params& p : sets) {
     Vbs sys;
@@ -288,6 +290,10 @@ TEST(VirtualBassSystem, MatchesTheCompositionOfItsBlocks) {
     if (p.clip_level >= 0) {
       virtual_bass_system_set_nld_clip_level(&sys.v, p.clip_level);
       NLD_set_clip_level(&ref.nld, p.clip_level);
+    }
+    if (p.pass_through) {
+      sys.v.phase_bass->status = ref.phase[2].status = 0;
+      sys.v.split_right->second_b->status = ref.split[1].second_b->status = 0;
     }
     sys.v.harmonic_gain = ref.harmonic_gain = p.harmonic;
     sys.v.bass_gain = ref.bass_gain = p.bass;
