@@ -151,4 +151,15 @@ void kafx_hp_effect_process(void* handle, void* buffer, unsigned int bytes) {
     for (size_t i = 0; i < samples; ++i) s[i] = shl_sat<8>(s[i]);
 }
 
+// The front end itself does not delay; the chain's compressor, which runs on
+// every processed block, looks ahead by delay_frames of its own blocks. A
+// bypassed handle returns the buffer untouched: no latency.
+int kafx_hp_effect_get_latency(void* handle) {
+  if (handle == nullptr) return -1;
+  const auto* h = as_handle(handle);
+  const compressor_t* c = h->chain.compressor;
+  if (h->enabled == 0 || c == nullptr || c->drc_left == nullptr) return 0;
+  return c->drc_left->lookahead * c->drc_left->frame_len;
+}
+
 }  // extern "C"

@@ -73,4 +73,14 @@ KAFX_KTV_FORWARD_(kafx_ktv_iirecho_setdelay, kedo_audio_tx_ktv_iirecho_setdelay)
 KAFX_KTV_FORWARD_(kafx_ktv_iirecho_setwet, kedo_audio_tx_ktv_iirecho_setwet)
 KAFX_KTV_FORWARD_(kafx_ktv_iirecho_setdry, kedo_audio_tx_ktv_iirecho_setdry)
 
+// Each frame's output belongs to the same frame's input; only the compressor
+// could look ahead, and only while it runs.
+int kafx_ktv_get_latency(void* handle) {
+  const kedo_audio_tx_ktv_t* c = chain_of(handle);
+  if (c == nullptr) return -1;
+  const compressor_t* comp = c->compressor;
+  if (comp == nullptr || comp->status == 0 || comp->drc_left == nullptr) return 0;
+  return comp->drc_left->lookahead * comp->drc_left->frame_len;
+}
+
 }  // extern "C"

@@ -196,4 +196,14 @@ void kafx_speaker_boost_process(void* handle, void* buffer, unsigned int size) {
   else process_frames<int32_t, false>(h, static_cast<int32_t*>(buffer), frames, channels);
 }
 
+// 239 frames of re-blocking, plus the boost system's two look-ahead stages
+// (band limiters, then the full-band limiter) when it runs. The equalizer and
+// channel balance are recursive filters without a pure delay.
+int kafx_speaker_boost_get_latency(void* handle) {
+  if (handle == nullptr) return -1;
+  const speaker_boost_system_t* s = as_handle(handle)->chain.sbs;
+  const int boost = s != nullptr && s->status != 0 ? 2 * s->lookahead * s->frame_len : 0;
+  return kBlock - 1 + boost;
+}
+
 }  // extern "C"

@@ -64,6 +64,12 @@ KAFX_API void kafx_hp_effect_reset(void* handle);
 KAFX_API void kafx_hp_effect_set_parameters(void* handle, void* record);
 KAFX_API void kafx_hp_effect_get_parameters(void* handle, void* record);
 KAFX_API void kafx_hp_effect_process(void* handle, void* buffer, unsigned int bytes);
+/* Total delay of the product in frames: the compressor's look-ahead,
+ * lookahead * frame_len = two 5 ms frames (440 frames in the 44.1 kHz rate
+ * class, 480 in the 48 kHz class); 0 for a bypassed handle (the buffer
+ * passes untouched). Output frame k + latency is the processed input frame k.
+ * -1 for a null handle. */
+KAFX_API int kafx_hp_effect_get_latency(void* handle);
 
 KAFX_EXTERN_C_END
 

@@ -37,6 +37,11 @@ KAFX_API void* kafx_ktv_init(void);
 KAFX_API void kafx_ktv_deinit(void* handle);
 /* Returns 0, or -1 for a null handle or count > 256 (nothing written). */
 KAFX_API int kafx_ktv_process_16(void* handle, short* in, short* out_left, short* out_right, int count);
+/* Total delay of the product in samples: the compressor's look-ahead while
+ * it runs (the chain creates it without look-ahead, so 0), otherwise 0:
+ * every frame's output belongs to the same frame's input. -1 for a null
+ * handle. */
+KAFX_API int kafx_ktv_get_latency(void* handle);
 
 /* Voice gain, Q13 (8192 = unity); acts only while the compressor is on. */
 KAFX_API void kafx_ktv_set_voice_gain(void* handle, int value);
