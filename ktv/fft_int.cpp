@@ -13,6 +13,7 @@
 // cos(2 pi (64 - k) / 256) = -T[|64 - k|] / 2^29.
 #include "kafx_proc/fft_int.h"
 
+#include <array>
 #include <cstdlib>
 
 #include "common/fixed_point.h"
@@ -29,11 +30,19 @@ constexpr int32_t kLnQ16Of65536 = 16 * kLn2Q16;
 constexpr int32_t kReferenceLnQ16 = 52 * kLn2Q16;  // ln 2^52
 constexpr int32_t kDbPerLnQ16 = 1112;        // (10 / ln 10) * 256 / 65536 in Q16
 
-int bit_reverse8(int i) {
-  int r = 0;
-  for (int b = 0; b < FFT_INT_STAGES; ++b) r |= ((i >> b) & 1) << (FFT_INT_STAGES - 1 - b);
-  return r;
+// The 8-bit bit reversal of every index, computed at compile time.
+constexpr std::array<uint8_t, kN> make_bit_reverse() {
+  std::array<uint8_t, kN> t{};
+  for (int i = 0; i < kN; ++i) {
+    int r = 0;
+    for (int b = 0; b < FFT_INT_STAGES; ++b) r |= ((i >> b) & 1) << (FFT_INT_STAGES - 1 - b);
+    t[static_cast<size_t>(i)] = static_cast<uint8_t>(r);
+  }
+  return t;
 }
+constexpr std::array<uint8_t, kN> kBitReverse = make_bit_reverse();
+
+int bit_reverse8(int i) { return kBitReverse[static_cast<size_t>(i)]; }
 
 // Hann window value of sample n (0 .. 255), Q28.
 int64_t hann_q28(int n) {
@@ -52,6 +61,88 @@ int32_t surround_level(const int* level, int k) {
     sum += level[lo] + level[hi];
   }
   return sum / 6;
+}
+
+// W^t = cos - i sin of 2 pi t / 256 (t = 0 .. 127), Q28.
+complex twiddle(int t) {
+  complex w;
+  w.re = -static_cast<int64_t>(kHowlingCentre[t]) >> 1;
+  w.im = static_cast<int64_t>(kHowlingCentre[t < 64 ? 64 - t : t - 64]) >> 1;
+  return w;
+}
+
+// In-place radix-2 decimation-in-time FFT of n (256 or 128) bit-reversed
+// values, each stage halving its outputs; the twiddles of an n-point
+// transform are every (256 / n)-th of the 256-point ones.
+void transform(complex* spec, int n, int stride) {
+  for (int half = 1; half < n; half <<= 1) {
+    const int step = (n / 2) / half * stride;
+    for (int j = 0; j < half; ++j) {
+      const int t = j * step;  // 0 .. 127
+      complex w = twiddle(t);
+      for (int g = 0; g < n; g += 2 * half) {
+        complex& a = spec[g + j];
+        complex& b = spec[g + j + half];
+        // W = 1 and W = -i need no product (complex_mul would return
+        // (re, im) and (im, -re) exactly: the values stay below 2^36).
+        complex p;
+        if (t == 0) {
+          p = b;
+        } else if (t == kN / 4) {
+          p.re = b.im;
+          p.im = -b.re;
+        } else {
+          complex_mul(&b, &w, &p);
+        }
+        const complex x = a;
+        a.re = (x.re + p.re) >> 1;
+        a.im = (x.im + p.im) >> 1;
+        b.re = (x.re - p.re) >> 1;
+        b.im = (x.im - p.im) >> 1;
+      }
+    }
+  }
+}
+
+// The 256-point transform of real windowed samples through one 128-point
+// complex transform: z[n] = x[2n] + i x[2n + 1], Z = FFT128(z) / 128, then
+//   X[k] = (E[k] + W^k O[k]) / 2,  E = (Z[k] + conj Z[128 - k]) / 2,
+//                                  O = (Z[k] - conj Z[128 - k]) / (2 i),
+// which is the DFT / 256 as the complex path gives it (to rounding). Bins
+// 129 .. 255 are the conjugate mirror.
+void real_transform(const int* in, complex* spec) {
+  for (int n = 0; n < kN / 2; ++n) {
+    complex& z = spec[kBitReverse[static_cast<size_t>(n)] >> 1];  // 7-bit reversal
+    z.re = (static_cast<int64_t>(in[2 * n]) * hann_q28(2 * n)) >> 23;
+    z.im = (static_cast<int64_t>(in[2 * n + 1]) * hann_q28(2 * n + 1)) >> 23;
+  }
+  transform(spec, kN / 2, 2);
+  complex half[kN / 2 + 1];
+  for (int k = 0; k <= kN / 2; ++k) {
+    const complex zk = spec[k % (kN / 2)];
+    const complex zc = spec[(kN / 2 - k) % (kN / 2)];
+    // The halves of E and O, once more halved: Z is the 128-point DFT / 128,
+    // X must be the 256-point DFT / 256.
+    const int64_t er = (zk.re + zc.re) >> 2, ei = (zk.im - zc.im) >> 2;
+    complex o;
+    o.re = (zk.im + zc.im) >> 2;
+    o.im = -((zk.re - zc.re) >> 2);
+    complex p;
+    if (k == kN / 2) {
+      p.re = -o.re;  // W^128 = -1
+      p.im = -o.im;
+    } else {
+      complex w = twiddle(k);
+      complex_mul(&o, &w, &p);
+    }
+    half[k].re = er + p.re;
+    half[k].im = ei + p.im;
+  }
+  for (int k = 0; k <= kN / 2; ++k) spec[k] = half[k];
+  for (int k = kN / 2 + 1; k < kN; ++k) {
+    spec[k].re = spec[kN - k].re;
+    spec[k].im = -spec[kN - k].im;
+  }
 }
 
 }  // namespace
@@ -92,29 +183,7 @@ void fft_int_bitreverse(complex* spec) {
   }
 }
 
-void fft_int_transform(complex* spec) {
-  for (int half = 1; half < kN; half <<= 1) {
-    const int step = (kN / 2) / half;  // twiddle index step
-    for (int j = 0; j < half; ++j) {
-      const int t = j * step;  // 0 .. 127
-      // W = cos - i sin of 2 pi t / 256, Q28.
-      complex w;
-      w.re = -static_cast<int64_t>(kHowlingCentre[t]) >> 1;
-      w.im = static_cast<int64_t>(kHowlingCentre[t < 64 ? 64 - t : t - 64]) >> 1;
-      for (int g = 0; g < kN; g += 2 * half) {
-        complex& a = spec[g + j];
-        complex& b = spec[g + j + half];
-        complex p;
-        complex_mul(&b, &w, &p);
-        const complex x = a;
-        a.re = (x.re + p.re) >> 1;
-        a.im = (x.im + p.im) >> 1;
-        b.re = (x.re - p.re) >> 1;
-        b.im = (x.im - p.im) >> 1;
-      }
-    }
-  }
-}
+void fft_int_transform(complex* spec) { transform(spec, kN, 1); }
 
 void fft_int_level(const complex* spec, int* level) {
   for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_q8(bin_power(spec[k]));
@@ -165,8 +234,7 @@ int fft_int_refine(const complex* spec, int k) {
 }
 
 int fft_int_analyze(const int* in, complex* spec, int* level, int* peaks) {
-  fft_int_window(in, spec);
-  fft_int_transform(spec);
+  real_transform(in, spec);
   fft_int_level(spec, level);
   return fft_int_find_peaks(level, peaks);
 }

@@ -356,7 +356,8 @@ void analyse(howling_canceling_work* w) {
 
   // Zero crossings of the last hop (one sample of overlap keeps the count
   // continuous across hops).
-  const int zc = cal_zero_cross(&w->scratch[FFT_INT_SIZE - HOWLING_HOP - 1], HOWLING_HOP + 1);
+  const int zc_from = HOWLING_HOP < FFT_INT_SIZE ? FFT_INT_SIZE - HOWLING_HOP - 1 : 0;
+  const int zc = cal_zero_cross(&w->scratch[zc_from], FFT_INT_SIZE - zc_from);
   const int32_t zc_tol = w->zc_prev / 8 > 1 ? w->zc_prev / 8 : 1;
   const bool tonal = zc > 0 && std::abs(zc - w->zc_prev) <= zc_tol;
   w->zc_prev = zc;
@@ -476,7 +477,7 @@ void howling_canceling_process(howlingCancel* h, int* in, int* out, int count) {
       notch_process(&w->notches[n], &y, &o);
       y = t.depth == kQ13One ? o : sat_add(y, mulq13(sat_sub(o, y), t.depth));
     }
-    const int32_t g = w->gain_from + (((w->gain_to - w->gain_from) * w->hop_fill) >> 7);
+    const int32_t g = w->gain_from + (((w->gain_to - w->gain_from) * w->hop_fill) / HOWLING_HOP);
     out[i] = mulq13(y, g);
 
     if (++w->hop_fill == HOWLING_HOP) {
@@ -484,7 +485,7 @@ void howling_canceling_process(howlingCancel* h, int* in, int* out, int count) {
       analyse(w);
     }
   }
-  h->gain = w->gain_from + (((w->gain_to - w->gain_from) * w->hop_fill) >> 7);
+  h->gain = w->gain_from + (((w->gain_to - w->gain_from) * w->hop_fill) / HOWLING_HOP);
 }
 
 void howling_canceling_getnotch(howlingCancel* h, int index, int* state, int* centre) {

@@ -64,7 +64,11 @@ KAFX_API int fft_int_find_peaks(const int* level, int* peaks);
  * towards bin 2, bin 0 holding the sine's mirror image). */
 KAFX_API int fft_int_refine(const complex* spec, int k);
 /* The whole analysis: window, transform, levels and peaks of 256 samples.
- * spec is caller scratch of 256 values; returns the number of peaks. */
+ * The transform of the real windowed input runs as one 128-point complex
+ * transform of the even / odd sample pairs and a split (half the work);
+ * its spectrum is the one fft_int_window + fft_int_transform give, to a few
+ * units of rounding. spec is caller scratch of 256 values (left holding the
+ * spectrum); returns the number of peaks. */
 KAFX_API int fft_int_analyze(const int* in, complex* spec, int* level, int* peaks);
 
 KAFX_EXTERN_C_END
