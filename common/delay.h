@@ -70,8 +70,13 @@ struct CombKernel {
   int32_t size, index, lowpass, damp, damp_complement, feedback;
 
   explicit CombKernel(const comber* c)
-      : buffer(c->buffer), size(c->size), index(c->index), lowpass(c->lowpass_state), damp(c->damp),
-        damp_complement(c->damp_complement), feedback(c->feedback) {}
+      : buffer(c->buffer),
+        size(c->size),
+        index(c->index),
+        lowpass(c->lowpass_state),
+        damp(c->damp),
+        damp_complement(c->damp_complement),
+        feedback(c->feedback) {}
 
   template <int S>
   [[gnu::always_inline]] int32_t step(int32_t x) {

@@ -16,6 +16,10 @@
 #include "common/delay.h"
 #include "common/fixed_point.h"
 
+#if KAFX_DISPATCH
+#include <immintrin.h>
+#endif
+
 using namespace kafx;
 
 namespace {
@@ -41,16 +45,166 @@ T* alloc_record() {
 // the frame loop of the description sample by sample.
 constexpr int kChunk = 256;
 
+#if KAFX_DISPATCH
+// Lane-wise (a * b) >> 13 from the 64-bit products of the even lanes and of
+// the odd lanes (each below 2^45 in magnitude): low 32 bits, -1 flushed.
+KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i q13(__m256i even_product, __m256i odd_product) {
+  const __m256i v = _mm256_blend_epi32(_mm256_srli_epi64(even_product, 13), _mm256_slli_epi64(odd_product, 19), 0xaa);
+  return _mm256_andnot_si256(_mm256_cmpeq_epi32(v, _mm256_set1_epi32(-1)), v);
+}
+
+// The eight combs of one channel in the eight 32-bit lanes of an AVX2
+// vector, for gains that cannot saturate (comb_gains_unsaturated). A run is
+// no longer than the shortest loop, so its outputs are loop words written
+// before the run: they are copied out (transposed, one row of eight per
+// frame) and summed first; then the damping low-pass of all eight combs
+// advances one frame per step, and the new loop words x << S +
+// lowpass * feedback >> 13 are copied back. The products are formed in 64
+// bits from the even and the odd lanes; with unsaturated gains each shifted
+// result fits in 32 bits, so its low 32 bits (which a logical shift also
+// gives) are the value. -1 is flushed as in the scalar step.
+template <int S>
+KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
+  alignas(32) int32_t rows[kChunk][kCombs];
+  for (int k = 0; k < kCombs; ++k) {
+    const comber* ck = c[k];
+    const int first = n < ck->size - ck->index ? n : ck->size - ck->index;
+    for (int i = 0; i < first; ++i) rows[i][k] = ck->buffer[ck->index + i];
+    for (int i = first; i < n; ++i) rows[i][k] = ck->buffer[i - first];
+  }
+  const __m256i minus_one = _mm256_set1_epi32(-1);
+  for (int i = 0; i < n; ++i) {
+    __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i])), S);
+    v = _mm256_andnot_si256(_mm256_cmpeq_epi32(v, minus_one), v);
+    __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
+    h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
+    acc[i] = wrap_add(acc[i], _mm_cvtsi128_si32(h));
+  }
+  alignas(32) int32_t lp[kCombs], damp[kCombs], damp_c[kCombs], fb[kCombs];
+  for (int k = 0; k < kCombs; ++k) {
+    lp[k] = c[k]->lowpass_state;
+    damp[k] = c[k]->damp;
+    damp_c[k] = c[k]->damp_complement;
+    fb[k] = c[k]->feedback;
+  }
+  const __m256i d_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp));
+  const __m256i e_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp_c));
+  const __m256i f_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(fb));
+  const __m256i d_odd = _mm256_srli_epi64(d_even, 32), e_odd = _mm256_srli_epi64(e_even, 32),
+                f_odd = _mm256_srli_epi64(f_even, 32);
+  __m256i state = _mm256_load_si256(reinterpret_cast<const __m256i*>(lp));
+  for (int i = 0; i < n; ++i) {
+    const __m256i out = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i]));
+    const __m256i out_odd = _mm256_srli_epi64(out, 32), state_odd = _mm256_srli_epi64(state, 32);
+    state = q13(_mm256_add_epi64(_mm256_mul_epi32(e_even, out), _mm256_mul_epi32(d_even, state)),
+                _mm256_add_epi64(_mm256_mul_epi32(e_odd, out_odd), _mm256_mul_epi32(d_odd, state_odd)));
+    const __m256i fed = q13(_mm256_mul_epi32(f_even, state), _mm256_mul_epi32(f_odd, _mm256_srli_epi64(state, 32)));
+    const __m256i in = _mm256_slli_epi32(_mm256_set1_epi32(x[i]), S);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i]), _mm256_add_epi32(in, fed));
+  }
+  _mm256_store_si256(reinterpret_cast<__m256i*>(lp), state);
+  for (int k = 0; k < kCombs; ++k) {
+    comber* ck = c[k];
+    const int first = n < ck->size - ck->index ? n : ck->size - ck->index;
+    for (int i = 0; i < first; ++i) ck->buffer[ck->index + i] = rows[i][k];
+    for (int i = first; i < n; ++i) ck->buffer[i - first] = rows[i][k];
+    ck->index = n < ck->size - ck->index ? ck->index + n : n - first;
+    ck->lowpass_state = lp[k];
+  }
+}
+
+// Lane-wise saturating 32-bit addition and subtraction: on overflow the
+// result takes the sign of the first operand's limit.
+KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i sat_add8(__m256i a, __m256i b) {
+  const __m256i sum = _mm256_add_epi32(a, b);
+  const __m256i overflow = _mm256_andnot_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, sum));
+  const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));
+  return _mm256_castps_si256(
+      _mm256_blendv_ps(_mm256_castsi256_ps(sum), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
+}
+KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i sat_sub8(__m256i a, __m256i b) {
+  const __m256i diff = _mm256_sub_epi32(a, b);
+  const __m256i overflow = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, diff));
+  const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));
+  return _mm256_castps_si256(
+      _mm256_blendv_ps(_mm256_castsi256_ps(diff), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
+}
+
+// An all-pass with g = 0.5 (g v >> 13 = v >> 1) over a run, eight frames
+// per step within each stretch that does not wrap (every frame of a stretch
+// has its own loop word); the rest frame by frame. Identical to
+// allpass_process.
+KAFX_TARGET_AVX2 void allpass_half_avx2(allpass* a, int32_t* v, int n) {
+  const __m256i minus_one = _mm256_set1_epi32(-1);
+  int p = a->index;
+  for (int i = 0; i < n;) {
+    const int m = n - i < a->size - p ? n - i : a->size - p;
+    int32_t* w = a->buffer + p;
+    int j = 0;
+    for (; j + 8 <= m; j += 8) {
+      const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + i + j));
+      const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w + j));
+      __m256i hx = _mm256_srai_epi32(x, 1);
+      hx = _mm256_andnot_si256(_mm256_cmpeq_epi32(hx, minus_one), hx);
+      const __m256i y = sat_add8(hx, d);
+      __m256i hy = _mm256_srai_epi32(y, 1);
+      hy = _mm256_andnot_si256(_mm256_cmpeq_epi32(hy, minus_one), hy);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(w + j), sat_sub8(x, hy));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(v + i + j), y);
+    }
+    for (; j < m; ++j) v[i + j] = allpass_tick(v[i + j], w + j, 4096);
+    i += m;
+    p += m;
+    if (p >= a->size) p = 0;
+  }
+  a->index = p;
+}
+
+// The eight-lane form applies on AVX2 processors when no comb can saturate
+// and every loop is at least one run long.
+bool comb_bank8_fits(comber* const* c) {
+  if (!__builtin_cpu_supports("avx2")) return false;
+  for (int k = 0; k < kCombs; ++k) {
+    if (!comb_gains_unsaturated(c[k]->damp, c[k]->damp_complement, c[k]->feedback) || c[k]->size < kChunk) return false;
+  }
+  return true;
+}
+#endif
+
+// Eight combs fed the same input: acc[i] += the sum of their outputs.
+template <int S>
+void comb_bank(comber* const* c, const int32_t* x, int32_t* acc, int n) {
+#if KAFX_DISPATCH
+  if (comb_bank8_fits(c)) {
+    comb_bank8_avx2<S>(c, x, acc, n);
+    return;
+  }
+#endif
+  comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+}
+
+// One all-pass over a run, in place.
+void allpass_stage(allpass* a, int32_t* v, int n) {
+#if KAFX_DISPATCH
+  if (a->feedback == 4096 && __builtin_cpu_supports("avx2")) {
+    allpass_half_avx2(a, v, n);
+    return;
+  }
+#endif
+  allpass_block(a, v, n);
+}
+
 // Comb banks and all-pass chains of both channels over a run; S picks the
 // comb's sample format (5: working samples, 13: 16-bit).
 template <int S>
-[[gnu::always_inline]] inline void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
+void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
   for (int i = 0; i < n; ++i) al[i] = ar[i] = 0;
-  comb_bank_accumulate<S>(r->comb_left, kCombs, xl, al, n);
-  comb_bank_accumulate<S>(r->comb_right, kCombs, xr, ar, n);
+  comb_bank<S>(r->comb_left, xl, al, n);
+  comb_bank<S>(r->comb_right, xr, ar, n);
   for (int k = 0; k < kAllpasses; ++k) {
-    allpass_block(r->allpass_left[k], al, n);
-    allpass_block(r->allpass_right[k], ar, n);
+    allpass_stage(r->allpass_left[k], al, n);
+    allpass_stage(r->allpass_right[k], ar, n);
   }
 }
 
@@ -65,7 +219,7 @@ inline int32_t mix(int32_t wet1, int32_t wet2, int32_t dry_gain, int32_t own, in
 // A stereo run: input gain, network, mix, DC blockers. Sample is int32_t
 // (working samples, S = 5) or short (S = 13, outputs clamped to 16 bits).
 template <int S, class Sample>
-[[gnu::always_inline]] inline void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
+void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Sample* out_left, Sample* out_right,
                 int n) {
   int32_t xl[kChunk], xr[kChunk], al[kChunk], ar[kChunk];
   const int32_t gain = r->gain;
@@ -95,29 +249,26 @@ template <int S, class Sample>
   r->dc_right->x1 = pr;
 }
 
-// One run per call, compiled for AVX2 as well (the block passes vectorise).
-KAFX_MULTIVERSION void run24(reverb_t* r, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                             int n) {
+void run24(reverb_t* r, const int* in_left, const int* in_right, int* out_left, int* out_right, int n) {
   stereo_run<5>(r, in_left, in_right, out_left, out_right, n);
 }
 
-KAFX_MULTIVERSION void run16(reverb_t* r, const short* in_left, const short* in_right, short* out_left,
-                             short* out_right, int n) {
+void run16(reverb_t* r, const short* in_left, const short* in_right, short* out_left, short* out_right, int n) {
   stereo_run<13>(r, in_left, in_right, out_left, out_right, n);
 }
 
 // The mono path scales the input by gain / 2^14 (half the stereo level) and
 // forms its products in 32 bits with wrap-around; left network only, no DC
 // blocker.
-KAFX_MULTIVERSION void run_mono(reverb_t* r, const short* in, short* out, int n) {
+void run_mono(reverb_t* r, const short* in, short* out, int n) {
   int32_t x[kChunk], acc[kChunk];
   const uint32_t gain = static_cast<uint32_t>(r->gain);
   for (int i = 0; i < n; ++i) {
     x[i] = static_cast<int32_t>(gain * static_cast<uint32_t>(in[i])) >> 14;
     acc[i] = 0;
   }
-  comb_bank_accumulate<13>(r->comb_left, kCombs, x, acc, n);
-  for (int k = 0; k < kAllpasses; ++k) allpass_block(r->allpass_left[k], acc, n);
+  comb_bank<13>(r->comb_left, x, acc, n);
+  for (int k = 0; k < kAllpasses; ++k) allpass_stage(r->allpass_left[k], acc, n);
   const uint32_t dry_gain = static_cast<uint32_t>(r->dry_gain), wet1 = static_cast<uint32_t>(r->wet1);
   for (int i = 0; i < n; ++i) {
     const uint32_t sum = dry_gain * static_cast<uint32_t>(in[i]) + wet1 * static_cast<uint32_t>(acc[i]);

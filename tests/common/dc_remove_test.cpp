@@ -1,14 +1,14 @@
 // DC blocker: sequences worked from the recursion, the step response
 // against the exact pole, the 16-bit form as the 24-bit form at 256 times
 // the input, saturation and the buffer function.
+#include "kafx_proc/dc_remove.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
-
-#include "kafx_proc/dc_remove.h"
 
 namespace {
 

@@ -1,6 +1,8 @@
 // Sixth-order IIR filter: hand-worked sequences, a direct evaluation of the
 // difference equation over the whole input history, and the band-pass
 // response of a published coefficient set measured with sines.
+#include "kafx_proc/elliptic.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,15 +10,13 @@
 #include <random>
 #include <vector>
 
-#include "kafx_proc/elliptic.h"
-
 namespace {
 
 using Seq = std::vector<int>;
 
 // Band-pass at 48 kHz (the gramophone's set): about +2 dB at 1 kHz,
 // -4.8 dB at 2 kHz, -7.7 dB at 700 Hz, -21 dB at 500 Hz and 3 kHz.
-const int kBandPass[13] = {617, -1060, 268, 0, -268, 1060, -617,
+const int kBandPass[13] = {617,     -1060,     268,      0,         -268,    1060,   -617,
                            5909563, -13956198, 17678109, -12667477, 4868827, -784265};
 
 Seq run(const int* coef, const Seq& in) {
@@ -57,16 +57,22 @@ TEST(Elliptic, HandWorkedSequences) {
   // Unity (an input of -1 comes out as 0), a one-sample delay, and a
   // one-pole recursion y = x + y/2 on the internal value 32 * x: negative
   // values floor away from zero and outputs of -1 are flushed.
-  struct Row { std::vector<int> coef; Seq in, out; } rows[] = {
+  struct Row {
+    std::vector<int> coef;
+    Seq in, out;
+  } rows[] = {
       {{1 << 20}, {1000, -1, -32, 7, 0}, {1000, 0, -32, 7, 0}},
       {{0, 1 << 20}, {5, -6, 7, 0}, {0, 5, -6, 7}},
-      {{1 << 20, 0, 0, 0, 0, 0, 0, 1 << 19}, {1000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+      {{1 << 20, 0, 0, 0, 0, 0, 0, 1 << 19},
+       {1000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
        {1000, 500, 250, 125, 62, 31, 15, 7, 3, 1, 0, 0}},
-      {{1 << 20, 0, 0, 0, 0, 0, 0, 1 << 19}, {-1000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+      {{1 << 20, 0, 0, 0, 0, 0, 0, 1 << 19},
+       {-1000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
        {-1000, -500, -250, -125, -63, -32, -16, -8, -4, -2, 0, 0}},
       // Sixth-order taps: b6 echoes the input six samples later, a6 feeds
       // back the output six samples later at half level.
-      {{0, 0, 0, 0, 0, 0, 1 << 20, 0, 0, 0, 0, 0, 1 << 19}, {64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+      {{0, 0, 0, 0, 0, 0, 1 << 20, 0, 0, 0, 0, 0, 1 << 19},
+       {64, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0},
        {0, 0, 0, 0, 0, 0, 64, 0, 0, 0, 0, 0, 32, 0}},
   };
   for (Row& r : rows) {
@@ -94,10 +100,13 @@ TEST(Elliptic, MatchesDirectEvaluation) {
 
 TEST(Elliptic, BandPassResponse) {
   // Steady-state sine gain in dB against the stated response.
-  struct Row { double hz, db; } rows[] = {{1000, 2.0}, {2000, -4.8}, {700, -7.7}, {500, -21}, {3000, -21}};
+  struct Row {
+    double hz, db;
+  } rows[] = {{1000, 2.0}, {2000, -4.8}, {700, -7.7}, {500, -21}, {3000, -21}};
   for (const Row& r : rows) {
     Seq in(48000);
-    for (size_t n = 0; n < in.size(); ++n) in[n] = static_cast<int>(std::lround(4e6 * std::sin(2 * M_PI * r.hz * n / 48000)));
+    for (size_t n = 0; n < in.size(); ++n)
+      in[n] = static_cast<int>(std::lround(4e6 * std::sin(2 * M_PI * r.hz * n / 48000)));
     const Seq out = run(kBandPass, in);
     int peak = 0;
     for (size_t n = 24000; n < out.size(); ++n) peak = std::max(peak, std::abs(out[n]));

@@ -1,6 +1,8 @@
 // Notch filter: hand-worked sequences of the error-feedback recursion, a
 // direct evaluation in 128-bit arithmetic, and its frequency response
 // (a null at the centre, unit gain away from it).
+#include "kafx_proc/notch.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,8 +10,6 @@
 #include <cstdint>
 #include <random>
 #include <vector>
-
-#include "kafx_proc/notch.h"
 
 namespace {
 
@@ -69,7 +69,10 @@ TEST(Notch, HandWorkedSequences) {
   //   output (first-order error feedback): 1, 0.5, 1 comes out as 1, 0, 1.
   // r = 0.5, m' = 0: y = x + x[n-2] - y[n-2] / 4; -18.75 floors to -19 and the
   // remainder 0.25 lifts the next output from 4.75 to 5.
-  struct Row { int r, m; Seq in, out; } rows[] = {
+  struct Row {
+    int r, m;
+    Seq in, out;
+  } rows[] = {
       {0, 0, {1, 2, 3, -1, 0, 0}, {1, 2, 4, 1, 3, 0}},
       {0, 0, {-1}, {0}},
       {0, -(1 << 29), {2, 2, 2, 2, 5}, {2, -2, 0, 0, 3}},
@@ -107,7 +110,8 @@ TEST(Notch, RemovesTheCentreAndPassesTheRest) {
   const int r = 7782, m = centre_for(1000, 48000);
   for (double hz : {1000.0, 300.0, 900.0, 1100.0, 5000.0, 15000.0}) {
     Seq in;
-    for (int n = 0; n < 24000; ++n) in.push_back(static_cast<int>(std::lround(4e6 * std::sin(2 * M_PI * hz * n / 48000))));
+    for (int n = 0; n < 24000; ++n)
+      in.push_back(static_cast<int>(std::lround(4e6 * std::sin(2 * M_PI * hz * n / 48000))));
     const Seq out = run(r, m, in);
     int peak = 0;
     for (size_t n = 12000; n < out.size(); ++n) peak = std::max(peak, std::abs(out[n]));

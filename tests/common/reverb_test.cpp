@@ -3,6 +3,8 @@
 // together, the mono path as the left network of the 16-bit path, tails to
 // exact silence, and extreme settings (run under the sanitizers: no access
 // outside the delay lines, no overflow).
+#include "kafx_proc/reverb.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +14,6 @@
 
 #include "kafx_proc/dc_remove.h"
 #include "kafx_proc/delay.h"
-#include "kafx_proc/reverb.h"
 
 namespace {
 
@@ -28,7 +29,9 @@ int64_t sat(int64_t v) { return v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT
 int no_m1(int64_t v) { return v == -1 ? 0 : static_cast<int>(v); }
 short clamp16(int v) { return static_cast<short>(std::clamp(v, -32768, 32767)); }
 
-struct Params { int roomsize, damp, wet, dry, width, gain; };
+struct Params {
+  int roomsize, damp, wet, dry, width, gain;
+};
 
 void apply(reverb_t* r, const Params& p) {
   reverb_setroomsize(r, p.roomsize);
@@ -73,7 +76,8 @@ struct Wired {
   // Comb bank (32-bit wrap-around sum) and all-pass chain of one channel.
   static int network(int x, comber* c, allpass* a, bool wide) {
     uint32_t acc = 0;
-    for (int k = 0; k < 8; ++k) acc += static_cast<uint32_t>(wide ? comb_process_24(x, &c[k]) : comb_process_16(x, &c[k]));
+    for (int k = 0; k < 8; ++k)
+      acc += static_cast<uint32_t>(wide ? comb_process_24(x, &c[k]) : comb_process_16(x, &c[k]));
     int y = static_cast<int>(acc);
     for (int k = 0; k < 4; ++k) y = allpass_process(y, &a[k]);
     return y;
@@ -99,7 +103,9 @@ struct Wired {
   }
   short mono(short in) {
     const int acc = network((gain * in) >> 14, cl, al, false);
-    return clamp16(static_cast<int>(static_cast<uint32_t>(dry_gain * in) + static_cast<uint32_t>(wet1) * static_cast<uint32_t>(acc)) >> 13);
+    return clamp16(static_cast<int>(static_cast<uint32_t>(dry_gain * in) +
+                                    static_cast<uint32_t>(wet1) * static_cast<uint32_t>(acc)) >>
+                   13);
   }
 };
 
@@ -118,8 +124,8 @@ Seq16 to16(const Seq& v) { return Seq16(v.begin(), v.end()); }
 TEST(Reverb, DefaultsAndParameterMapping) {
   reverb_t r;
   reverb_init(&r);
-  EXPECT_EQ((Seq{r.wet_gain, r.wet1, r.wet2, r.dry_gain, r.feedback, r.damping, r.width, r.gain, r.status, r.wet,
-                 r.dry, r.roomsize, r.damp}),
+  EXPECT_EQ((Seq{r.wet_gain, r.wet1, r.wet2, r.dry_gain, r.feedback, r.damping, r.width, r.gain, r.status, r.wet, r.dry,
+                 r.roomsize, r.damp}),
             (Seq{8190, 8190, 4095, 0, 6945, 1650, 8192, 127, 0, 2730, 0, 4096, 4096}));
   for (int k = 0; k < 8; ++k) {
     EXPECT_EQ(r.comb_left[k]->size, kCombLeft[k]);
@@ -132,7 +138,13 @@ TEST(Reverb, DefaultsAndParameterMapping) {
     EXPECT_EQ(r.allpass_right[k]->size, kAllpassRight[k]);
   }
   // Setter -> derived field, and the getter returns the value as set.
-  struct Row { void (*set)(reverb_t*, int); void (*get)(reverb_t*, int*); int value; const int* derived; int expect; };
+  struct Row {
+    void (*set)(reverb_t*, int);
+    void (*get)(reverb_t*, int*);
+    int value;
+    const int* derived;
+    int expect;
+  };
   const Row rows[] = {
       {reverb_setroomsize, reverb_getroomsize, 4096, &r.feedback, 6945},
       {reverb_setroomsize, reverb_getroomsize, 8192, &r.feedback, 8112},
@@ -167,7 +179,8 @@ TEST(Reverb, DefaultsAndParameterMapping) {
   EXPECT_EQ(r.comb_left[3]->feedback, 6945);
   reverb_update(&r);
   EXPECT_TRUE(r.wet1 == 4095 && r.wet2 == 8190);
-  EXPECT_TRUE(r.comb_right[7]->feedback == 8112 && r.comb_right[7]->damp == 0 && r.comb_right[7]->damp_complement == 8192);
+  EXPECT_TRUE(r.comb_right[7]->feedback == 8112 && r.comb_right[7]->damp == 0 &&
+              r.comb_right[7]->damp_complement == 8192);
   reverb_setwidth(&r, -3);  // width / 2 rounds toward zero: -1
   reverb_update(&r);
   EXPECT_TRUE(r.wet1 == (8190 * 4095 >> 13) && r.wet2 == (8190 * 8193 >> 13));
@@ -202,13 +215,16 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
   // The last two rows leave the gains every owner uses: loop gains that can
   // saturate (feedback above 1.0, negative damping) and all-pass
   // coefficients written directly by an owner (0.6 and -0.3).
-  struct Setting { Params p; int allpass_g; } settings[] = {
-      {{4096, 4096, 2730, 0, 8192, 127}, 4096},          // init values
-      {{8192, 0, 8192, 4096, 0, 8192}, 4096},            // longest tail, loud, dry
-      {{1000, 8192, 5000, 3000, 16384, 20000}, 4096},    // no cross term (wet2 = 0)
-      {{7168, 2048, 8191, 8191, -8192, 127}, 4096},      // negative width
-      {{20000, -4096, 8192, 2048, 8192, 8192}, 4915},
-      {{6000, 12000, 8192, 2048, 8192, 8192}, -2458},
+  struct Setting {
+    Params p;
+    int allpass_g;
+  } settings[] = {
+      {{4096, 4096, 2730, 0, 8192, 127}, 4096},         // init values
+      {{8192, 0, 8192, 4096, 0, 8192}, 4096},           // longest tail, loud, dry
+      {{1000, 8192, 5000, 3000, 16384, 20000}, 4096},   // no cross term (wet2 = 0)
+      {{7168, 2048, 8191, 8191, -8192, 127}, 4096},     // negative width
+      {{7000, 3000, 8192, 4096, 8192, 1 << 24}, 4096},  // huge input gain: loops wrap, all-passes saturate
+      {{20000, -4096, 8192, 2048, 8192, 8192}, 4915},  {{6000, 12000, 8192, 2048, 8192, 8192}, -2458},
   };
   const Seq inl = noise(6000, -8388608, 8388607, 1), inr = noise(6000, -8388608, 8388607, 2);
   const Seq16 sl = to16(noise(6000, -32768, 32767, 3)), sr = to16(noise(6000, -32768, 32767, 4));
@@ -249,7 +265,8 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
       Wired w(r);
       Seq16 out(sl.size());
       reverb_processMono(&r, const_cast<short*>(sl.data()), out.data(), static_cast<int>(sl.size()));
-      for (size_t i = 0; i < sl.size(); ++i) ASSERT_EQ(out[i], w.mono(sl[i])) << "mono, room " << p.roomsize << " at " << i;
+      for (size_t i = 0; i < sl.size(); ++i)
+        ASSERT_EQ(out[i], w.mono(sl[i])) << "mono, room " << p.roomsize << " at " << i;
     }
     reverb_end(&r);
   }
@@ -266,7 +283,8 @@ TEST(Reverb, MonoIsTheLeftNetworkOfTheStereoPath) {
   apply(&mono, {6000, 3000, 4000, 2000, 8192, 2 * 300});
   apply(&stereo, {6000, 3000, 4000, 2000, 8192, 300});
   Seq16 in = to16(noise(5000, -32768, 32767, 8));
-  for (short& v : in) if (v > -28 && v < 0) v = 0;
+  for (short& v : in)
+    if (v > -28 && v < 0) v = 0;
   Seq16 out(in.size()), zr(in.size());
   reverb_processMono(&mono, in.data(), out.data(), static_cast<int>(in.size()));
   reverb_process_stereo_16(&stereo, in.data(), zr.data(), out.data(), zr.data(), static_cast<unsigned>(in.size()));
@@ -307,9 +325,13 @@ TEST(Reverb, TailsDecayToSilence) {
   // read back 8192 times smaller. Silence in after reset gives silence out.
   // The two longest tails (room 8192, millions of samples) run on one path
   // each.
-  struct Setting { Params p; std::vector<int> paths; } settings[] = {
-      {{4096, 4096, 2730, 0, 8192, 127}, {0, 1, 2}}, {{0, 1000, 8192, 0, 8192, 8192}, {0, 1, 2}},
-      {{8192, 8192, 8192, 4096, 0, 8192}, {0}}, {{8192, 0, 8192, 0, 8192, 8192}, {1}}};
+  struct Setting {
+    Params p;
+    std::vector<int> paths;
+  } settings[] = {{{4096, 4096, 2730, 0, 8192, 127}, {0, 1, 2}},
+                  {{0, 1000, 8192, 0, 8192, 8192}, {0, 1, 2}},
+                  {{8192, 8192, 8192, 4096, 0, 8192}, {0}},
+                  {{8192, 0, 8192, 0, 8192, 8192}, {1}}};
   for (const auto& [p, paths] : settings) {
     for (int path : paths) {
       reverb_t r;
@@ -341,13 +363,16 @@ TEST(Reverb, TailsDecayToSilence) {
       const std::string what = "path " + std::to_string(path) + " room " + std::to_string(p.roomsize);
       EXPECT_LT(n, limit) << what << ": tail still moving";
       if (path == 0) {
-        EXPECT_TRUE(last_l <= 0 && last_l >= -8 && last_r <= 0 && last_r >= -8) << what << ": " << last_l << " " << last_r;
+        EXPECT_TRUE(last_l <= 0 && last_l >= -8 && last_r <= 0 && last_r >= -8)
+            << what << ": " << last_l << " " << last_r;
       } else {
         EXPECT_TRUE(last_l == 0 && last_r == 0) << what << ": " << last_l << " " << last_r;
       }
       if (path) {  // a comb word reads back as word >> 13, -1 flushed
         for (comber* c : r.comb_left)
-          EXPECT_TRUE(std::all_of(c->buffer, c->buffer + c->size, [](int w) { return (w >> 13) == 0 || (w >> 13) == -1; })) << what;
+          EXPECT_TRUE(std::all_of(c->buffer, c->buffer + c->size, [](int w) {
+            return (w >> 13) == 0 || (w >> 13) == -1;
+          })) << what;
         for (allpass* a : r.allpass_left) EXPECT_EQ(std::count(a->buffer, a->buffer + a->size, 0), a->size) << what;
       }
       reverb_reset(&r);
