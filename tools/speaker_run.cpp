@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,17 +17,15 @@
 #include "host_audio.h"
 #include "kafx_proc/speaker_boost.h"
 #include "test_signal.h"
+#include "stream_runner.h"
 #include "wav_io.h"
 
 namespace {
 
 using kafx_tool::format_type_of_bits;
-using kafx_tool::HostBuffer;
 using kafx_tool::parse_int;
-using kafx_tool::PcmAudio;
 using kafx_tool::readable;
 
-constexpr int kLatency = KAFX_SPEAKER_BOOST_BLOCK - 1;  // 239 frames
 constexpr int kDefaultBlock = 480;                        // 10 ms at 48 kHz
 constexpr int kMaxBlock = 1 << 20;
 constexpr int kSbsValues = 45;
@@ -38,6 +37,7 @@ struct Options {
   std::string peq;
   int format_bits = 0;  // 0: follow the file
   int block = kDefaultBlock;
+  bool strict = false;
   std::string in_path;
   std::string out_path;
 };
@@ -80,6 +80,8 @@ int parse_options(int argc, char** argv, Options* o) {
     if (a == "-h" || a == "--help") {
       std::fputs(kafx_speaker_usage(), stdout);
       return -1;
+    } else if (a == "--strict") {
+      o->strict = true;
     } else if (a == "--config" || a == "--sbs" || a == "--peq" || a == "--format" || a == "--block") {
       const char* v = value();
       if (v == nullptr) return usage_error(a + " needs a value");
@@ -139,17 +141,41 @@ void snapshot_params(kedo_speaker_boost_t* c, kafx_sp_params_t* p) {
   kedo_speaker_boost_p_eq_getparameter_right(c, p->peq.Rfilter);
 }
 
-using kafx_tool::Level;
-using kafx_tool::measure;
+// Announces the rates at which the running blocks do not do what they do at
+// 44.1, 48 and 96 kHz. False when --strict makes the warning an error.
+bool rate_warnings(const kafx_tool::StreamOptions& so, kedo_speaker_boost_t& c, const kafx_tool::StreamInput& in) {
+  int peq = 0, sbs = 0, cb = 0;
+  kedo_speaker_boost_p_eq_getstatus(&c, &peq);
+  kedo_speaker_boost_sbs_getstatus(&c, &sbs);
+  kedo_speaker_boost_cb_getstatus(&c, &cb);
+  if (peq == 0 && sbs == 0 && cb == 0) return true;  // nothing runs: a plain delay at any rate
+  const std::string at = "'" + in.name + "' is at " + std::to_string(in.rate) + " Hz: ";
+  if (in.rate == 192000 && sbs != 0) {
+    return kafx_tool::warn(so, at + "the speaker boost system's filter rows for 192000 Hz are zero, so its output "
+                                    "is silence");
+  }
+  if (in.rate != 44100 && in.rate != 48000 && in.rate != 96000 && in.rate != 192000) {
+    return kafx_tool::warn(so, at + "the speaker product has tables for 44100, 48000, 96000 and 192000 Hz only and "
+                                    "runs this rate on the 48000 Hz tables (crossover and filter frequencies move "
+                                    "with the rate)");
+  }
+  return true;
+}
 
 }  // namespace
 
 const char* kafx_speaker_usage() {
-  return "usage: kafx speaker [options] [IN.wav] OUT.wav\n"
+  return "usage: kafx speaker [options] [IN.wav|-] OUT.wav|-\n"
          "\n"
-         "Runs IN.wav (16-, 24- or 32-bit integer PCM, mono or stereo) through the\n"
-         "speaker-boost front end and writes OUT.wav in the same sample format,\n"
-         "aligned with the input (the front end's 239-frame delay is removed).\n"
+         "Runs IN.wav (any PCM width, 8-bit or float; mono, stereo or more channels)\n"
+         "through the speaker-boost front end and writes OUT.wav in the same sample\n"
+         "format, with the input's length and alignment: the product's latency\n"
+         "(239 frames, plus 20 ms while the boost system runs) is removed and its\n"
+         "tail flushed. 16-bit and narrower files run as 16-bit host samples,\n"
+         "24-bit as 24-in-32, 32-bit and float as full-scale 32-bit. With more than\n"
+         "two channels the first two are processed and the others pass through.\n"
+         "'-' reads standard input or writes standard output. Files are processed\n"
+         "block by block; the output appears only when it is complete.\n"
          "Without IN.wav a built-in 6 s stereo 48 kHz 16-bit excerpt is written to\n"
          "default_in.wav in OUT.wav's folder and processed.\n"
          "\n"
@@ -160,8 +186,11 @@ const char* kafx_speaker_usage() {
          "                  (applied after --config; each replaces only its own part)\n"
          "  --format BITS   host sample format: 16 (16-bit samples), 24 (24-bit values\n"
          "                  in 32-bit words) or 32 (full-scale 32-bit). Default: the\n"
-         "                  file's width, 24-bit files as 24-in-32.\n"
+         "                  file's width as above.\n"
          "  --block N       frames per process call (default 480)\n"
+         "  --strict        treat every warning about the input (a rate the product\n"
+         "                  runs on other tables or silences, extra channels, a\n"
+         "                  truncated file) as an error\n"
          "\n"
          "Without --config, --sbs or --peq every block is off and the output equals\n"
          "the input (16- and 24-bit) or its 24-bit rounding (32-bit).\n";
@@ -182,62 +211,93 @@ int kafx_speaker_main(int argc, char** argv) {
     const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_in.wav";
     if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_in.wav");
     if (!kafx_tool::write_pcm_wav(in.string(), kafx_tool::make_default_signal(), &error)) return failure(error);
-    std::printf("wrote built-in input %s\n", in.string().c_str());
+    std::fprintf(o.out_path == "-" ? stderr : stdout, "wrote built-in input %s\n", in.string().c_str());
     o.in_path = in.string();
   }
 
-  PcmAudio audio;
-  if (!kafx_tool::read_pcm(o.in_path, &audio, &error)) return failure(error);
-  if (audio.channels > 2) return failure("'" + o.in_path + "' has more than two channels");
-  const int bits = o.format_bits != 0 ? o.format_bits : audio.bits;
+  kafx_tool::StreamOptions so{"speaker", o.strict};
+  void* handle = nullptr;
+  struct Release {
+    void** h;
+    ~Release() { kafx_speaker_boost_deinit(*h); }
+  } release{&handle};
+  int format_type = 0;
+  size_t latency = 0;
+  std::vector<int32_t> host32;
+  std::vector<int16_t> host16;
+  std::unique_ptr<kafx_tool::FrameDelay> extra_delay;
+  std::string config_error;
+  auto setup = [&](const kafx_tool::StreamInput& in, kafx_tool::StreamProcessor* p) -> std::string {
+    const int bits = o.format_bits != 0 ? o.format_bits : in.bits;
+    format_type = format_type_of_bits(bits);
+    handle = kafx_speaker_boost_init(static_cast<unsigned>(in.channels), static_cast<unsigned>(in.rate), format_type);
+    if (handle == nullptr) return "cannot create the speaker front end";
+    if (!o.config.empty() && kafx_speaker_boost_loadconfig(handle, o.config.c_str()) != 0) {
+      return "cannot load configuration '" + o.config + "'";
+    }
+    if (!o.sbs.empty() || !o.peq.empty()) {
+      kafx_sp_params_t params;
+      snapshot_params(&static_cast<kafx_speaker_boost_t*>(handle)->chain, &params);
+      if (!o.sbs.empty()) kafx_speaker_boost_parse_sbs_params(&params, o.sbs.c_str());
+      if (!o.peq.empty()) kafx_speaker_boost_parse_peq_params(&params, o.peq.c_str());
+      kafx_speaker_boost_params_update(handle, &params);
+    }
+    if (!rate_warnings(so, static_cast<kafx_speaker_boost_t*>(handle)->chain, in)) return "-";
+    if (in.channels > 2 &&
+        !kafx_tool::warn(so, "'" + in.name + "' has " + std::to_string(in.channels) +
+                                 " channels: the speaker product processes the first two; the others pass through "
+                                 "unchanged (delayed to stay aligned)"))
+      return "-";
+    latency = static_cast<size_t>(kafx_speaker_boost_get_latency(handle));
+    if (in.channels > 2) extra_delay = std::make_unique<kafx_tool::FrameDelay>(latency, in.channels - 2);
+    p->latency = latency;
+    p->block = static_cast<size_t>(std::max(o.block, 4800 / o.block * o.block));
+    const size_t ch = static_cast<size_t>(in.channels);
+    p->process = [&, ch](const int32_t* x, size_t frames, std::vector<int32_t>* out) {
+      const size_t base = out->size();
+      out->insert(out->end(), x, x + frames * ch);
+      int32_t* y = out->data() + base;
+      for (size_t done = 0; done < frames;) {
+        const size_t n = std::min(static_cast<size_t>(o.block), frames - done);
+        int32_t* s = y + done * ch;
+        const size_t count = n * ch;
+        if (format_type == 1) {
+          host16.resize(count);
+          for (size_t i = 0; i < count; ++i) host16[i] = static_cast<int16_t>(s[i] >> 16);
+          kafx_speaker_boost_process(handle, host16.data(), static_cast<unsigned>(count * 2));
+          for (size_t i = 0; i < count; ++i) s[i] = static_cast<int32_t>(host16[i]) * 65536;
+        } else {
+          host32.resize(count);
+          for (size_t i = 0; i < count; ++i) host32[i] = format_type == 2 ? s[i] >> 8 : s[i];
+          kafx_speaker_boost_process(handle, host32.data(), static_cast<unsigned>(count * 4));
+          for (size_t i = 0; i < count; ++i) {
+            s[i] = format_type == 3 ? host32[i] : std::clamp(host32[i], -8388608, 8388607) * 256;
+          }
+        }
+        if (extra_delay) {
+          for (size_t f = 0; f < n; ++f) extra_delay->step(s + f * ch + 2);
+        }
+        done += n;
+      }
+    };
+    return {};
+  };
+  kafx_tool::StreamResult r;
+  const int status = kafx_tool::run_stream(so, o.in_path, o.out_path, setup, &r);
+  if (status != 0) return status;
 
-  HostBuffer host{format_type_of_bits(bits), {}, {}};
-  const size_t ch = static_cast<size_t>(audio.channels);
-  const size_t frames = static_cast<size_t>(audio.frames());
-  const size_t total_frames = frames + kLatency;  // zero tail flushes the delay
-  host.load(audio.samples, total_frames * ch);
-
-  void* handle = kafx_speaker_boost_init(static_cast<unsigned>(audio.channels),
-                                         static_cast<unsigned>(audio.rate), host.format_type);
-  if (handle == nullptr) return failure("cannot create the speaker front end");
-  if (!o.config.empty() && kafx_speaker_boost_loadconfig(handle, o.config.c_str()) != 0) {
-    kafx_speaker_boost_deinit(handle);
-    return failure("cannot load configuration '" + o.config + "'");
-  }
-  if (!o.sbs.empty() || !o.peq.empty()) {
-    kafx_sp_params_t params;
-    snapshot_params(&static_cast<kafx_speaker_boost_t*>(handle)->chain, &params);
-    if (!o.sbs.empty()) kafx_speaker_boost_parse_sbs_params(&params, o.sbs.c_str());
-    if (!o.peq.empty()) kafx_speaker_boost_parse_peq_params(&params, o.peq.c_str());
-    kafx_speaker_boost_params_update(handle, &params);
-  }
-
-  const size_t frame_bytes = ch * host.bytes_per_sample();
-  unsigned char* p = host.bytes();
-  const auto start = std::chrono::steady_clock::now();
-  for (size_t done = 0; done < total_frames;) {
-    const size_t n = std::min(static_cast<size_t>(o.block), total_frames - done);
-    kafx_speaker_boost_process(handle, p + done * frame_bytes, static_cast<unsigned>(n * frame_bytes));
-    done += n;
-  }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  kafx_speaker_boost_deinit(handle);
-
-  const Level in_level = measure(audio.samples, 0, frames * ch);
-  for (size_t i = 0; i < frames * ch; ++i) audio.samples[i] = host.full_scale(i + kLatency * ch);
-  const Level out_level = measure(audio.samples, 0, frames * ch);
-  if (!kafx_tool::write_pcm_wav(o.out_path, audio, &error)) return failure(error);
-
-  const double audio_seconds = static_cast<double>(total_frames) / audio.rate;
-  std::printf("%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
-  std::printf("  frames %zu, rate %d Hz, channels %d, %d-bit file, host format %d (%s), block %d\n",
-              frames, audio.rate, audio.channels, audio.bits, host.format_type,
-              host.format_type == 1 ? "16-bit" : host.format_type == 2 ? "24 in 32" : "32-bit", o.block);
-  std::printf("  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", in_level.peak_db, in_level.rms_db);
-  std::printf("  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", out_level.peak_db, out_level.rms_db);
-  if (seconds > 0.0) {
-    std::printf("  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / seconds,
-                seconds * 1e3, audio_seconds);
+  FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
+  const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
+  std::fprintf(info, "%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
+  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, host format %d (%s), block %d\n",
+               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, format_type,
+               format_type == 1 ? "16-bit" : format_type == 2 ? "24 in 32" : "32-bit", o.block);
+  std::fprintf(info, "  latency %zu frames removed (output aligned with the input)\n", latency);
+  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
+  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
+  if (r.seconds > 0.0) {
+    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
+                 r.seconds * 1e3, audio_seconds);
   }
   return 0;
 }
