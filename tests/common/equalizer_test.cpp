@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <numbers>
 #include <random>
 #include <vector>
@@ -99,6 +100,14 @@ TEST(GraphicEq, InitAndDocumentedTableRows) {
   EXPECT_NE(r96, rows[3].c);
   equalizer_set_param_index(&e.eq, idx, SAMPLE_RATE_96000);
   EXPECT_EQ(e.coefficients()[5], r96);
+}
+
+// Owners write `gain` directly as the second word of the record.
+TEST(GraphicEq, RecordLayouts) {
+  EXPECT_EQ(offsetof(equalizer_t, gain), sizeof(int32_t));
+  EXPECT_EQ(offsetof(equalizer_t, band_index), 2 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(equalizer_t, left_band), 12 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(equalizer_t, right_band), 12 * sizeof(int32_t) + 10 * sizeof(IIR_t*));
 }
 
 TEST(GraphicEq, EveryStepZeroIsFlatAndIndicesClamp) {

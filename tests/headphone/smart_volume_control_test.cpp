@@ -10,12 +10,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <numbers>
 #include <random>
 #include <vector>
 
 #include "kafx_proc/smart_volume_control.h"
+#include "kafx_proc/smooth_volume.h"
 
 namespace {
 
@@ -78,6 +80,19 @@ TEST(SmartVolume, DefaultsRatesAndLevel) {
   smart_volume_control_get_release_order(&v.s, &r);
   smart_volume_control_getstatus(&v.s, &st);
   EXPECT_TRUE(a == 2 && r == 9 && st == 1);
+}
+
+// The owners write some fields by position (the calibration record's
+// `level` is the fourth word, `attact_order` the fifth); the smooth volume's
+// four words are read the same way.
+TEST(SmartVolume, RecordLayouts) {
+  EXPECT_EQ(offsetof(smart_volume_control_t, level), 3 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(smart_volume_control_t, attact_order), 4 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(smart_volume_control_t, hold_count), 11 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(smart_volume_control_t, threshold), 12 * sizeof(int32_t));
+  EXPECT_EQ(offsetof(smart_volume_control_t, lp_left), 12 * sizeof(int32_t) + 3 * sizeof(int64_t));
+  EXPECT_EQ(offsetof(smooth_volume_t, target_gain), 2 * sizeof(int32_t));
+  EXPECT_EQ(sizeof(smooth_volume_t), 4 * sizeof(int32_t));
 }
 
 TEST(SmartVolume, SilenceStaysSilentAndResetClears) {
