@@ -101,11 +101,11 @@ struct Wired {
     *ol = clamp16(l);
     *orr = clamp16(r);
   }
+  // 32-bit products with wrap-around.
   short mono(short in) {
-    const int acc = network((gain * in) >> 14, cl, al, false);
-    return clamp16(static_cast<int>(static_cast<uint32_t>(dry_gain * in) +
-                                    static_cast<uint32_t>(wet1) * static_cast<uint32_t>(acc)) >>
-                   13);
+    auto wrap_mul = [](int a, int b) { return static_cast<uint32_t>(a) * static_cast<uint32_t>(b); };
+    const int acc = network(static_cast<int>(wrap_mul(gain, in)) >> 14, cl, al, false);
+    return clamp16(static_cast<int>(wrap_mul(dry_gain, in) + wrap_mul(wet1, acc)) >> 13);
   }
 };
 
