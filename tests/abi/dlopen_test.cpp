@@ -4,6 +4,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -297,6 +299,43 @@ TEST_F(Library, HeadphoneProductThroughResolvedNames) {
     }
     deinit(h);
   }
+}
+
+}  // namespace
+
+namespace {
+
+// The howling canceller through resolved names: a whistle is notched and the
+// exported analysis buffer (a data symbol) shows it at its bin.
+TEST_F(Library, HowlingCancellerThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  struct Record {
+    int32_t status, gain;
+    void* work;
+  };
+  auto init = sym<void (*)(Record*)>("howling_canceling_init");
+  auto end = sym<void (*)(Record*)>("howling_canceling_end");
+  auto status = sym<void (*)(Record*, int)>("howling_canceling_setstatus");
+  auto process = sym<void (*)(Record*, int*, int*, int)>("howling_canceling_process");
+  auto notch = sym<void (*)(Record*, int, int*, int*)>("howling_canceling_getnotch");
+  auto current = sym<const int*>("fft_power_current");
+  ASSERT_TRUE(init && end && status && process && notch && current);
+  Record h{};
+  init(&h);
+  status(&h, 1);
+  std::vector<int> x(48000 / 2);
+  for (size_t i = 0; i < x.size(); ++i)
+    x[i] = static_cast<int>(4000000 * std::sin(2 * 3.14159265358979 * 1500.0 * static_cast<double>(i) / 48000));
+  for (size_t s = 0; s < x.size(); s += 240) process(&h, &x[s], &x[s], 240);
+  int state = 0, centre = 0;
+  notch(&h, 0, &state, &centre);
+  EXPECT_EQ(state, 2);  // locked
+  EXPECT_NEAR(-2 * std::cos(2 * 3.14159265358979 * 1500.0 / 48000) * 268435456.0, centre, 20000.0);
+  EXPECT_EQ(std::max_element(current + 1, current + 64) - current, 8);  // 1500 Hz = bin 8
+  double tail = 0;
+  for (size_t i = x.size() - 4800; i < x.size(); ++i) tail = std::max(tail, std::fabs(static_cast<double>(x[i])));
+  EXPECT_LT(tail, 40000.0);  // 40 dB down
+  end(&h);
 }
 
 }  // namespace
