@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "host_audio.h"
 #include "kafx_proc/hp_effect.h"
 #include "test_signal.h"
+#include "stream_runner.h"
 #include "wav_io.h"
 
 namespace {
@@ -39,6 +41,7 @@ struct Options {
   std::vector<int> geq;
   int format_bits = 0;  // 0: follow the file
   int block = kDefaultBlock;
+  bool strict = false;
   std::string in_path;
   std::string out_path;
 };
@@ -61,6 +64,10 @@ int parse_options(int argc, char** argv, Options* o) {
     if (a == "-h" || a == "--help") {
       std::fputs(kafx_headphone_usage(), stdout);
       return -1;
+    }
+    if (a == "--strict") {
+      o->strict = true;
+      continue;
     }
     const bool takes_value = a == "--effect" || a == "--adapter" || a == "--record" || a == "--save-record" ||
                              a == "--reverb" || a == "--geq" || a == "--format" || a == "--block";
@@ -192,9 +199,10 @@ audio_effect_control_acdb_t build_record(const Options& o, const audio_effect_co
 }  // namespace
 
 const char* kafx_headphone_usage() {
-  return "usage: kafx headphone [options] [IN.wav] OUT.wav\n"
+  return "usage: kafx headphone [options] [IN.wav|-] OUT.wav|-\n"
          "\n"
-         "Runs IN.wav (16-, 24- or 32-bit integer PCM, mono or stereo, any rate)\n"
+         "Runs IN.wav (any PCM width, 8-bit or float; mono, stereo or more channels,\n"
+         "of which the first two are processed; any rate; '-' for standard input)\n"
          "through the headphone front end and writes OUT.wav in the same format,\n"
          "aligned with the input (the compressor's look-ahead of two 5 ms frames is\n"
          "removed). Mono files feed both sides and take the left result. The product\n"
@@ -224,6 +232,9 @@ const char* kafx_headphone_usage() {
          "                    words) or 32 (full-scale 32-bit). Default: the file's\n"
          "                    width, 24-bit files as 24-in-32.\n"
          "  --block N         frames per process call (default 480)\n"
+         "  --strict          treat every warning about the input (a bypassed rate, a\n"
+         "                    rate run on other tables, extra channels, a truncated\n"
+         "                    file) as an error\n"
          "\n"
          "Record file: a text file, one field per line as 'name = value' (decimal),\n"
          "'#' starts a comment. Fields: effect_type, hpadapter_type and\n"
@@ -251,72 +262,96 @@ int kafx_headphone_main(int argc, char** argv) {
     const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_in.wav";
     if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_in.wav");
     if (!kafx_tool::write_pcm_wav(in.string(), kafx_tool::make_default_signal(), &error)) return failure(error);
-    std::printf("wrote built-in input %s\n", in.string().c_str());
+    std::fprintf(o.out_path == "-" ? stderr : stdout, "wrote built-in input %s\n", in.string().c_str());
     o.in_path = in.string();
   }
 
-  PcmAudio audio;
-  if (!kafx_tool::read_pcm(o.in_path, &audio, &error)) return failure(error);
-  if (audio.channels > 2) return failure("'" + o.in_path + "' has more than two channels");
-  const int bits = o.format_bits != 0 ? o.format_bits : audio.bits;
-  const size_t ch = static_cast<size_t>(audio.channels);
-  const size_t frames = static_cast<size_t>(audio.frames());
-
-  HostBuffer host{kafx_tool::format_type_of_bits(bits), {}, {}};
-  auto* h = static_cast<kafx_hp_effect_t*>(kafx_hp_effect_init(static_cast<unsigned>(audio.rate), host.format_type));
-  if (h == nullptr) return failure("cannot create the headphone front end");
-  audio_effect_control_acdb_t rec = record;
-  kafx_hp_effect_set_parameters(h, &rec);
-  // The compressor delays everything by its look-ahead; a zero tail flushes it.
-  const size_t latency = h->enabled != 0
-                             ? static_cast<size_t>(h->chain.compressor->delay_frames) *
-                                   static_cast<size_t>(h->chain.compressor->drc_left->frame_len)
-                             : 0;
-  const size_t total_frames = frames + latency;
-  std::vector<int32_t> stereo(2 * frames);
-  for (size_t f = 0; f < frames; ++f) {
-    stereo[2 * f] = audio.samples[f * ch];
-    stereo[2 * f + 1] = audio.samples[f * ch + ch - 1];
-  }
-  host.load(stereo, 2 * total_frames);
-
-  const size_t frame_bytes = 2 * host.bytes_per_sample();
-  unsigned char* p = host.bytes();
-  const auto start = std::chrono::steady_clock::now();
-  for (size_t done = 0; done < total_frames;) {
-    const size_t n = std::min(static_cast<size_t>(o.block), total_frames - done);
-    kafx_hp_effect_process(h, p + done * frame_bytes, static_cast<unsigned>(n * frame_bytes));
-    done += n;
-  }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const bool bypassed = h->enabled == 0;
-  const int block_len = h->block_len;
-  kafx_hp_effect_deinit(h);
-
-  const kafx_tool::Level in_level = kafx_tool::measure(audio.samples, 0, frames * ch);
-  for (size_t f = 0; f < frames; ++f)
-    for (size_t c = 0; c < ch; ++c) audio.samples[f * ch + c] = host.full_scale(2 * (f + latency) + c);
-  const kafx_tool::Level out_level = kafx_tool::measure(audio.samples, 0, frames * ch);
-  if (!kafx_tool::write_pcm_wav(o.out_path, audio, &error)) return failure(error);
+  kafx_tool::StreamOptions so{"headphone", o.strict};
+  void* handle = nullptr;
+  struct Release {
+    void** h;
+    ~Release() { kafx_hp_effect_deinit(*h); }
+  } release{&handle};
+  int format_type = 0;
+  size_t latency = 0;
+  bool bypassed = false;
+  std::vector<int32_t> host32;
+  std::vector<int16_t> host16;
+  std::unique_ptr<kafx_tool::FrameDelay> extra_delay;
+  auto setup = [&](const kafx_tool::StreamInput& in, kafx_tool::StreamProcessor* p) -> std::string {
+    const int bits = o.format_bits != 0 ? o.format_bits : in.bits;
+    format_type = kafx_tool::format_type_of_bits(bits);
+    handle = kafx_hp_effect_init(static_cast<unsigned>(in.rate), format_type);
+    if (handle == nullptr) return "cannot create the headphone front end";
+    audio_effect_control_acdb_t rec = record;
+    kafx_hp_effect_set_parameters(handle, &rec);
+    bypassed = static_cast<kafx_hp_effect_t*>(handle)->enabled == 0;
+    const std::string at = "'" + in.name + "' is at " + std::to_string(in.rate) + " Hz: ";
+    if (bypassed && !kafx_tool::warn(so, at + "the headphone product processes 44050 to 48050 Hz only; bypassed, "
+                                              "the output equals the input"))
+      return "-";
+    if (!bypassed && in.rate != 44100 && in.rate != 48000 &&
+        !kafx_tool::warn(so, at + "the headphone product runs it on its 48000 Hz tables"))
+      return "-";
+    if (in.channels > 2 &&
+        !kafx_tool::warn(so, "'" + in.name + "' has " + std::to_string(in.channels) +
+                                 " channels: the headphone product processes the first two; the others pass "
+                                 "through unchanged (delayed to stay aligned)"))
+      return "-";
+    latency = static_cast<size_t>(kafx_hp_effect_get_latency(handle));
+    if (in.channels > 2) extra_delay = std::make_unique<kafx_tool::FrameDelay>(latency, in.channels - 2);
+    p->latency = latency;
+    p->block = static_cast<size_t>(std::max(o.block, 4800 / o.block * o.block));
+    const size_t ch = static_cast<size_t>(in.channels);
+    p->process = kafx_tool::fixed_calls(static_cast<size_t>(o.block), ch, [&, ch](int32_t* s, size_t n) {
+      // Mono feeds both sides and takes the left result.
+      auto in_sample = [&](size_t f, size_t c) { return s[f * ch + (c < ch ? c : 0)]; };
+      if (format_type == 1) {
+        host16.resize(2 * n);
+        for (size_t f = 0; f < n; ++f)
+          for (size_t c = 0; c < 2; ++c) host16[2 * f + c] = static_cast<int16_t>(in_sample(f, c) >> 16);
+        kafx_hp_effect_process(handle, host16.data(), static_cast<unsigned>(n * 4));
+        for (size_t f = 0; f < n; ++f)
+          for (size_t c = 0; c < std::min<size_t>(ch, 2); ++c) s[f * ch + c] = host16[2 * f + c] * 65536;
+      } else {
+        host32.resize(2 * n);
+        for (size_t f = 0; f < n; ++f)
+          for (size_t c = 0; c < 2; ++c) host32[2 * f + c] = format_type == 2 ? in_sample(f, c) >> 8 : in_sample(f, c);
+        kafx_hp_effect_process(handle, host32.data(), static_cast<unsigned>(n * 8));
+        for (size_t f = 0; f < n; ++f)
+          for (size_t c = 0; c < std::min<size_t>(ch, 2); ++c)
+            s[f * ch + c] = format_type == 3 ? host32[2 * f + c] : std::clamp(host32[2 * f + c], -8388608, 8388607) * 256;
+      }
+      if (extra_delay) {
+        for (size_t f = 0; f < n; ++f) extra_delay->step(s + f * ch + 2);
+      }
+    });
+    return {};
+  };
+  kafx_tool::StreamResult r;
+  const int status = kafx_tool::run_stream(so, o.in_path, o.out_path, setup, &r);
+  if (status != 0) return status;
+  const int block_len = static_cast<kafx_hp_effect_t*>(handle)->block_len;
   if (!o.record_out.empty() && !write_record(o.record_out, record, &error)) return failure(error);
 
-  const double audio_seconds = static_cast<double>(total_frames) / audio.rate;
-  std::printf("%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
-  std::printf("  frames %zu, rate %d Hz, channels %d, %d-bit file, host format %d (%s), block %d\n", frames,
-              audio.rate, audio.channels, audio.bits, host.format_type,
-              host.format_type == 1 ? "16-bit" : host.format_type == 2 ? "24 in 32" : "32-bit", o.block);
+  FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
+  const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
+  std::fprintf(info, "%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
+  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, host format %d (%s), block %d\n",
+               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, format_type,
+               format_type == 1 ? "16-bit" : format_type == 2 ? "24 in 32" : "32-bit", o.block);
   if (bypassed) {
-    std::printf("  bypassed: the headphone product processes 44050 to 48050 Hz only; the output equals the input\n");
+    std::fprintf(info, "  bypassed: the headphone product processes 44050 to 48050 Hz only; the output equals the input\n");
   } else {
-    std::printf("  record: effect %d, hpadapter %d; chain blocks of %d frames, latency %zu frames removed\n",
-                record.effect_type, record.hpadapter_type, block_len, latency);
+    std::fprintf(info, "  record: effect %d, hpadapter %d; chain blocks of %d frames, latency %zu frames removed\n",
+                 record.effect_type, record.hpadapter_type, block_len, latency);
   }
-  std::printf("  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", in_level.peak_db, in_level.rms_db);
-  std::printf("  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", out_level.peak_db, out_level.rms_db);
-  if (seconds > 0.0) {
-    std::printf("  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / seconds,
-                seconds * 1e3, audio_seconds);
+  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
+  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
+  if (r.seconds > 0.0) {
+    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
+                 r.seconds * 1e3, audio_seconds);
   }
-  if (!o.record_out.empty()) std::printf("  record written to %s\n", o.record_out.c_str());
+  if (!o.record_out.empty()) std::fprintf(info, "  record written to %s\n", o.record_out.c_str());
   return 0;
 }

@@ -1,4 +1,5 @@
 #include "speaker_run.h"
+#include "speaker_config_check.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -205,6 +206,7 @@ int kafx_speaker_main(int argc, char** argv) {
   if (!o.config.empty() && !readable(o.config)) {  // fail before writing anything
     return failure("cannot read configuration '" + o.config + "'");
   }
+  if (!o.config.empty()) kafx_tool::warn_speaker_config(o.config.c_str(), stderr);  // same checks as speaker-config
   if (o.in_path.empty()) {
     namespace fs = std::filesystem;
     const fs::path out(o.out_path);
@@ -253,33 +255,25 @@ int kafx_speaker_main(int argc, char** argv) {
     p->latency = latency;
     p->block = static_cast<size_t>(std::max(o.block, 4800 / o.block * o.block));
     const size_t ch = static_cast<size_t>(in.channels);
-    p->process = [&, ch](const int32_t* x, size_t frames, std::vector<int32_t>* out) {
-      const size_t base = out->size();
-      out->insert(out->end(), x, x + frames * ch);
-      int32_t* y = out->data() + base;
-      for (size_t done = 0; done < frames;) {
-        const size_t n = std::min(static_cast<size_t>(o.block), frames - done);
-        int32_t* s = y + done * ch;
-        const size_t count = n * ch;
-        if (format_type == 1) {
-          host16.resize(count);
-          for (size_t i = 0; i < count; ++i) host16[i] = static_cast<int16_t>(s[i] >> 16);
-          kafx_speaker_boost_process(handle, host16.data(), static_cast<unsigned>(count * 2));
-          for (size_t i = 0; i < count; ++i) s[i] = static_cast<int32_t>(host16[i]) * 65536;
-        } else {
-          host32.resize(count);
-          for (size_t i = 0; i < count; ++i) host32[i] = format_type == 2 ? s[i] >> 8 : s[i];
-          kafx_speaker_boost_process(handle, host32.data(), static_cast<unsigned>(count * 4));
-          for (size_t i = 0; i < count; ++i) {
-            s[i] = format_type == 3 ? host32[i] : std::clamp(host32[i], -8388608, 8388607) * 256;
-          }
+    p->process = kafx_tool::fixed_calls(static_cast<size_t>(o.block), ch, [&, ch](int32_t* s, size_t n) {
+      const size_t count = n * ch;
+      if (format_type == 1) {
+        host16.resize(count);
+        for (size_t i = 0; i < count; ++i) host16[i] = static_cast<int16_t>(s[i] >> 16);
+        kafx_speaker_boost_process(handle, host16.data(), static_cast<unsigned>(count * 2));
+        for (size_t i = 0; i < count; ++i) s[i] = static_cast<int32_t>(host16[i]) * 65536;
+      } else {
+        host32.resize(count);
+        for (size_t i = 0; i < count; ++i) host32[i] = format_type == 2 ? s[i] >> 8 : s[i];
+        kafx_speaker_boost_process(handle, host32.data(), static_cast<unsigned>(count * 4));
+        for (size_t i = 0; i < count; ++i) {
+          s[i] = format_type == 3 ? host32[i] : std::clamp(host32[i], -8388608, 8388607) * 256;
         }
-        if (extra_delay) {
-          for (size_t f = 0; f < n; ++f) extra_delay->step(s + f * ch + 2);
-        }
-        done += n;
       }
-    };
+      if (extra_delay) {
+        for (size_t f = 0; f < n; ++f) extra_delay->step(s + f * ch + 2);
+      }
+    });
     return {};
   };
   kafx_tool::StreamResult r;

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +82,22 @@ class FrameDelay {
   size_t frames_, count_, pos_ = 0;
   std::vector<int32_t> ring_;
 };
+
+// A processor that calls `call` in place on exactly `block` interleaved
+// frames of `channels` samples at a time, as a host with a fixed buffer does;
+// frames that do not fill a call wait for the next input (the zero tail
+// completes the last one).
+inline std::function<void(const int32_t*, size_t, std::vector<int32_t>*)> fixed_calls(
+    size_t block, size_t channels, std::function<void(int32_t*, size_t)> call) {
+  auto pending = std::make_shared<std::vector<int32_t>>();
+  return [=](const int32_t* in, size_t frames, std::vector<int32_t>* out) {
+    pending->insert(pending->end(), in, in + frames * channels);
+    const size_t whole = pending->size() / (block * channels) * block * channels;
+    for (size_t at = 0; at < whole; at += block * channels) call(pending->data() + at, block);
+    out->insert(out->end(), pending->begin(), pending->begin() + static_cast<std::ptrdiff_t>(whole));
+    pending->erase(pending->begin(), pending->begin() + static_cast<std::ptrdiff_t>(whole));
+  };
+}
 
 // Host format type of a sample width (16 -> 1, 24 -> 2, 32 -> 3) and the
 // width a file's subtype maps to (8-bit and companded -> 16, float -> 32).

@@ -40,11 +40,11 @@ Wav programme(int rate, int channels, int bits, size_t frames) {
   return w;
 }
 
-// The front end driven directly on a 16-bit stereo programme: calls of 480 frames over the input and a zero tail,
-// the output read two 5 ms frames (the compressor's look-ahead) later.
+// The front end driven directly on a 16-bit stereo programme: calls of 480 frames over the input and a zero tail
+// (every call whole, as from a host), the output read two 5 ms frames (the compressor's look-ahead) later.
 std::vector<int32_t> direct(const Wav& in, audio_effect_control_acdb_t rec) {
   const size_t latency = 2 * static_cast<size_t>(in.rate == 44100 ? 220 : 240);
-  const size_t frames = in.samples.size() / 2, total = frames + latency;
+  const size_t frames = in.samples.size() / 2, total = (frames + latency + 479) / 480 * 480;
   std::vector<int16_t> buf(2 * total);
   for (size_t i = 0; i < in.samples.size(); ++i) buf[i] = static_cast<int16_t>(in.samples[i] >> 16);
   void* h = kafx_hp_effect_init(static_cast<unsigned>(in.rate), 1);
