@@ -10,10 +10,12 @@
 // rounding and saturated (no -1 flush there); the crossfeed and reflector
 // mixes saturate. The quartered reflector input flushes -1 to 0.
 //
-// Each stage's block form runs one filter over the whole block at a time
-// (independent sections interleaved), which is the per-sample order of the
-// design exactly: every filter still sees its own samples in order and no
-// filter feeds back into an earlier one.
+// The block forms run chunks of up to 256 samples with the filters' states
+// in locals (the shared biquad, comb and all-pass kernels), a group of
+// filters per loop. That is the per-sample order of the design exactly:
+// every filter still sees its own samples in order and none feeds back into
+// an earlier one. A chunk with a pass-through section (status 0) runs the
+// per-sample functions instead.
 #include "kafx_proc/stereo_widening_system.h"
 
 #include <cstdlib>
