@@ -220,8 +220,8 @@ TEST(HowlingCanceling, ClosedLoopStaysBoundedAboveTheUncompensatedLimit) {
     auto stable = [](const howl_sim::LoopResult& r) {
       return !r.clipped && (r.tail_db < -90 || r.tail_db < r.end_voice_db - 1);
     };
-    double limit = -30;
-    for (double g = -30; g <= 10; g += 0.25) {
+    double limit = -15;  // the built-in rooms are stable there
+    for (double g = -15; g <= 10; g += 0.25) {
       if (!stable(howl_sim::run_loop(room, g, voice, 1.5, [](int*, int) {}))) break;
       limit = g;
     }
