@@ -8,12 +8,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <numbers>
 #include <string>
 #include <vector>
 
+#include <sndfile.h>
+
 #include "audio_summary.h"
 #include "kafx_proc/ktv.h"
+#include "stream_runner.h"
 #include "wav_io.h"
 
 namespace {
@@ -27,6 +31,7 @@ constexpr int kMaxEchoMs = IIRECHO_MAX_DELAY_MS;
 struct Options {
   bool eq = false, reverb = false, echo = false, gramophone = false, compressor = false, howling = false;
   bool voice_gain_set = false;
+  bool strict = false;
   int eq_index[10] = {};
   int reverb_param[6] = {};  // room, damp, wet, dry, width, gain
   int echo_param[4] = {0, 4096, 5489, 2703};  // ms, feedback, wet, dry
@@ -84,6 +89,8 @@ int parse_options(int argc, char** argv, Options* o) {
       o->compressor = true;
     } else if (a == "--howling") {
       o->howling = true;
+    } else if (a == "--strict") {
+      o->strict = true;
     } else if (a == "--eq" || a == "--reverb" || a == "--echo" || a == "--voice-gain") {
       const char* v = value();
       if (v == nullptr) return usage_error(a + " needs a value");
@@ -164,56 +171,106 @@ PcmAudio make_default_voice() {
 }
 
 // Band-limited resampling of one channel (Blackman-windowed sinc, 32 zero
-// crossings each side, cut-off 0.95 of the lower Nyquist frequency).
-std::vector<double> resample(const std::vector<double>& x, int from, int to) {
-  constexpr double kPi = std::numbers::pi;
-  const double ratio = static_cast<double>(from) / to;
-  const double fc = 0.95 * std::min(1.0, static_cast<double>(to) / from);
-  const double half = 32.0 / fc;  // half length in input samples
-  const size_t n = static_cast<size_t>(std::llround(static_cast<double>(x.size()) * to / from));
-  std::vector<double> y(n);
-  for (size_t i = 0; i < n; ++i) {
-    const double t = static_cast<double>(i) * ratio;
-    const long lo = static_cast<long>(std::ceil(t - half)), hi = static_cast<long>(std::floor(t + half));
-    double acc = 0.0;
-    for (long k = std::max(0L, lo); k <= std::min(hi, static_cast<long>(x.size()) - 1); ++k) {
-      const double d = t - static_cast<double>(k);
-      const double arg = kPi * fc * d;
-      const double sinc = d == 0.0 ? 1.0 : std::sin(arg) / arg;
-      const double w = 0.42 + 0.5 * std::cos(kPi * d / half) + 0.08 * std::cos(2 * kPi * d / half);
-      acc += x[static_cast<size_t>(k)] * fc * sinc * w;
-    }
-    y[i] = acc;
+// crossings each side, cut-off 0.95 of the lower Nyquist frequency), fed in
+// pieces: output sample i sits at input position i * from / to, so the
+// output stays aligned with the input; past the end the input counts as 0.
+class SincResampler {
+ public:
+  SincResampler(int from, int to)
+      : ratio_(static_cast<double>(from) / to), fc_(0.95 * std::min(1.0, static_cast<double>(to) / from)),
+        half_(32.0 / fc_) {}
+  void push(const double* x, size_t n, std::vector<double>* out) {
+    buf_.insert(buf_.end(), x, x + n);
+    received_ += static_cast<long>(n);
+    drain(out, false);
   }
-  return y;
-}
+  // The outputs that depend on input beyond the end, up to `total` outputs.
+  void finish(size_t total, std::vector<double>* out) {
+    total_ = static_cast<long>(total);
+    drain(out, true);
+  }
 
-// The file as mono 48 kHz 16-bit samples, converting what differs (with a
-// message for each conversion).
-std::vector<int16_t> to_voice(const PcmAudio& a, const std::string& name) {
-  const size_t frames = static_cast<size_t>(a.frames());
-  std::vector<double> mono(frames);
-  for (size_t f = 0; f < frames; ++f) {
-    double sum = 0.0;
-    for (int c = 0; c < a.channels; ++c) sum += a.samples[f * static_cast<size_t>(a.channels) + c];
-    mono[f] = sum / a.channels / 65536.0;  // 16-bit units
+ private:
+  void drain(std::vector<double>* out, bool at_end) {
+    constexpr double kPi = std::numbers::pi;
+    for (;; ++next_) {
+      if (at_end && next_ >= total_) break;
+      const double t = static_cast<double>(next_) * ratio_;
+      const long lo = static_cast<long>(std::ceil(t - half_)), hi = static_cast<long>(std::floor(t + half_));
+      if (!at_end && hi >= received_) break;
+      double acc = 0.0;
+      for (long k = std::max(lo, base_); k <= std::min(hi, received_ - 1); ++k) {
+        const double d = t - static_cast<double>(k);
+        const double arg = kPi * fc_ * d;
+        const double sinc = d == 0.0 ? 1.0 : std::sin(arg) / arg;
+        const double w = 0.42 + 0.5 * std::cos(kPi * d / half_) + 0.08 * std::cos(2 * kPi * d / half_);
+        acc += buf_[static_cast<size_t>(k - base_)] * fc_ * sinc * w;
+      }
+      out->push_back(acc);
+      const long keep = std::max(base_, lo);  // inputs before the window are done with
+      buf_.erase(buf_.begin(), buf_.begin() + (keep - base_));
+      base_ = keep;
+    }
   }
-  if (a.channels != 1)
-    std::fprintf(stderr, "kafx ktv: %s has %d channels; mixed down to mono (the average of the channels)\n",
-                 name.c_str(), a.channels);
-  if (a.rate != kRate) {
-    std::fprintf(stderr, "kafx ktv: %s is at %d Hz; resampled to %d Hz (the karaoke chain's rate)\n", name.c_str(),
-                 a.rate, kRate);
-    mono = resample(mono, a.rate, kRate);
+  double ratio_, fc_, half_;
+  std::vector<double> buf_;
+  long base_ = 0, received_ = 0, next_ = 0, total_ = 0;
+};
+
+// The karaoke front end fed from a file: channels averaged to mono, other
+// rates resampled to 48 kHz, samples rounded to 16 bits, 240-sample frames;
+// the stereo result as full-scale 16-bit frames.
+class KtvStream {
+ public:
+  KtvStream(void* handle, int rate, int channels)
+      : h_(handle), rate_(rate), channels_(static_cast<size_t>(channels)) {
+    if (rate != kRate) resampler_ = std::make_unique<SincResampler>(rate, kRate);
   }
-  if (a.bits != 16)
-    std::fprintf(stderr, "kafx ktv: %s has %d-bit samples; rounded to 16 bits (the karaoke front end's format)\n",
-                 name.c_str(), a.bits);
-  std::vector<int16_t> out(mono.size());
-  for (size_t i = 0; i < mono.size(); ++i)
-    out[i] = static_cast<int16_t>(std::clamp(std::lround(mono[i]), -32768L, 32767L));
-  return out;
-}
+  void process(const int32_t* x, size_t frames, std::vector<int32_t>* out) {
+    received_ += frames;
+    mono_.resize(frames);
+    for (size_t f = 0; f < frames; ++f) {
+      double sum = 0.0;
+      for (size_t c = 0; c < channels_; ++c) sum += x[f * channels_ + c];
+      mono_[f] = sum / static_cast<double>(channels_) / 65536.0;  // 16-bit units
+    }
+    ready_.clear();
+    if (resampler_) resampler_->push(mono_.data(), frames, &ready_);
+    else ready_ = mono_;
+    run(out, false);
+  }
+  // Resampler tail (the output has the input's duration) and the last,
+  // shorter frame.
+  void finish(std::vector<int32_t>* out) {
+    ready_.clear();
+    const double total = static_cast<double>(received_) * kRate / rate_;
+    if (resampler_) resampler_->finish(static_cast<size_t>(std::llround(total)), &ready_);
+    run(out, true);
+  }
+
+ private:
+  void run(std::vector<int32_t>* out, bool last) {
+    for (double v : ready_) voice_.push_back(static_cast<int16_t>(std::clamp(std::lround(v), -32768L, 32767L)));
+    size_t at = 0;
+    while (voice_.size() - at >= static_cast<size_t>(kFrame) || (last && at < voice_.size())) {
+      const int count = static_cast<int>(std::min<size_t>(kFrame, voice_.size() - at));
+      kafx_ktv_process_16(h_, voice_.data() + at, left_, right_, count);
+      for (int i = 0; i < count; ++i) {
+        out->push_back(left_[i] * 65536);
+        out->push_back(right_[i] * 65536);
+      }
+      at += static_cast<size_t>(count);
+    }
+    voice_.erase(voice_.begin(), voice_.begin() + static_cast<std::ptrdiff_t>(at));
+  }
+  void* h_;
+  int rate_;
+  size_t channels_, received_ = 0;
+  std::unique_ptr<SincResampler> resampler_;
+  std::vector<double> mono_, ready_;
+  std::vector<int16_t> voice_;
+  int16_t left_[kFrame], right_[kFrame];
+};
 
 void configure(void* h, Options& o) {
   // The echo is on in a fresh chain; the tool runs it only when asked.
@@ -260,7 +317,7 @@ std::string blocks_on(const Options& o) {
 }  // namespace
 
 const char* kafx_ktv_usage() {
-  return "usage: kafx ktv [options] [VOICE.wav] OUT.wav\n"
+  return "usage: kafx ktv [options] [VOICE.wav|-] OUT.wav|-\n"
          "\n"
          "Runs a mono voice (48 kHz 16-bit; other rates, channel counts and widths are\n"
          "converted, with a message) through the karaoke front end in 240-sample frames\n"
@@ -281,7 +338,12 @@ const char* kafx_ktv_usage() {
          "                     dry (defaults 4096, 5489, 2703)\n"
          "  --compressor       voice compressor\n"
          "  --voice-gain G     voice gain, Q13 (8192 = unity); acts inside the compressor\n"
-         "                     only\n";
+         "                     only\n"
+         "  --strict           treat a warning about the input (a truncated file) as an\n"
+         "                     error\n"
+         "\n"
+         "'-' reads standard input or writes standard output; the file is processed\n"
+         "block by block and the output appears only when it is complete.\n";
 }
 
 int kafx_ktv_main(int argc, char** argv) {
@@ -292,59 +354,62 @@ int kafx_ktv_main(int argc, char** argv) {
     std::fprintf(stderr, "kafx ktv: note: --voice-gain acts only inside the compressor; add --compressor\n");
 
   std::string error;
-  PcmAudio audio;
+  FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
   if (o.in_path.empty()) {
     namespace fs = std::filesystem;
     const fs::path out(o.out_path);
     const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_voice.wav";
     if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_voice.wav");
-    audio = make_default_voice();
-    if (!kafx_tool::write_pcm_wav(in.string(), audio, &error)) return failure(error);
-    std::printf("wrote built-in voice %s\n", in.string().c_str());
+    if (!kafx_tool::write_pcm_wav(in.string(), make_default_voice(), &error)) return failure(error);
+    std::fprintf(info, "wrote built-in voice %s\n", in.string().c_str());
     o.in_path = in.string();
-  } else if (!kafx_tool::read_pcm(o.in_path, &audio, &error)) {
-    return failure(error);
   }
-  if (audio.frames() == 0) return failure("'" + o.in_path + "' holds no audio");
-  const std::vector<int16_t> voice = to_voice(audio, o.in_path);
 
-  void* h = kafx_ktv_init();
-  if (h == nullptr) return failure("cannot create the karaoke front end");
-  configure(h, o);
-  const size_t n = voice.size();
-  std::vector<int16_t> in = voice, left(n), right(n);
-  const auto start = std::chrono::steady_clock::now();
-  for (size_t at = 0; at < n; at += kFrame) {
-    const int count = static_cast<int>(std::min<size_t>(kFrame, n - at));
-    kafx_ktv_process_16(h, in.data() + at, left.data() + at, right.data() + at, count);
-  }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  kafx_ktv_deinit(h);
+  kafx_tool::StreamOptions so{"ktv", o.strict};
+  void* handle = nullptr;
+  struct Release {
+    void** h;
+    ~Release() { kafx_ktv_deinit(*h); }
+  } release{&handle};
+  std::unique_ptr<KtvStream> stream;
+  auto setup = [&](const kafx_tool::StreamInput& in, kafx_tool::StreamProcessor* p) -> std::string {
+    if (in.frames == 0) return "'" + in.name + "' holds no audio";
+    if (in.channels != 1)
+      std::fprintf(stderr, "kafx ktv: %s has %d channels; mixed down to mono (the average of the channels)\n",
+                   in.name.c_str(), in.channels);
+    if (in.rate != kRate)
+      std::fprintf(stderr, "kafx ktv: %s is at %d Hz; resampled to %d Hz (the karaoke chain's rate)\n",
+                   in.name.c_str(), in.rate, kRate);
+    if (in.subtype != SF_FORMAT_PCM_16)
+      std::fprintf(stderr, "kafx ktv: %s has %s samples; rounded to 16 bits (the karaoke front end's format)\n",
+                   in.name.c_str(), in.bits == 16 ? "narrower or encoded" : (std::to_string(in.bits) + "-bit").c_str());
+    handle = kafx_ktv_init();
+    if (handle == nullptr) return "cannot create the karaoke front end";
+    configure(handle, o);
+    stream = std::make_unique<KtvStream>(handle, in.rate, in.channels);
+    p->out_rate = kRate;
+    p->out_channels = 2;
+    p->out_subtype = SF_FORMAT_PCM_16;
+    p->latency = static_cast<size_t>(kafx_ktv_get_latency(handle));
+    p->block = 4800;
+    p->process = [&](const int32_t* x, size_t frames, std::vector<int32_t>* out) { stream->process(x, frames, out); };
+    p->finish = [&](std::vector<int32_t>* out) { stream->finish(out); };
+    return {};
+  };
+  kafx_tool::StreamResult r;
+  const int status = kafx_tool::run_stream(so, o.in_path, o.out_path, setup, &r);
+  if (status != 0) return status;
 
-  PcmAudio out;
-  out.rate = kRate;
-  out.channels = 2;
-  out.bits = 16;
-  out.samples.resize(2 * n);
-  std::vector<int32_t> mono(n);
-  for (size_t i = 0; i < n; ++i) {
-    mono[i] = voice[i] * 65536;
-    out.samples[2 * i] = left[i] * 65536;
-    out.samples[2 * i + 1] = right[i] * 65536;
-  }
-  if (!kafx_tool::write_pcm_wav(o.out_path, out, &error)) return failure(error);
-
-  const kafx_tool::Level in_level = kafx_tool::measure(mono, 0, n);
-  const kafx_tool::Level out_level = kafx_tool::measure(out.samples, 0, 2 * n);
-  const double audio_seconds = static_cast<double>(n) / kRate;
-  std::printf("%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
-  std::printf("  frames %zu, mono 48000 Hz 16-bit in, stereo out, %d-sample calls\n", n, kFrame);
-  std::printf("  blocks: %s\n", blocks_on(o).c_str());
-  std::printf("  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", in_level.peak_db, in_level.rms_db);
-  std::printf("  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", out_level.peak_db, out_level.rms_db);
-  if (seconds > 0.0) {
-    std::printf("  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / seconds, seconds * 1e3,
-                audio_seconds);
+  const double audio_seconds = static_cast<double>(r.out_frames) / kRate;
+  std::fprintf(info, "%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
+  std::fprintf(info, "  frames %lld, mono 48000 Hz 16-bit in, stereo out, %d-sample calls\n",
+               static_cast<long long>(r.out_frames), kFrame);
+  std::fprintf(info, "  blocks: %s\n", blocks_on(o).c_str());
+  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
+  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
+  if (r.seconds > 0.0) {
+    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
+                 r.seconds * 1e3, audio_seconds);
   }
   return 0;
 }
