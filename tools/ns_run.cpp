@@ -14,6 +14,7 @@
 #include "audio_summary.h"
 #include "kafx_proc/ns.h"
 #include "kafx_proc/spl.h"
+#include "stream_runner.h"
 #include "wav_io.h"
 
 namespace {
@@ -27,11 +28,6 @@ constexpr unsigned kDirectRates[] = {8000u, 16000u, 32000u};
 int usage_error(const char* cmd, const std::string& message) {
   std::fprintf(stderr, "kafx %s: %s\n(see 'kafx %s --help')\n", cmd, message.c_str(), cmd);
   return 2;
-}
-
-int failure(const std::string& message) {
-  std::fprintf(stderr, "kafx ns: %s\n", message.c_str());
-  return 1;
 }
 
 bool parse_policy(const char* s, int* policy) {
@@ -106,45 +102,83 @@ bool find_rate_path(int rate, RatePath* path) {
   return false;
 }
 
-std::vector<int16_t> resample(const std::vector<int16_t>& in, int from, int to, int block_in, int block_out) {
-  Resampler_t r;
-  Resampler_init(&r);
-  Resampler_config(&r, from, to);
-  const size_t chunks = (in.size() + static_cast<size_t>(block_in) - 1) / static_cast<size_t>(block_in);
-  std::vector<int16_t> padded(chunks * static_cast<size_t>(block_in), 0);
-  std::copy(in.begin(), in.end(), padded.begin());
-  std::vector<int16_t> out(chunks * static_cast<size_t>(block_out), 0);
-  for (size_t c = 0; c < chunks; ++c) {
-    int n = 0;
-    Resampler_proc(&r, &padded[c * static_cast<size_t>(block_in)], block_in, &out[c * static_cast<size_t>(block_out)],
-                   block_out, &n);
-  }
-  Resampler_delete(&r);
-  return out;
-}
-
 int16_t to16(int32_t full_scale) {
   const int64_t v = (static_cast<int64_t>(full_scale) + 32768) >> 16;  // round to 16 bits
   return static_cast<int16_t>(std::clamp<int64_t>(v, -32768, 32767));
 }
 
 const char* kNsUsage =
-    "usage: kafx ns [--policy 0..3] IN.wav OUT.wav\n"
+    "usage: kafx ns [--policy 0..3] [--strict] IN.wav|- OUT.wav|-\n"
     "\n"
-    "Runs each channel of IN.wav (mono or stereo, 16-, 24- or 32-bit integer PCM)\n"
+    "Runs each channel of IN.wav (mono or stereo, any PCM width, 8-bit or float)\n"
     "through the fixed-point noise suppressor and writes OUT.wav in the same\n"
-    "format, aligned with the input. The suppressor works on 16-bit samples at\n"
+    "format, aligned with the input (the overlap-add delay and, for converted\n"
+    "rates, the resamplers' delay are removed; '-' for standard input or output). The suppressor works on 16-bit samples at\n"
     "8000, 16000 or 32000 Hz; other rates are converted to one of those and\n"
     "back with the library's resamplers where it has a mode for the pair.\n"
     "\n"
     "options:\n"
     "  --policy N   aggressiveness 0..3 (denoising floor 0.5, 0.25, 0.125, 0.09;\n"
-    "               default 2)\n";
+    "               default 2)\n"
+    "  --strict     treat a warning about the input (a truncated file) as an error\n";
+
+}  // namespace
+
+namespace {
+
+// A resampler instance, owned, configured for one direction.
+struct OwnedResampler {
+  Resampler_t r;
+  OwnedResampler(int from, int to) {
+    Resampler_init(&r);
+    Resampler_config(&r, from, to);
+  }
+  ~OwnedResampler() { Resampler_delete(&r); }
+  OwnedResampler(const OwnedResampler&) = delete;
+  OwnedResampler& operator=(const OwnedResampler&) = delete;
+  void run(int16_t* in, int n_in, int16_t* out, int n_out) {
+    int n = 0;
+    Resampler_proc(&r, in, n_in, out, n_out, &n);
+  }
+};
+
+// Frames by which the resampler pair (down to the suppressor's rate and
+// back) delays a signal: where an impulse comes out, found with a fresh pair.
+size_t resampler_pair_delay(int rate, const RatePath& path) {
+  OwnedResampler down(rate, static_cast<int>(path.ns_rate)), up(static_cast<int>(path.ns_rate), rate);
+  const int blocks = 8;
+  std::vector<int16_t> x(static_cast<size_t>(path.block_in * blocks), 0), mid(static_cast<size_t>(path.block_out)),
+      y(x.size(), 0);
+  x[static_cast<size_t>(path.block_in)] = 16384;
+  for (int b = 0; b < blocks; ++b) {
+    down.run(&x[static_cast<size_t>(b * path.block_in)], path.block_in, mid.data(), path.block_out);
+    up.run(mid.data(), path.block_out, &y[static_cast<size_t>(b * path.block_in)], path.block_in);
+  }
+  size_t peak = 0;
+  for (size_t i = 0; i < y.size(); ++i)
+    if (std::abs(y[i]) > std::abs(y[peak])) peak = i;
+  return peak - static_cast<size_t>(path.block_in);
+}
+
+// One channel: optional resampling around the suppressor, one call per
+// `block_in` file-rate samples.
+struct NsChannel {
+  Suppressor ns;
+  std::unique_ptr<OwnedResampler> down, up;
+  std::vector<int16_t> x, mid, clean;
+  NsChannel(const RatePath& path, int rate, int policy, bool direct) : ns(path.ns_rate, policy) {
+    if (!direct) {
+      down = std::make_unique<OwnedResampler>(rate, static_cast<int>(path.ns_rate));
+      up = std::make_unique<OwnedResampler>(static_cast<int>(path.ns_rate), rate);
+    }
+  }
+};
 
 }  // namespace
 
 int kafx_ns_main(int argc, char** argv) {
   int policy = 2;
+  bool strict = false;
   std::vector<std::string> positional;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
@@ -154,7 +188,9 @@ int kafx_ns_main(int argc, char** argv) {
     }
     if (a == "--policy") {
       if (!parse_policy(i + 1 < argc ? argv[++i] : nullptr, &policy)) return usage_error("ns", "--policy takes 0, 1, 2 or 3");
-    } else if (!a.empty() && a[0] == '-') {
+    } else if (a == "--strict") {
+      strict = true;
+    } else if (a.size() > 1 && a[0] == '-') {
       return usage_error("ns", "unknown option '" + a + "'");
     } else {
       positional.push_back(a);
@@ -162,60 +198,77 @@ int kafx_ns_main(int argc, char** argv) {
   }
   if (positional.size() != 2) return usage_error("ns", "expected IN.wav OUT.wav");
 
-  std::string error;
-  PcmAudio audio;
-  if (!kafx_tool::read_pcm(positional[0], &audio, &error)) return failure(error);
-  if (audio.channels < 1 || audio.channels > 2) return failure("'" + positional[0] + "' is not mono or stereo");
-
+  const kafx_tool::StreamOptions so{"ns", strict};
   RatePath path;
-  const bool direct = std::find(std::begin(kDirectRates), std::end(kDirectRates),
-                                static_cast<unsigned>(audio.rate)) != std::end(kDirectRates);
-  if (direct) {
-    path.ns_rate = static_cast<unsigned>(audio.rate);
-  } else if (!find_rate_path(audio.rate, &path)) {
-    std::string usable;
-    for (int r : {11000, 11025, 12000, 22000, 22050, 24000, 44000, 44100, 48000, 96000}) {
-      RatePath p;
-      if (find_rate_path(r, &p)) usable += ", " + std::to_string(r);
-    }
-    return failure("sample rate " + std::to_string(audio.rate) +
-                   " Hz is not supported; supported rates: 8000, 16000, 32000 Hz directly" +
-                   (usable.empty() ? std::string() : " and" + usable.substr(1) + " Hz through the resamplers"));
-  }
-
-  const size_t ch = static_cast<size_t>(audio.channels);
-  const size_t frames = static_cast<size_t>(audio.frames());
-  const Level in_level = measure(audio.samples, 0, frames * ch);
-  const auto start = std::chrono::steady_clock::now();
-  for (size_t c = 0; c < ch; ++c) {
-    std::vector<int16_t> x(frames);
-    for (size_t i = 0; i < frames; ++i) x[i] = to16(audio.samples[i * ch + c]);
-    std::vector<int16_t> y;
+  bool direct = false;
+  std::vector<std::unique_ptr<NsChannel>> channels;
+  auto setup = [&](const kafx_tool::StreamInput& in, kafx_tool::StreamProcessor* p) -> std::string {
+    if (in.channels > 2) return "'" + in.name + "' is not mono or stereo";
+    direct = std::find(std::begin(kDirectRates), std::end(kDirectRates), static_cast<unsigned>(in.rate)) !=
+             std::end(kDirectRates);
     if (direct) {
-      y = suppress(x, path.ns_rate, policy);
+      path.ns_rate = static_cast<unsigned>(in.rate);
+    } else if (!find_rate_path(in.rate, &path)) {
+      std::string usable;
+      for (int r : {11000, 11025, 12000, 22000, 22050, 24000, 44000, 44100, 48000, 96000}) {
+        RatePath q;
+        if (find_rate_path(r, &q)) usable += ", " + std::to_string(r);
+      }
+      return "sample rate " + std::to_string(in.rate) +
+             " Hz is not supported; supported rates: 8000, 16000, 32000 Hz directly" +
+             (usable.empty() ? std::string() : " and" + usable.substr(1) + " Hz through the resamplers");
     } else {
-      const auto down = resample(x, audio.rate, static_cast<int>(path.ns_rate), path.block_in, path.block_out);
-      const auto clean = suppress(down, path.ns_rate, policy);
-      y = resample(clean, static_cast<int>(path.ns_rate), audio.rate, path.block_out, path.block_in);
+      std::fprintf(stderr, "kafx ns: %s is at %d Hz; resampled to %u Hz for the suppressor and back\n",
+                   in.name.c_str(), in.rate, path.ns_rate);
     }
-    for (size_t i = 0; i < frames; ++i) {
-      audio.samples[i * ch + c] = i < y.size() ? static_cast<int32_t>(static_cast<uint32_t>(y[i]) << 16) : 0;
+    for (int c = 0; c < in.channels; ++c) {
+      channels.push_back(std::make_unique<NsChannel>(path, in.rate, policy, direct));
+      if (!channels.back()->ns.ok) return "cannot create the noise suppressor";
     }
-  }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const Level out_level = measure(audio.samples, 0, frames * ch);
-  if (!kafx_tool::write_pcm_wav(positional[1], audio, &error)) return failure(error);
+    const NsxInst_t_& first = channels.front()->ns.inst;
+    const size_t blen = static_cast<size_t>(first.block_len);
+    const size_t ns_delay = static_cast<size_t>(first.ana_len - first.block_len);  // overlap-add
+    if (direct) {
+      path.block_in = path.block_out = first.block_len;
+      p->latency = ns_delay;
+    } else {
+      p->latency = resampler_pair_delay(in.rate, path) +
+                   static_cast<size_t>(std::llround(static_cast<double>(ns_delay) * in.rate / path.ns_rate));
+    }
+    const size_t ch = static_cast<size_t>(in.channels);
+    p->block = static_cast<size_t>(path.block_in) * 16;
+    p->process = kafx_tool::fixed_calls(static_cast<size_t>(path.block_in), ch, [&, ch, blen](int32_t* s, size_t n) {
+      for (size_t c = 0; c < ch; ++c) {
+        NsChannel& k = *channels[c];
+        k.x.resize(n);
+        for (size_t i = 0; i < n; ++i) k.x[i] = to16(s[i * ch + c]);
+        k.mid.resize(static_cast<size_t>(path.block_out));
+        if (direct) k.mid = k.x;
+        else k.down->run(k.x.data(), static_cast<int>(n), k.mid.data(), path.block_out);
+        k.clean.resize(k.mid.size());
+        for (size_t at = 0; at + blen <= k.mid.size(); at += blen) kedoNs_ProcessCore(&k.ns.inst, &k.mid[at], &k.clean[at]);
+        if (direct) k.x = k.clean;
+        else k.up->run(k.clean.data(), path.block_out, k.x.data(), static_cast<int>(n));
+        for (size_t i = 0; i < n; ++i) s[i * ch + c] = static_cast<int32_t>(static_cast<uint32_t>(k.x[i]) << 16);
+      }
+    });
+    return {};
+  };
+  kafx_tool::StreamResult r;
+  const int status = kafx_tool::run_stream(so, positional[0], positional[1], setup, &r);
+  if (status != 0) return status;
 
-  const double audio_seconds = static_cast<double>(frames) / audio.rate;
-  std::printf("%s -> %s\n", positional[0].c_str(), positional[1].c_str());
-  std::printf("  frames %zu, rate %d Hz, channels %d, %d-bit file, policy %d, suppressor at %u Hz%s\n", frames,
-              audio.rate, audio.channels, audio.bits, policy, path.ns_rate,
-              direct ? "" : " (resampled)");
-  std::printf("  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", in_level.peak_db, in_level.rms_db);
-  std::printf("  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", out_level.peak_db, out_level.rms_db);
-  if (seconds > 0.0) {
-    std::printf("  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / seconds,
-                seconds * 1e3, audio_seconds);
+  FILE* info = positional[1] == "-" ? stderr : stdout;  // standard output may carry the audio
+  const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
+  std::fprintf(info, "%s -> %s\n", positional[0].c_str(), positional[1].c_str());
+  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, policy %d, suppressor at %u Hz%s\n",
+               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, policy, path.ns_rate,
+               direct ? "" : " (resampled)");
+  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
+  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
+  if (r.seconds > 0.0) {
+    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
+                 r.seconds * 1e3, audio_seconds);
   }
   return 0;
 }
