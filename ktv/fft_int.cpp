@@ -151,8 +151,9 @@ namespace kafx {
 
 int32_t power_level_q8(uint64_t power) {
   if (power == 0) return FFT_INT_LEVEL_FLOOR;
-  int shift = 0;
-  while ((power >> shift) >= 0x80000000ULL) ++shift;
+  // The shift that brings the power below 2^31.
+  const int bits = 64 - __builtin_clzll(power);
+  const int shift = bits > 31 ? bits - 31 : 0;
   const int32_t ln = log_fixed(static_cast<int>(power >> shift)) + kLnQ16Of65536 + shift * kLn2Q16;
   const int32_t db = static_cast<int32_t>((static_cast<int64_t>(ln - kReferenceLnQ16) * kDbPerLnQ16) >> 16);
   return db < FFT_INT_LEVEL_FLOOR ? FFT_INT_LEVEL_FLOOR : db;
