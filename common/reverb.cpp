@@ -67,10 +67,11 @@ template <int S>
 KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
   alignas(32) int32_t rows[kChunk][kCombs];
   for (int k = 0; k < kCombs; ++k) {
-    const comber* ck = c[k];
-    const int first = n < ck->size - ck->index ? n : ck->size - ck->index;
-    for (int i = 0; i < first; ++i) rows[i][k] = ck->buffer[ck->index + i];
-    for (int i = first; i < n; ++i) rows[i][k] = ck->buffer[i - first];
+    const int32_t* at = c[k]->buffer + c[k]->index;
+    const int32_t* start = c[k]->buffer;
+    const int first = n < c[k]->size - c[k]->index ? n : c[k]->size - c[k]->index;
+    for (int i = 0; i < first; ++i) rows[i][k] = at[i];
+    for (int i = first; i < n; ++i) rows[i][k] = start[i - first];
   }
   const __m256i minus_one = _mm256_set1_epi32(-1);
   for (int i = 0; i < n; ++i) {
@@ -106,10 +107,12 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
   _mm256_store_si256(reinterpret_cast<__m256i*>(lp), state);
   for (int k = 0; k < kCombs; ++k) {
     comber* ck = c[k];
+    int32_t* at = ck->buffer + ck->index;
+    int32_t* start = ck->buffer;
     const int first = n < ck->size - ck->index ? n : ck->size - ck->index;
-    for (int i = 0; i < first; ++i) ck->buffer[ck->index + i] = rows[i][k];
-    for (int i = first; i < n; ++i) ck->buffer[i - first] = rows[i][k];
-    ck->index = n < ck->size - ck->index ? ck->index + n : n - first;
+    for (int i = 0; i < first; ++i) at[i] = rows[i][k];
+    for (int i = first; i < n; ++i) start[i - first] = rows[i][k];
+    ck->index = first < ck->size - ck->index ? ck->index + n : n - first;
     ck->lowpass_state = lp[k];
   }
 }
