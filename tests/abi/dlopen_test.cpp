@@ -14,6 +14,7 @@
 
 #include "kafx_proc/hp_effect.h"
 #include "kafx_proc/ns.h"
+#include "kafx_proc/reverb.h"
 #include "kafx_proc/speaker_boost.h"
 
 namespace {
@@ -336,6 +337,53 @@ TEST_F(Library, HowlingCancellerThroughResolvedNames) {
   for (size_t i = x.size() - 4800; i < x.size(); ++i) tail = std::max(tail, std::fabs(static_cast<double>(x[i])));
   EXPECT_LT(tail, 40000.0);  // 40 dB down
   end(&h);
+}
+
+}  // namespace
+
+namespace {
+
+// The reverb and the small filters through resolved names: every name
+// resolves; a full-scale impulse comes back first from the shortest left
+// comb at frame 1109, halved by each of four all-passes, mixed at the
+// default wet gains and passed by the DC blockers (522062 left, 261030
+// right); a DC blocker fed a constant 1000 gives 995 first.
+TEST_F(Library, ReverbAndFiltersThroughResolvedNames) {
+  ASSERT_NE(handle_, nullptr) << error_;
+  for (const char* n :
+       {"elliptic_init", "elliptic_setcoef", "elliptic_resetstate", "elliptic_end", "elliptic_process",
+        "remove_high_freq_process", "notch_init", "notch_setcoef", "notch_setfi", "notch_resetstate", "notch_end",
+        "notch_process", "dc_remove_init", "dc_remove_reset", "dc_remove_end", "dc_remove_process_16",
+        "dc_remove_process_24", "do_dc_remove_process", "reverb_init", "reverb_reset", "reverb_end", "reverb_update",
+        "reverb_setroomsize", "reverb_getroomsize", "reverb_setdamp", "reverb_getdamp", "reverb_setwet",
+        "reverb_getwet", "reverb_setdry", "reverb_getdry", "reverb_setwidth", "reverb_getwidth", "reverb_setgain",
+        "reverb_getgain", "reverb_setstatus", "reverb_getstatus", "reverb_process_stereo_24",
+        "reverb_process_stereo_16", "reverb_processMono"})
+    EXPECT_NE(dlsym(handle_, n), nullptr) << n;
+  auto init = sym<void (*)(reverb_t*)>("reverb_init");
+  auto end = sym<void (*)(reverb_t*)>("reverb_end");
+  auto set_gain = sym<void (*)(reverb_t*, int)>("reverb_setgain");
+  auto update = sym<void (*)(reverb_t*)>("reverb_update");
+  auto process = sym<void (*)(reverb_t*, int*, int*, int*, int*, unsigned int)>("reverb_process_stereo_24");
+  auto dc = sym<void (*)(dc_remove*, int*, int*, int)>("do_dc_remove_process");
+  ASSERT_TRUE(init && end && set_gain && update && process && dc);
+  reverb_t r;
+  init(&r);
+  set_gain(&r, 8192);
+  update(&r);
+  std::vector<int> l(1110), rr(1110);
+  l[0] = 8388607;
+  process(&r, l.data(), rr.data(), l.data(), rr.data(), 1110);
+  EXPECT_EQ(std::count(l.begin(), l.end() - 1, 0) + std::count(rr.begin(), rr.end() - 1, 0), 2 * 1109);
+  EXPECT_EQ(l[1109], 522062);
+  EXPECT_EQ(rr[1109], 261030);
+  end(&r);
+  EXPECT_EQ(r.comb_left[0], nullptr);
+  dc_remove d{};
+  int in[3] = {1000, 1000, 1000}, out[3] = {};
+  dc(&d, in, out, 3);
+  EXPECT_EQ(out[0], 995);
+  EXPECT_EQ(out[1], 991);
 }
 
 }  // namespace
