@@ -14,6 +14,7 @@
 #include "kafx_proc/equalizer.h"
 #include "kafx_proc/fft_int.h"
 #include "kafx_proc/fixed_math.h"
+#include "kafx_proc/host_format.h"
 #include "kafx_proc/gramophone.h"
 #include "kafx_proc/hp_effect.h"
 #include "kafx_proc/hp_effect_chain.h"

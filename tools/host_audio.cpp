@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "kafx_proc/host_format.h"
+
 namespace kafx_tool {
 
 bool parse_int(const char* text, long lo, long hi, int* value) {
@@ -36,7 +38,9 @@ bool readable(const std::string& path) {
   return f != nullptr;
 }
 
-int format_type_of_bits(int bits) { return bits == 16 ? 1 : bits == 24 ? 2 : 3; }
+int format_type_of_bits(int bits) {
+  return bits == 16 ? KAFX_FORMAT_PCM16 : bits == 24 ? KAFX_FORMAT_PCM24_IN_32 : KAFX_FORMAT_PCM32;
+}
 
 void HostBuffer::load(const std::vector<int32_t>& full, size_t total) {
   if (format_type == 1) {

@@ -49,7 +49,9 @@ void print_usage(FILE* out) {
       "                   print the suppressor's noise attenuation and speech level\n"
       "                   figures on synthetic noisy speech\n"
       "\n"
-      "'kafx <command> --help' describes a command.\n",
+      "'kafx <command> --help' describes a command; 'kafx --version' prints the\n"
+      "version. The audio commands take '-' for standard input or output and\n"
+      "--strict to make every warning about the input an error.\n",
       out);
 }
 
@@ -63,6 +65,10 @@ int main(int argc, char** argv) {
   const char* cmd = argv[1];
   if (std::strcmp(cmd, "-h") == 0 || std::strcmp(cmd, "--help") == 0 || std::strcmp(cmd, "help") == 0) {
     print_usage(stdout);
+    return 0;
+  }
+  if (std::strcmp(cmd, "--version") == 0 || std::strcmp(cmd, "version") == 0) {
+    std::printf("kafx %s (libkafx_proc)\n", KAFX_VERSION);
     return 0;
   }
   if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);

@@ -12,6 +12,8 @@
  *              3 = full-scale 32-bit samples ((x + 128) >> 8 in, saturating;
  *                  x << 8 out, saturating outside 24 bits);
  *              anything else is stored as 0 and handled like 2.
+ *              (KAFX_FORMAT_PCM16, KAFX_FORMAT_PCM24_IN_32 and
+ *              KAFX_FORMAT_PCM32 in host_format.h name 1, 2 and 3.)
  * Rates outside 44050..48050 Hz are bypassed for the life of the handle (a
  * warning is logged; process leaves the buffer untouched bit for bit).
  *
@@ -36,6 +38,7 @@
 #define KAFX_PROC_HP_EFFECT_H
 
 #include "hp_effect_chain.h"
+#include "host_format.h"
 
 /* The two block lengths of the front end. */
 #define KAFX_HP_EFFECT_BLOCK_240 240

@@ -8,8 +8,10 @@
  * a stream are 0).
  *
  * format_type: 1 = 16-bit samples; 2 = 24-bit values in 32-bit containers;
- *              3 = full-scale 32-bit samples; anything else is stored as 0
- *              and handled as 32-bit containers without scaling.
+ *              3 = full-scale 32-bit samples (KAFX_FORMAT_PCM16,
+ *              KAFX_FORMAT_PCM24_IN_32, KAFX_FORMAT_PCM32 in host_format.h);
+ *              anything else is stored as 0 and handled as 32-bit
+ *              containers without scaling.
  *
  * Robustness choices of this library (beyond the bare algorithm):
  *  - a null handle or null buffer given to any front-end call does nothing
@@ -28,6 +30,7 @@
 #ifndef KAFX_PROC_SPEAKER_BOOST_H
 #define KAFX_PROC_SPEAKER_BOOST_H
 
+#include "host_format.h"
 #include "speaker_boost_chain.h"
 
 #define KAFX_SPEAKER_BOOST_BLOCK 240
