@@ -1,7 +1,7 @@
-// Inline per-sample kernels of the damped comb and the Schroeder all-pass,
-// shared by the exported per-sample functions (delay.cpp) and the blocks
-// that run many of them over whole blocks (reverb) with the loop state held
-// in locals.
+// Inline kernels of the damped comb and the Schroeder all-pass: the
+// per-sample steps behind the exported functions (delay.cpp), and block forms
+// for owners that run many of them over runs of frames (reverb, early
+// reflections).
 #ifndef KAFX_COMMON_DELAY_H
 #define KAFX_COMMON_DELAY_H
 
@@ -62,50 +62,6 @@ template <int S>
   *slot = sat_sub(x, mulq13(g, y));
   return y;
 }
-
-// A comb's loop state in locals for block loops; store() writes it back.
-// Identical, sample for sample, to comb_process_16 / comb_process_24.
-struct CombKernel {
-  int32_t* buffer;
-  int32_t size, index, lowpass, damp, damp_complement, feedback;
-
-  explicit CombKernel(const comber* c)
-      : buffer(c->buffer),
-        size(c->size),
-        index(c->index),
-        lowpass(c->lowpass_state),
-        damp(c->damp),
-        damp_complement(c->damp_complement),
-        feedback(c->feedback) {}
-
-  template <int S>
-  [[gnu::always_inline]] int32_t step(int32_t x) {
-    const int32_t y = comb_tick<S>(x, buffer + index, lowpass, damp, damp_complement, feedback);
-    index = next_index(index, size);
-    return y;
-  }
-
-  void store(comber* c) const {
-    c->index = index;
-    c->lowpass_state = lowpass;
-  }
-};
-
-// An all-pass's state in locals for block loops; identical to allpass_process.
-struct AllpassKernel {
-  int32_t* buffer;
-  int32_t size, index, feedback;
-
-  explicit AllpassKernel(const allpass* a) : buffer(a->buffer), size(a->size), index(a->index), feedback(a->feedback) {}
-
-  [[gnu::always_inline]] int32_t step(int32_t x) {
-    const int32_t y = allpass_tick(x, buffer + index, feedback);
-    index = next_index(index, size);
-    return y;
-  }
-
-  void store(allpass* a) const { a->index = index; }
-};
 
 // ---------------------------------------------------------------------------
 // Block forms for owners that run many combs and all-passes over runs of
