@@ -253,6 +253,24 @@ TEST(GraphicEq, SectionsSwitchedOffByHandPassTheirInput) {
     ASSERT_EQ(l[i], ml.step(inl[i])) << i;
     ASSERT_EQ(r[i], mr.step(inr[i])) << i;
   }
+  // Mono reads the left cascade only: left sections off pass their input,
+  // right sections off change nothing.
+  Eq m1, m2;
+  equalizer_set_param_index(&m1.eq, idx, SAMPLE_RATE_48000);
+  equalizer_set_param_index(&m2.eq, idx, SAMPLE_RATE_48000);
+  IIR_set_status(m1.eq.left_band[4], 0);
+  IIR_set_status(m1.eq.left_band[7], 0);
+  IIR_set_status(m2.eq.right_band[4], 0);
+  Model mo{8192, e.coefficients()}, mf = mo;
+  mo.off[4] = mo.off[7] = true;
+  std::vector<int> a = inl, b = inl;
+  equalizer_process_mono(&m1.eq, a.data(), a.data(), 300);
+  equalizer_process_mono(&m1.eq, a.data() + 300, a.data() + 300, 400);
+  equalizer_process_mono(&m2.eq, b.data(), b.data(), 700);
+  for (size_t i = 0; i < a.size(); ++i) {
+    ASSERT_EQ(a[i], mo.step(inl[i])) << "mono, left off, at " << i;
+    ASSERT_EQ(b[i], mf.step(inl[i])) << "mono, right off, at " << i;
+  }
 }
 
 TEST(GraphicEq, SeparateOutputsAndIdenticalChannels) {
