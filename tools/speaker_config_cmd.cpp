@@ -23,6 +23,7 @@
 #include "../speaker/speaker_config_parse.h"
 #include "../speaker/speaker_config_xml.h"
 #include "kafx_proc/speaker_boost.h"
+#include "speaker_config_check.h"
 
 namespace {
 
@@ -151,7 +152,7 @@ std::string load_failure_text(const DocumentResult& d) {
   return "unknown reason";
 }
 
-// Returns 0 when the file loads.
+// Returns 0 when the file loads and nothing was flagged.
 int check_file(const char* path) {
   std::printf("== %s\n", path);
   void* params = kafx_speaker_boost_params_load_init();
@@ -162,9 +163,10 @@ int check_file(const char* path) {
   const int rc = kafx_speaker_boost_params_load_config(params, path);
   TiXmlDocument doc;
   const DocumentResult d = load_config_document(path, &doc);
+  const kafx_tool::ConfigCheck checked = kafx_tool::check_speaker_config(path);
   if (rc != 0 || !d.ok) {
     std::printf("load: FAILED (%d): %s; the library applies nothing from this file\n\n", rc,
-                load_failure_text(d).c_str());
+                checked.loaded ? load_failure_text(d).c_str() : checked.load_error.c_str());
     kafx_speaker_boost_params_load_deinit(params);
     return 1;
   }
@@ -204,9 +206,18 @@ int check_file(const char* path) {
   kafx_sp_params_t record;
   std::memcpy(&record, params, sizeof record);
   dump_lines(record, [](const char* line) { std::printf("  %s\n", line); });
-  std::printf("\n");
+  std::printf("in engineering units:\n");
+  for (const std::string& line : kafx_tool::describe_record(record, checked.rate))
+    std::printf("  %s\n", line.c_str());
+  for (const std::string& note : checked.notes) std::printf("note: %s\n", note.c_str());
+  for (const kafx_tool::ConfigFlag& f : checked.flags) {
+    if (f.line > 0) std::printf("FLAG line %d: %s\n", f.line, f.text.c_str());
+    else std::printf("FLAG: %s\n", f.text.c_str());
+  }
+  if (checked.flags.empty()) std::printf("nothing flagged\n\n");
+  else std::printf("%zu flagged\n\n", checked.flags.size());
   kafx_speaker_boost_params_load_deinit(params);
-  return 0;
+  return checked.flags.empty() ? 0 : 1;
 }
 
 } // namespace
@@ -217,8 +228,13 @@ const char* kafx_speaker_config_usage() {
          "Loads each speaker configuration file as the library does and prints what\n"
          "every element sets (record indices, token counts, tokens that do not scan,\n"
          "surplus tokens, unknown elements, members the file leaves unset), then the\n"
-         "parsed record in the layout of kafx_speaker_boost_dump_params.\n"
-         "Exit status: 0 when every file loads, 1 otherwise.\n";
+         "parsed record in the layout of kafx_speaker_boost_dump_params and in\n"
+         "engineering units (equalizer bands as type, frequency, Q and gain; limiter\n"
+         "thresholds in dBFS; gains in dB; times in ms), the hex beside each value.\n"
+         "Flags (with their line) every token that does not scan completely, every\n"
+         "unknown element and every value that will clip; a malformed document is\n"
+         "reported with the line where parsing stopped.\n"
+         "Exit status: 0 when every file loads and nothing is flagged, 1 otherwise.\n";
 }
 
 int kafx_speaker_config_main(int argc, char** argv) {

@@ -20,8 +20,16 @@
 //   peq on|off                         parametric equalizer status
 //   peq_gain DB [DB_RIGHT]             equalizer input gain, Q13 from dB
 //   band SIDE TYPE FREQ_HZ Q [GAIN_DB]
-//       TYPE peak|lowshelf|highshelf|highpass|lowpass; up to ten bands per
-//       side, filled in order; the gain is needed by peak and the shelves.
+//       TYPE peak|lowshelf|highshelf|highpass|lowpass|notch; up to ten bands
+//       per side, filled in order; the gain is needed by peak and the shelves
+//       and refused by the others.
+//   band SIDE raw ENABLE B0 B1 B2 A1 A2
+//       a band record as stored (hexadecimal), for sections that are not
+//       cookbook ones (`--from-xml` writes these).
+//
+// `--from-xml` reads a configuration back into these statements; an
+// equalizer in the exchanged parametric text form (eq_import.h) is accepted
+// in place of a design.
 //
 // Bands are the second-order sections of R. Bristow-Johnson's audio-EQ
 // cookbook, normalised by a0 and stored as the equalizer's band record:
@@ -30,6 +38,8 @@
 // Unused band slots are pass-through sections switched off
 // (0, 1.0, 0, 0, 0, 0). Doubles are fine here: this runs offline.
 #include "speaker_design.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -44,19 +54,22 @@
 #include <string>
 #include <vector>
 
+#include <tinyxml.h>
+
+#include "eq_import.h"
+#include "kafx_proc/speaker_boost.h"
+#include "speaker_config_check.h"
+#include "speaker_units.h"
+
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kQ28 = 268435456.0;
 constexpr int kBands = 10;
+
+using kafx_tool::EqBand;
+using kafx_tool::BandRecord;
 
 struct Limiter {
   int32_t attack = 0, release = 5, threshold = 32767, volume = 8192, denoise = 256;
-};
-
-struct Band {
-  std::string type;
-  double freq = 0, q = 0, gain_db = 0;
 };
 
 struct Design {
@@ -69,11 +82,7 @@ struct Design {
   Limiter limiter[2][4]; // [side][low, mid, high, full]
   int32_t peq_enable = 0;
   int32_t peq_gain[2] = {8192, 8192};
-  std::vector<Band> bands[2];
-};
-
-struct Coefs {
-  int32_t v[6] = {0, 268435456, 0, 0, 0, 0};
+  std::vector<EqBand> bands[2];
 };
 
 class DesignError {
@@ -102,54 +111,12 @@ bool parse_long(const std::string& s, long lo, long hi, long* out) {
   return true;
 }
 
-int32_t to_int32(double x, const char* what) {
-  const double r = std::nearbyint(x);
-  if (!(r >= -2147483648.0 && r <= 2147483647.0)) throw DesignError(std::string(what) + " is out of range");
-  return static_cast<int32_t>(r);
-}
-
-int32_t db_to_q13(double db) { return to_int32(8192.0 * std::pow(10.0, db / 20.0), "gain"); }
-
-// The cookbook sections, as Q28 band records.
-Coefs design_band(const Band& b, double rate) {
-  const double w0 = 2.0 * kPi * b.freq / rate;
-  const double cw = std::cos(w0), sw = std::sin(w0);
-  const double alpha = sw / (2.0 * b.q);
-  const double A = std::pow(10.0, b.gain_db / 40.0);
-  const double sa = 2.0 * std::sqrt(A) * alpha;
-  double b0, b1, b2, a0, a1, a2;
-  if (b.type == "peak") {
-    b0 = 1 + alpha * A, b1 = -2 * cw, b2 = 1 - alpha * A;
-    a0 = 1 + alpha / A, a1 = -2 * cw, a2 = 1 - alpha / A;
-  } else if (b.type == "lowpass") {
-    b0 = (1 - cw) / 2, b1 = 1 - cw, b2 = (1 - cw) / 2;
-    a0 = 1 + alpha, a1 = -2 * cw, a2 = 1 - alpha;
-  } else if (b.type == "highpass") {
-    b0 = (1 + cw) / 2, b1 = -(1 + cw), b2 = (1 + cw) / 2;
-    a0 = 1 + alpha, a1 = -2 * cw, a2 = 1 - alpha;
-  } else if (b.type == "lowshelf") {
-    b0 = A * ((A + 1) - (A - 1) * cw + sa);
-    b1 = 2 * A * ((A - 1) - (A + 1) * cw);
-    b2 = A * ((A + 1) - (A - 1) * cw - sa);
-    a0 = (A + 1) + (A - 1) * cw + sa;
-    a1 = -2 * ((A - 1) + (A + 1) * cw);
-    a2 = (A + 1) + (A - 1) * cw - sa;
-  } else { // highshelf
-    b0 = A * ((A + 1) + (A - 1) * cw + sa);
-    b1 = -2 * A * ((A - 1) + (A + 1) * cw);
-    b2 = A * ((A + 1) + (A - 1) * cw - sa);
-    a0 = (A + 1) - (A - 1) * cw + sa;
-    a1 = 2 * ((A - 1) - (A + 1) * cw);
-    a2 = (A + 1) - (A - 1) * cw - sa;
+int32_t db_to_q13(double db) {
+  try {
+    return kafx_tool::db_to_q13(db);
+  } catch (const std::range_error& e) {
+    throw DesignError(e.what());
   }
-  Coefs c;
-  c.v[0] = 1;
-  c.v[1] = to_int32(b0 / a0 * kQ28, "band coefficient b0");
-  c.v[2] = to_int32(b1 / a0 * kQ28, "band coefficient b1");
-  c.v[3] = to_int32(b2 / a0 * kQ28, "band coefficient b2");
-  c.v[4] = to_int32(-a1 / a0 * kQ28, "band coefficient a1");
-  c.v[5] = to_int32(-a2 / a0 * kQ28, "band coefficient a2");
-  return c;
 }
 
 // Sides named by a statement: 0 left, 1 right.
@@ -217,23 +184,40 @@ void parse_statement(const std::vector<std::string>& w, const std::string& rest,
     if (threshold > 24 || threshold < -96) throw DesignError("threshold must be within -96..24 dBFS");
     if (std::fabs(volume) > 40) throw DesignError("volume must be within +-40 dB");
     if (denoise > 0 || denoise < -138) throw DesignError("denoise level must be within -138..0 dBFS");
-    l.threshold = std::max<int32_t>(1, to_int32(32767.0 * std::pow(10.0, threshold / 20.0), "threshold"));
+    l.threshold = kafx_tool::dbfs_to_peak16(threshold);
     l.volume = db_to_q13(volume);
-    l.denoise = std::max<int32_t>(2, to_int32(8388607.0 * std::pow(10.0, denoise / 20.0), "denoise level"));
+    l.denoise = kafx_tool::dbfs_to_mean24(denoise);
     for (int side : parse_side(w[2])) d->limiter[side][band] = l;
   } else if (key == "band") {
-    if (w.size() != 5 && w.size() != 6) throw DesignError("band takes SIDE TYPE FREQ_HZ Q [GAIN_DB]");
-    Band b;
-    b.type = w[2];
-    const bool needs_gain = b.type == "peak" || b.type == "lowshelf" || b.type == "highshelf";
-    if (!needs_gain && b.type != "highpass" && b.type != "lowpass")
-      throw DesignError("band type must be peak, lowshelf, highshelf, highpass or lowpass");
-    b.freq = need_double(w[3], "frequency");
-    b.q = need_double(w[4], "Q");
-    if (w.size() == 6) b.gain_db = need_double(w[5], "gain");
-    else if (needs_gain) throw DesignError(b.type + " needs a gain in dB");
-    if (b.q < 0.05 || b.q > 50) throw DesignError("Q must be within 0.05..50");
-    if (std::fabs(b.gain_db) > 24) throw DesignError("band gain must be within +-24 dB");
+    EqBand b;
+    if (w.size() >= 3) b.type = w[2];
+    if (b.type == "raw") {
+      // band SIDE raw ENABLE B0 B1 B2 A1 A2: a stored band record in hex.
+      if (w.size() != 9) throw DesignError("band SIDE raw takes six hexadecimal values");
+      for (int k = 0; k < 6; ++k) {
+        errno = 0;
+        char* end = nullptr;
+        const unsigned long long v = std::strtoull(w[3 + k].c_str(), &end, 16);
+        if (errno != 0 || *end != '\0' || w[3 + k].empty() || w[3 + k][0] == '-' || v > 0xFFFFFFFFull)
+          throw DesignError("'" + w[3 + k] + "' is not a 32-bit hexadecimal number");
+        b.raw[k] = static_cast<int32_t>(static_cast<uint32_t>(v));
+      }
+    } else {
+      if (w.size() != 5 && w.size() != 6) throw DesignError("band takes SIDE TYPE FREQ_HZ Q [GAIN_DB]");
+      const bool needs_gain = kafx_tool::band_needs_gain(b.type);
+      if (!needs_gain && b.type != "highpass" && b.type != "lowpass" && b.type != "notch")
+        throw DesignError("band type must be peak, lowshelf, highshelf, highpass, lowpass, notch or raw");
+      b.freq = need_double(w[3], "frequency");
+      b.q = need_double(w[4], "Q");
+      if (w.size() == 6) {
+        if (!needs_gain) throw DesignError(b.type + " takes no gain");
+        b.gain_db = need_double(w[5], "gain");
+      } else if (needs_gain) {
+        throw DesignError(b.type + " needs a gain in dB");
+      }
+      if (b.q < 0.05 || b.q > 50) throw DesignError("Q must be within 0.05..50");
+      if (std::fabs(b.gain_db) > 24) throw DesignError("band gain must be within +-24 dB");
+    }
     for (int side : parse_side(w[1])) {
       if (d->bands[side].size() >= kBands) throw DesignError("more than ten bands on one side");
       d->bands[side].push_back(b);
@@ -246,8 +230,8 @@ void parse_statement(const std::vector<std::string>& w, const std::string& rest,
 // Frequencies are checked against the rate once the whole file is read.
 void check_bands(const Design& d) {
   for (const auto& side : d.bands)
-    for (const Band& b : side)
-      if (!(b.freq > 0 && b.freq < d.rate / 2)) throw DesignError("band frequency must lie between 0 and rate/2");
+    for (const EqBand& b : side)
+      if (b.type != "raw" && !(b.freq > 0 && b.freq < d.rate / 2)) throw DesignError("band frequency must lie between 0 and rate/2");
 }
 
 std::string hex(int32_t v) {
@@ -286,12 +270,6 @@ std::string fmt(const char* f, double a, double b, double c) {
   return buf;
 }
 
-std::string band_text(const Band& b) {
-  std::string s = b.type + " " + fmt("%g Hz Q %g", b.freq, b.q, 0);
-  if (b.type != "highpass" && b.type != "lowpass") s += fmt(" %+g dB", b.gain_db, 0, 0);
-  return s;
-}
-
 std::string render(const Design& d, const std::string& source) {
   std::ostringstream x;
   x << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -326,13 +304,20 @@ std::string render(const Design& d, const std::string& source) {
     x << "    <!-- " << kSide[side] << " bands at " << fmt("%g", d.rate, 0, 0)
       << " Hz: enable; b0; b1; b2; a1; a2 (Q28, a1 and a2 negated)\n";
     for (size_t i = 0; i < d.bands[side].size(); ++i)
-      x << "         " << i + 1 << ": " << band_text(d.bands[side][i]) << "\n";
+      x << "         " << i + 1 << ": " << kafx_tool::band_text(d.bands[side][i]) << "\n";
     if (d.bands[side].size() < kBands) x << "         the other bands: off, pass-through\n";
     x << "    -->\n";
     x << "    <" << kElement[side] << ">\n";
     for (int i = 0; i < kBands; ++i) {
-      const Coefs c = i < static_cast<int>(d.bands[side].size()) ? design_band(d.bands[side][i], d.rate) : Coefs();
-      x << "      " << hex_list({c.v[0], c.v[1], c.v[2], c.v[3], c.v[4], c.v[5]}) << (i + 1 < kBands ? ";" : "")
+      BandRecord c = kafx_tool::kPassThroughOff;
+      if (i < static_cast<int>(d.bands[side].size())) {
+        try {
+          c = kafx_tool::design_band(d.bands[side][i], d.rate);
+        } catch (const std::range_error& e) {
+          throw DesignError(e.what());
+        }
+      }
+      x << "      " << hex_list({c[0], c[1], c[2], c[3], c[4], c[5]}) << (i + 1 < kBands ? ";" : "")
         << "\n";
     }
     x << "    </" << kElement[side] << ">\n";
@@ -373,13 +358,188 @@ bool read_design(std::istream& in, Design* d, std::string* error) {
   return true;
 }
 
+
+// --- from a configuration file back to a design -----------------------------
+
+class Recovered {
+ public:
+  explicit Recovered(const kafx_sp_params_t& p) : p_(p) {}
+  std::string text;
+
+  void line(const std::string& s) { text += s + "\n"; }
+
+  // dB text of a Q13 gain that designs back to the same integer.
+  std::string gain_db(int32_t g, const char* what) const {
+    const double db = kafx_tool::q13_to_db(g);
+    if (g <= 0 || !(std::fabs(db) <= 40))
+      throw DesignError(std::string(what) + " " + hex(g) + " has no design form (a gain within +-40 dB)");
+    return kafx_tool::shortest(db, [&](double v) { return std::fabs(v) <= 40 && kafx_tool::db_to_q13(v) == g; });
+  }
+
+  std::string limiter_text(const drc_param_t& l, const std::string& what) const {
+    if (l.attact_order < 0 || l.attact_order > 31 || l.release_order < 0 || l.release_order > 31)
+      throw DesignError(what + ": attack and release shifts must be 0..31");
+    if (l.threshold < 1 || !(kafx_tool::peak16_to_dbfs(l.threshold) <= 24))
+      throw DesignError(what + ": threshold " + hex(l.threshold) + " has no design form (1..+24 dBFS)");
+    if (l.denoise_threshold < 2 || l.denoise_threshold > 8388607)
+      throw DesignError(what + ": expander level " + hex(l.denoise_threshold) + " has no design form (2..0 dBFS)");
+    const int32_t t = l.threshold, dn = l.denoise_threshold;
+    const std::string thr = kafx_tool::shortest(kafx_tool::peak16_to_dbfs(t), [&](double v) {
+      return v >= -96 && v <= 24 && kafx_tool::dbfs_to_peak16(v) == t;
+    });
+    const std::string den = kafx_tool::shortest(kafx_tool::mean24_to_dbfs(dn), [&](double v) {
+      return v >= -138 && v <= 0 && kafx_tool::dbfs_to_mean24(v) == dn;
+    });
+    return std::to_string(l.attact_order) + " " + std::to_string(l.release_order) + " " + thr + " " +
+           gain_db(l.volume, (what + " volume").c_str()) + " " + den;
+  }
+
+ private:
+  const kafx_sp_params_t& p_;
+};
+
+std::string on_off(int32_t v, const char* what) {
+  if (v != 0 && v != 1) throw DesignError(std::string(what) + " is " + std::to_string(v) + ": only 0 and 1 have a design form");
+  return v ? "on" : "off";
+}
+
+std::string pair_text(const std::string& l, const std::string& r) { return l == r ? l : l + " " + r; }
+
+// The design statements that generate `p` again (byte for byte, given the
+// same version text, rate and file name).
+std::string design_text(const kafx_tool::ConfigCheck& c, double rate, const std::string& source) {
+  const kafx_sp_params_t& p = c.record;
+  Recovered r(p);
+  r.line("# Speaker design recovered by 'kafx speaker-design --from-xml' from " + source + ".");
+  r.line("# Generate the configuration again with: kafx speaker-design THIS_FILE -o " + source);
+  if (c.has_version) {
+    std::string v = c.version;
+    v.erase(0, v.find_first_not_of(" \t\r\n"));
+    v.erase(v.find_last_not_of(" \t\r\n") + (v.find_last_not_of(" \t\r\n") == std::string::npos ? 0 : 1));
+    if (v != c.version || v.find('#') != std::string::npos || v.find('\n') != std::string::npos)
+      throw DesignError("the version text has no design form (no '#', line breaks or outer spaces)");
+    if (!v.empty()) r.line("version " + v);
+  }
+  r.line("rate " + kafx_tool::g_text(rate, 10));
+  r.line("");
+  r.line("sbs " + on_off(p.sbs.enable, "sbs.enable"));
+  r.line("harmonic_gain " + pair_text(r.gain_db(p.sbs.gain[0], "sbs.gain[left]"), r.gain_db(p.sbs.gain[1], "sbs.gain[right]")));
+  for (auto [name, v] : {std::pair<const char*, int32_t>{"channel_ration", p.sbs.channel_ration},
+                         {"channel_num", p.sbs.channel_num}}) {
+    if (v < -8192 || v > 8192) throw DesignError(std::string(name) + " " + std::to_string(v) + " is outside -8192..8192");
+    r.line(std::string(name) + " " + std::to_string(v));
+  }
+  r.line("#       band side  attack release threshold(dBFS) volume(dB) denoise(dBFS)");
+  static const char* const kBand[4] = {"low", "mid", "high", "full"};
+  for (int band = 0; band < 4; ++band) {
+    const std::string left = r.limiter_text(p.sbs.drc_left[band], std::string("limiter ") + kBand[band] + " left");
+    const std::string right = r.limiter_text(p.sbs.drc_right[band], std::string("limiter ") + kBand[band] + " right");
+    const std::string pad = std::string(5 - std::strlen(kBand[band]), ' ');
+    if (left == right) {
+      r.line(std::string("limiter ") + kBand[band] + pad + "both  " + left);
+    } else {
+      r.line(std::string("limiter ") + kBand[band] + pad + "left  " + left);
+      r.line(std::string("limiter ") + kBand[band] + pad + "right " + right);
+    }
+  }
+  r.line("");
+  r.line("peq " + on_off(p.peq.enable, "peq.enable"));
+  r.line("peq_gain " + pair_text(r.gain_db(p.peq.gain[0], "peq.gain[left]"), r.gain_db(p.peq.gain[1], "peq.gain[right]")));
+  std::vector<EqBand> bands[2];
+  for (int side = 0; side < 2; ++side) {
+    BandRecord rec[kBands];
+    int used = 0;
+    for (int i = 0; i < kBands; ++i) {
+      for (int k = 0; k < 6; ++k) rec[i][k] = side ? p.peq.Rfilter[i][k] : p.peq.Lfilter[i][k];
+      if (rec[i] != kafx_tool::kPassThroughOff) used = i + 1;
+    }
+    for (int i = 0; i < used; ++i) {
+      EqBand b;
+      if (!kafx_tool::recover_band(rec[i], rate, &b)) {
+        b = EqBand{};
+        b.type = "raw";
+        b.raw = rec[i];
+      }
+      bands[side].push_back(b);
+    }
+  }
+  auto band_words = [](const EqBand& b) {
+    if (b.type == "raw") return kafx_tool::band_text(b);
+    auto exact = [](double x) { return kafx_tool::shortest(x, [x](double v) { return v == x; }); };
+    std::string s = b.type + " " + exact(b.freq) + " " + exact(b.q);
+    if (kafx_tool::band_needs_gain(b.type)) s += " " + exact(b.gain_db);
+    return s;
+  };
+  r.line("#    side  type freq(Hz) Q [gain(dB)]   (raw: enable b0 b1 b2 a1 a2, Q28 hex)");
+  const size_t n = std::max(bands[0].size(), bands[1].size());
+  for (size_t i = 0; i < n; ++i) {
+    const bool l = i < bands[0].size(), rr = i < bands[1].size();
+    if (l && rr && band_words(bands[0][i]) == band_words(bands[1][i])) {
+      r.line("band both  " + band_words(bands[0][i]));
+      continue;
+    }
+    if (l) r.line("band left  " + band_words(bands[0][i]));
+    if (rr) r.line("band right " + band_words(bands[1][i]));
+  }
+  return r.text;
+}
+
+// Writes `text` to `path`, or to standard output when `path` is empty.
+bool emit(const std::string& text, const std::string& path) {
+  if (path.empty()) {
+    std::fputs(text.c_str(), stdout);
+    return true;
+  }
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+  out.close();
+  if (!out) std::fprintf(stderr, "kafx speaker-design: cannot write '%s'\n", path.c_str());
+  return static_cast<bool>(out);
+}
+
+// The same checks as `kafx speaker-config`, run on the generated text: a
+// design that clips is generated with a warning.
+void warn_generated(const std::string& xml) {
+  char name[] = "/tmp/kafx-design-XXXXXX";
+  const int fd = mkstemp(name);
+  if (fd < 0) return;
+  const bool written = write(fd, xml.data(), xml.size()) == static_cast<ssize_t>(xml.size());
+  close(fd);
+  if (written) {
+    const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(name);
+    for (const kafx_tool::ConfigFlag& f : c.flags)
+      std::fprintf(stderr, "kafx speaker-design: warning: %s\n", f.text.c_str());
+  }
+  unlink(name);
+}
+
+std::string base_name(std::string path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos) path.erase(0, slash + 1);
+  return path;
+}
+
 } // namespace
 
 const char* kafx_speaker_design_usage() {
-  return "usage: kafx speaker-design DESIGN.txt [-o OUT.xml]\n"
+  return "usage: kafx speaker-design DESIGN.txt|EQ.txt [--rate HZ] [-o OUT.xml]\n"
+         "       kafx speaker-design --from-xml CONFIG.xml [--rate HZ] [-o OUT.txt]\n"
          "\n"
          "Writes the speaker configuration XML for a readable design (to standard\n"
-         "output unless -o is given). Design statements, one per line, '#' comments:\n"
+         "output unless -o is given), with a warning for every value that will clip\n"
+         "(the checks of 'kafx speaker-config'). --from-xml turns a configuration back\n"
+         "into design statements that generate it again byte for byte (bands that are\n"
+         "not cookbook sections become 'band SIDE raw ...'); --rate is the equalizer's\n"
+         "design rate when the file does not state it (48000).\n"
+         "\n"
+         "An equalizer in the exchanged parametric text form is accepted too:\n"
+         "  Preamp: -6 dB\n"
+         "  Filter 1: ON PK Fc 100 Hz Gain 3 dB Q 1.41\n"
+         "  (types PK, LSC/LS, HSC/HS, LP, HP, NO; 'Channel: L|R|ALL' picks the side)\n"
+         "It gives the equalizer on with those bands and the preamp as its input gain,\n"
+         "every other block as after init.\n"
+         "\n"
+         "Design statements, one per line, '#' comments:\n"
          "  version TEXT\n"
          "  rate HZ                       equalizer design rate (default 48000)\n"
          "  sbs on|off                    speaker boost system\n"
@@ -391,25 +551,38 @@ const char* kafx_speaker_design_usage() {
          "  peq on|off                    parametric equalizer\n"
          "  peq_gain DB [DB_RIGHT]        equalizer input gain\n"
          "  band SIDE TYPE FREQ_HZ Q [GAIN_DB]\n"
-         "                                TYPE peak|lowshelf|highshelf|highpass|lowpass,\n"
-         "                                up to ten bands per side\n"
+         "                                TYPE peak|lowshelf|highshelf|highpass|lowpass|notch,\n"
+         "                                up to ten bands per side; gain only for peak\n"
+         "                                and the shelves\n"
+         "  band SIDE raw ENABLE B0 B1 B2 A1 A2\n"
+         "                                a band record as stored (hex, Q28, a1 a2 negated)\n"
          "See examples/speaker_design.txt.\n";
 }
 
 int kafx_speaker_design_main(int argc, char** argv) {
   std::string input, output;
+  bool from_xml = false;
+  double rate = 0;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     if (a == "-h" || a == "--help") {
       std::fputs(kafx_speaker_design_usage(), stdout);
       return 0;
     }
-    if (a == "-o") {
-      if (i + 1 >= argc || !output.empty()) {
-        std::fprintf(stderr, "kafx speaker-design: -o takes one file name\n");
+    if (a == "-o" || a == "--rate") {
+      if (i + 1 >= argc || (a == "-o" && !output.empty())) {
+        std::fprintf(stderr, "kafx speaker-design: %s takes one value\n", a.c_str());
         return 2;
       }
-      output = argv[++i];
+      const std::string v = argv[++i];
+      if (a == "-o") {
+        output = v;
+      } else if (!parse_double(v, &rate) || rate < 8000 || rate > 192000) {
+        std::fprintf(stderr, "kafx speaker-design: --rate takes 8000..192000 Hz\n");
+        return 2;
+      }
+    } else if (a == "--from-xml") {
+      from_xml = true;
     } else if (input.empty() && !a.empty() && a[0] != '-') {
       input = a;
     } else {
@@ -422,37 +595,56 @@ int kafx_speaker_design_main(int argc, char** argv) {
     std::fputs(kafx_speaker_design_usage(), stderr);
     return 2;
   }
+  if (from_xml) {
+    const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
+    if (!c.loaded) {
+      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), c.load_error.c_str());
+      return 1;
+    }
+    for (const kafx_tool::ConfigFlag& f : c.flags)
+      std::fprintf(stderr, "kafx speaker-design: warning: %s:%d: %s\n", input.c_str(), f.line, f.text.c_str());
+    std::string text;
+    try {
+      text = design_text(c, rate > 0 ? rate : c.rate, base_name(input));
+    } catch (const DesignError& e) {
+      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), e.message.c_str());
+      return 1;
+    }
+    return emit(text, output) ? 0 : 1;
+  }
   std::ifstream in(input);
   if (!in) {
     std::fprintf(stderr, "kafx speaker-design: cannot open '%s'\n", input.c_str());
     return 1;
   }
+  std::stringstream whole;
+  whole << in.rdbuf();
   Design d;
+  if (rate > 0) d.rate = rate;
   std::string error;
-  if (!read_design(in, &d, &error)) {
+  if (kafx_tool::looks_like_eq_text(whole.str())) {
+    // An equalizer in the exchanged text form: the equalizer on, its bands
+    // and preamp, every other block as after init.
+    kafx_tool::EqImport eq;
+    if (!kafx_tool::import_eq_text(whole, d.rate, kBands, &eq, &error)) {
+      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), error.c_str());
+      return 1;
+    }
+    d.peq_enable = 1;
+    if (eq.has_preamp) d.peq_gain[0] = d.peq_gain[1] = db_to_q13(eq.preamp_db);
+    d.bands[0] = eq.bands[0];
+    d.bands[1] = eq.bands[1];
+  } else if (!read_design(whole, &d, &error)) {
     std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), error.c_str());
     return 1;
   }
-  std::string base = input;
-  const size_t slash = base.find_last_of('/');
-  if (slash != std::string::npos) base.erase(0, slash + 1);
   std::string xml;
   try {
-    xml = render(d, base);
+    xml = render(d, base_name(input));
   } catch (const DesignError& e) {
     std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), e.message.c_str());
     return 1;
   }
-  if (output.empty()) {
-    std::fputs(xml.c_str(), stdout);
-    return 0;
-  }
-  std::ofstream out(output, std::ios::binary);
-  out << xml;
-  out.close();
-  if (!out) {
-    std::fprintf(stderr, "kafx speaker-design: cannot write '%s'\n", output.c_str());
-    return 1;
-  }
-  return 0;
+  warn_generated(xml);
+  return emit(xml, output) ? 0 : 1;
 }

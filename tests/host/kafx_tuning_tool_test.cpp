@@ -1,0 +1,296 @@
+// The tuning side of the `kafx` tool: configurations in engineering units and
+// their flags, designs read back from XML, equalizer text import. The band
+// arithmetic is checked against the cookbook's own properties (a peak's gain
+// at its centre, a shelf's gain at DC or at rate/2, -3 dB at a Butterworth
+// corner) and against direct evaluation of the difference equation.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tests/host/tool_harness.h"
+// The tool's unit conversions and import are plain sources without a library
+// of their own; they are compiled into this test once.
+#include "tools/eq_import.cpp"
+#include "tools/speaker_units.cpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kafx_test::run_tool;
+using namespace kafx_tool;
+
+class Tuning : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("kafx_tuning_" + std::to_string(::getpid()));
+    fs::create_directories(dir_ / "a");
+    fs::create_directories(dir_ / "b");
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+  std::string write(const std::string& name, const std::string& text) {
+    fs::create_directories((dir_ / name).parent_path());
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+    return " '" + (dir_ / name).string() + "'";
+  }
+  std::string path(const std::string& name) const { return " '" + (dir_ / name).string() + "'"; }
+  std::string slurp(const std::string& name) const {
+    std::ifstream in(dir_ / name, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+  static std::string source(const std::string& rel) {
+    const char* root = std::getenv("KAFX_SOURCE_DIR");
+    return " '" + (fs::path(root ? root : ".") / rel).string() + "'";
+  }
+  fs::path dir_;
+};
+
+// Direct evaluation of the stored difference equation on a long sine:
+// y = b0 x + b1 x1 + b2 x2 + a1 y1 + a2 y2 with the Q28 values as reals.
+double measured_db(const BandRecord& r, double f, double rate) {
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0, peak = 0;
+  const int n = static_cast<int>(rate);  // one second, the last half measured
+  for (int i = 0; i < n; ++i) {
+    const double x = std::sin(2 * M_PI * f * i / rate);
+    const double y = (r[1] * x + r[2] * x1 + r[3] * x2 + r[4] * y1 + r[5] * y2) / 268435456.0;
+    x2 = x1, x1 = x, y2 = y1, y1 = y;
+    if (i > n / 2) peak = std::max(peak, std::fabs(y));
+  }
+  return 20 * std::log10(peak);
+}
+
+// Each cookbook type at several rates: the design shows its defining gain,
+// the stored section behaves as band_db says, and the record reads back as
+// the same type with the same values.
+TEST(TuningUnits, BandsDesignMeasureAndReadBack) {
+  struct Case { EqBand band; double at_hz, want_db; };
+  const Case cases[] = {
+      {{"peak", 1000, 1.41, 3, {}}, 1000, 3},
+      {{"peak", 120, 4, -9.5, {}}, 120, -9.5},
+      {{"lowshelf", 200, 0.707, 6, {}}, 5, 6},
+      {{"highshelf", 6000, 0.9, -4, {}}, 0, -4},  // 0: at rate / 2
+      {{"highpass", 100, 0.7071, 0, {}}, 100, -3.0103},
+      {{"lowpass", 5000, 0.7071, 0, {}}, 5000, -3.0103},
+      {{"notch", 2500, 8, 0, {}}, 300, -0.0},  // far from the notch: flat
+  };
+  for (double rate : {44100.0, 48000.0, 96000.0}) {
+    for (const Case& c : cases) {
+      const BandRecord r = design_band(c.band, rate);
+      const double f = c.at_hz > 0 ? c.at_hz : rate / 2;
+      EXPECT_NEAR(band_db(r, f, rate), c.want_db, 0.02) << c.band.type << " at " << rate;
+      if (c.at_hz >= 50 && c.at_hz < rate / 4) {
+        EXPECT_NEAR(measured_db(r, f, rate), band_db(r, f, rate), 0.02) << c.band.type << " at " << rate;
+      }
+      EqBand back;
+      ASSERT_TRUE(recover_band(r, rate, &back)) << c.band.type << " at " << rate;
+      EXPECT_EQ(back.type, c.band.type);
+      EXPECT_DOUBLE_EQ(back.freq, c.band.freq);
+      EXPECT_DOUBLE_EQ(back.q, c.band.q);
+      EXPECT_DOUBLE_EQ(back.gain_db, c.band.gain_db);
+    }
+  }
+  // The notch is deep at its centre.
+  EXPECT_LT(band_db(design_band({"notch", 2500, 8, 0, {}}, 48000), 2500, 48000), -60);
+  // A record that is no cookbook section is not given a name.
+  EqBand none;
+  EXPECT_FALSE(recover_band({1, 1 << 28, 12345, 0, 0, 0}, 48000, &none));
+  EXPECT_FALSE(recover_band(kPassThroughOff, 48000, &none));
+}
+
+TEST(TuningUnits, LevelsAndTimes) {
+  EXPECT_EQ(db_to_q13(0), 8192);
+  EXPECT_EQ(db_to_q13(-6.0206), 4096);
+  EXPECT_NEAR(q13_to_db(16384), 6.0206, 1e-4);
+  EXPECT_EQ(dbfs_to_peak16(0), 32767);
+  EXPECT_EQ(dbfs_to_peak16(-200), 1);  // never below 1
+  EXPECT_EQ(dbfs_to_peak16(-20), 3277);
+  EXPECT_EQ(dbfs_to_mean24(-200), 2);  // never below 2
+  EXPECT_NEAR(peak16_to_dbfs(3277), -20, 0.001);
+  EXPECT_EQ(shift_to_ms(0), 0);
+  // Shift n moves the envelope 2^-n of the way per 5 ms block: after the
+  // time constant 1/e of the step is left.
+  for (int n : {1, 3, 5, 8}) {
+    const double blocks = shift_to_ms(n) / 5;
+    EXPECT_NEAR(std::pow(1 - std::ldexp(1.0, -n), blocks), std::exp(-1.0), 1e-9) << n;
+  }
+  EXPECT_EQ(shortest(3200.0, [](double v) { return v == 3200; }), "3200");
+  EXPECT_EQ(shortest(-1.5000000001, [](double v) { return std::fabs(v + 1.5) < 1e-6; }), "-1.5");
+}
+
+// Text import: what is accepted, and each refusal names its line.
+TEST(TuningUnits, EqTextImport) {
+  std::istringstream ok(
+      "# AutoEq style\nPreamp: -6.2 dB\nFilter 1: ON LSC Fc 105 Hz Gain 5.5 dB Q 0.70\n"
+      "Filter 2: ON PK Fc 100 Hz Gain 3 dB Q 1.41\nFilter 3: OFF PK Fc 200 Hz Gain 3 dB Q 1\n"
+      "Filter 4: ON HP Fc 20 Hz\nChannel: R\nFilter: ON NO Fc 1000 Hz Q 30\nChannel: ALL\n"
+      "Filter 6: ON hs Fc 8000 Hz Gain -2 dB Q 0.7\nFilter 7: ON LP Fc 18000 Hz Q 0.5\n");
+  EqImport eq;
+  std::string error;
+  ASSERT_TRUE(import_eq_text(ok, 48000, 10, &eq, &error)) << error;
+  EXPECT_TRUE(eq.has_preamp);
+  EXPECT_DOUBLE_EQ(eq.preamp_db, -6.2);
+  ASSERT_EQ(eq.bands[0].size(), 5u);
+  ASSERT_EQ(eq.bands[1].size(), 6u);
+  EXPECT_EQ(eq.bands[0][0].type, "lowshelf");
+  EXPECT_DOUBLE_EQ(eq.bands[0][0].gain_db, 5.5);
+  EXPECT_EQ(eq.bands[0][2].type, "highpass");
+  EXPECT_DOUBLE_EQ(eq.bands[0][2].q, 0.7071);
+  EXPECT_EQ(eq.bands[1][3].type, "notch");
+  EXPECT_DOUBLE_EQ(eq.bands[1][3].q, 30);
+  EXPECT_EQ(eq.bands[0][3].type, "highshelf");
+  EXPECT_EQ(eq.bands[1][5].type, "lowpass");
+
+  std::string eleven;
+  for (int i = 1; i <= 11; ++i) eleven += "Filter " + std::to_string(i) + ": ON PK Fc 1000 Hz Gain 1 dB Q 1\n";
+  const struct { std::string text, want; } bad[] = {
+      {eleven, "line 11: more filters than fit: the equalizer has 10 bands per side"},
+      {"Preamp: -3 dB\nFilter 1: ON BP Fc 100 Hz Q 1\n", "line 2: unsupported filter type 'BP'"},
+      {"Filter 1: ON PK Fc 30000 Hz Gain 3 dB Q 1\n", "line 1: Fc 30000 Hz is out of range"},
+      {"\n\nFilter 1: ON PK Fc 100 Hz Gain 30 dB Q 1\n", "line 3: Gain 30 dB is out of range"},
+      {"Filter 1: ON PK Fc 100 Hz Gain 3 dB Q 0.01\n", "line 1: Q 0.01 is out of range"},
+      {"Preamp: -60 dB\n", "line 1: Preamp -60 dB is out of range"},
+      {"Filter 1: ON PK Fc 100 Hz Gain 3 dB\n", "line 1: PK needs a Q"},
+      {"Filter 1: ON HP Fc 100 Hz Gain 3 dB\n", "line 1: HP takes no Gain"},
+      {"Filter 1: ON PK Fc 100 Hz Gain 3 dB BW Oct 1\n", "line 1: unsupported parameter 'BW'"},
+      {"Preamp: -1 dB\nDevice: speakers\n", "line 2: unsupported statement 'Device:'"},
+      {"Filter 1: ON PK Fc x Hz Gain 3 dB Q 1\n", "line 1: 'Fc' needs a number"},
+  };
+  for (const auto& b : bad) {
+    std::istringstream in(b.text);
+    EXPECT_FALSE(import_eq_text(in, 48000, 10, &eq, &error)) << b.text;
+    EXPECT_EQ(error.rfind(b.want, 0), 0u) << error << "\nwanted: " << b.want;
+  }
+  EXPECT_TRUE(looks_like_eq_text("# x\n\nPreamp: 0 dB\n"));
+  EXPECT_FALSE(looks_like_eq_text("# x\nsbs on\n"));
+}
+
+// speaker-config: readable units beside the hex, nothing flagged for the
+// shipped configuration.
+TEST_F(Tuning, ConfigInEngineeringUnits) {
+  std::string out;
+  ASSERT_EQ(run_tool("speaker-config" + source("examples/speaker.xml"), &out), 0) << out;
+  for (const char* want : {"peak 800 Hz Q 1.4 -1.5 dB", "highpass 100 Hz Q 0.707 ", "lowshelf 320 Hz Q 0.707 +2 dB",
+                           "threshold -1.00 dBFS (0x7214)", "threshold -0.50 dBFS (0x78d6)", "make-up +4.00 dB (0x32b7)",
+                           "release shift 5 (time constant 157 ms)", "attack shift 0 (follows at once)",
+                           "expander below -84.0 dBFS", "harmonic band gain: left -4.00 dB (0x1431)",
+                           "input gain: left -1.00 dB (0x1c85)", "right band 10: off", "nothing flagged"})
+    EXPECT_NE(out.find(want), std::string::npos) << want << "\n" << out;
+}
+
+// Each flag with its line; every flagged file exits 1; speaker --config warns
+// about the same on standard error and still runs.
+TEST_F(Tuning, ConfigFlags) {
+  const struct { std::string xml, want; } cases[] = {
+      {"<kafxsp>\n<sbs>\n<channel_num>72z4</channel_num>\n</sbs>\n</kafxsp>\n",
+       "FLAG line 3: token 1 '72z4' of <channel_num> does not scan completely: stored as 0x72"},
+      {"<kafxsp>\n<sbs>\n<gain>0x;2000</gain>\n</sbs>\n</kafxsp>\n",
+       "FLAG line 3: token 1 '0x' of <gain> does not scan completely: stored as 0x0"},
+      {"<kafxsp>\n<sbs><gain>2000;;</gain></sbs></kafxsp>\n", "token 2 '' of <gain> is not a hexadecimal number"},
+      {"<kafxsp>\n<peq>\n\n<gian>2000</gian></peq></kafxsp>\n", "FLAG line 4: unknown element <gian> in <peq>"},
+      {"<kafxsp>\n<eq></eq></kafxsp>\n", "FLAG line 2: unknown element <eq> in <kafxsp>"},
+      {"<kafxsp><sbs><gain>1;2;3</gain></sbs></kafxsp>\n", "<gain> has 3 values, 2 expected"},
+      {"<kafxsp><sbs><enable>1</enable><drc_param_left3>0;5;b4cd;2000;100</drc_param_left3></sbs></kafxsp>\n",
+       "FLAG: full-band limiter left: threshold +3.00 dBFS (0xb4cd) is above full scale"},
+      {"<kafxsp><peq><enable>1</enable><gain>2000;2000</gain><Rfilter>1;10000000;0;0;0;f0000000</Rfilter>"
+       "</peq></kafxsp>\n",
+       "FLAG: right equalizer band 1 is unstable"},
+  };
+  for (const auto& c : cases) {
+    std::string out;
+    EXPECT_EQ(run_tool("speaker-config" + write("c.xml", c.xml), &out), 1) << c.xml << out;
+    EXPECT_NE(out.find(c.want), std::string::npos) << c.want << "\n" << out;
+  }
+  // Without the limiters a boost clips; with them it is only a note.
+  const std::string boost = "<kafxsp><sbs><enable>%d</enable></sbs><peq><enable>1</enable><gain>2000;2000</gain>"
+                            "<Lfilter>1;10000000;0;0;0;0</Lfilter><Rfilter>1;20000000;0;0;0;0</Rfilter></peq></kafxsp>\n";
+  char xml[512];
+  std::snprintf(xml, sizeof xml, boost.c_str(), 0);
+  std::string out;
+  EXPECT_EQ(run_tool("speaker-config" + write("c.xml", xml), &out), 1);
+  EXPECT_NE(out.find("FLAG: right equalizer raises"), std::string::npos) << out;
+  EXPECT_NE(out.find("by +6.02 dB (input gain included) and no limiter follows"), std::string::npos) << out;
+  EXPECT_EQ(out.find("left equalizer raises"), std::string::npos) << out;
+  std::snprintf(xml, sizeof xml, boost.c_str(), 1);
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-config" + write("c.xml", xml), &out), 0) << out;
+  EXPECT_NE(out.find("note: right equalizer raises"), std::string::npos) << out;
+
+  // Malformed XML: the line where parsing stopped.
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-config" + write("m.xml", "<kafxsp>\n<sbs>\n<gain>1</gain>\n</kafxsp>\n"), &out), 1);
+  EXPECT_NE(out.find("not well-formed XML at line 4"), std::string::npos) << out;
+
+  // speaker --config: the same checks as warnings, the file still processed.
+  out.clear();
+  const std::string cfg = write("w.xml", "<kafxsp>\n<sbs>\n<channel_num>72z4</channel_num>\n<bogus/>\n</sbs>\n</kafxsp>\n");
+  EXPECT_EQ(run_tool("speaker --config" + cfg + path("o.wav"), &out), 0) << out;
+  EXPECT_NE(out.find("w.xml:3: token 1 '72z4' of <channel_num> does not scan completely"), std::string::npos) << out;
+  EXPECT_NE(out.find("w.xml:4: unknown element <bogus> in <sbs>"), std::string::npos) << out;
+}
+
+// design -> xml -> design -> xml is byte-identical, for the shipped design
+// and for one with sides that differ, a notch and a hand-made band record.
+TEST_F(Tuning, DesignFromXmlRoundTrip) {
+  std::string out;
+  ASSERT_EQ(run_tool("speaker-design" + source("examples/speaker_design.txt") + " -o" + path("a/speaker.xml"), &out), 0)
+      << out;
+  const std::string odd =
+      "version odd one\nrate 44100\nsbs on\nharmonic_gain -3 -7.5\nchannel_num 1\n"
+      "limiter low left 2 7 -3.3 1.7 -90\nlimiter full both 0 9 -0.1 0 -70\npeq on\npeq_gain 0 -2.5\n"
+      "band left notch 1234.5 12\nband right peak 63 0.5 -12\nband both raw 1 10000000 123 0 0 0\n"
+      "band left highshelf 12000 0.6 3.25\n";
+  write("a/odd.txt", odd);
+  ASSERT_EQ(run_tool("speaker-design" + path("a/odd.txt") + " -o" + path("a/odd.xml"), &out), 0) << out;
+  for (const char* name : {"speaker.xml", "odd.xml"}) {
+    const std::string n = name;
+    out.clear();
+    ASSERT_EQ(run_tool("speaker-design --from-xml" + path("a/" + n) + " -o" + path("b/" + n + ".txt"), &out), 0) << out;
+    ASSERT_EQ(run_tool("speaker-design" + path("b/" + n + ".txt") + " -o" + path("b/" + n), &out), 0) << out;
+    // The generator names its source in a comment: same base name, same text.
+    std::string first = slurp("a/" + n), second = slurp("b/" + n);
+    const auto strip = [](std::string s) { return s.substr(s.find("<kafxsp>")); };
+    EXPECT_EQ(strip(first), strip(second)) << name << "\n" << slurp("b/" + n + ".txt");
+  }
+  const std::string back = slurp("b/odd.xml.txt");
+  for (const char* want : {"band left  notch 1234.5 12\n", "band right peak 63 0.5 -12\n",
+                           "band both  raw 1 10000000 123 0 0 0\n", "harmonic_gain -3 -7.5\n", "rate 44100\n",
+                           "limiter low  left  2 7 -3.3 1.7 -90\n", "limiter full both  0 9 -0.1 0 -70\n",
+                           "version odd one\n", "peq_gain 0 -2.5\n"})
+    EXPECT_NE(back.find(want), std::string::npos) << want << "\n" << back;
+  // A value with no design form is refused with its name.
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-design --from-xml" +
+                         write("z.xml", "<kafxsp><sbs><gain>0;2000</gain></sbs></kafxsp>\n"), &out), 1);
+  EXPECT_NE(out.find("sbs.gain[left] 0 has no design form"), std::string::npos) << out;
+}
+
+// A design that clips is generated with a warning; an imported equalizer
+// text becomes a configuration whose bands read back as imported.
+TEST_F(Tuning, DesignWarningsAndImport) {
+  std::string out;
+  EXPECT_EQ(run_tool("speaker-design" + write("clip.txt", "sbs on\nlimiter full both 0 5 3 0 -84\n") + " -o" +
+                         path("clip.xml"), &out), 0);
+  EXPECT_NE(out.find("kafx speaker-design: warning: full-band limiter left: threshold +3.00 dBFS"), std::string::npos)
+      << out;
+  out.clear();
+  ASSERT_EQ(run_tool("speaker-design" +
+                         write("eq.txt", "Preamp: -6 dB\nFilter 1: ON PK Fc 100 Hz Gain 3 dB Q 1.41\n"
+                                         "Filter 2: ON HSC Fc 8000 Hz Gain -2.5 dB Q 0.7\n") +
+                         " -o" + path("eq.xml"), &out), 0) << out;
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-config" + path("eq.xml"), &out), 0) << out;
+  for (const char* want : {"left  band  1: peak 100 Hz Q 1.41 +3 dB", "right band  2: highshelf 8000 Hz Q 0.7 -2.5 dB",
+                           "input gain: left -6.00 dB", "parametric equalizer: on", "speaker boost system: off"})
+    EXPECT_NE(out.find(want), std::string::npos) << want << "\n" << out;
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-design" + write("bad.txt", "Preamp: -6 dB\n\nFilter 1: ON BP Fc 100 Hz Q 1\n"), &out), 1);
+  EXPECT_NE(out.find("bad.txt: line 3: unsupported filter type 'BP'"), std::string::npos) << out;
+}
+
+}  // namespace
