@@ -13,6 +13,7 @@
 #include "ktv_run.h"
 #include "headphone_run.h"
 #include "ns_run.h"
+#include "plot_cmd.h"
 #include "speaker_config_cmd.h"
 #include "speaker_design.h"
 #include "speaker_run.h"
@@ -33,6 +34,8 @@ void print_usage(FILE* out) {
       "  speaker-design ...\n"
       "                   turn a readable speaker tuning (equalizer bands, limiter\n"
       "                   levels, gains) into a speaker configuration file\n"
+      "  plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv]\n"
+      "                   draw the equalizer response of a configuration (PNG, text)\n"
       "  ktv [options] [VOICE.wav] OUT.wav\n"
       "                   run a mono voice (or a built-in sung phrase) through the\n"
       "                   karaoke voice chain into a stereo file\n"
@@ -74,6 +77,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-config") == 0) return kafx_speaker_config_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "plot") == 0) return kafx_plot_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "headphone") == 0) return kafx_headphone_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ktv") == 0) return kafx_ktv_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "howl-test") == 0) return kafx_howl_test_main(argc - 1, argv + 1);

@@ -293,4 +293,48 @@ TEST_F(Tuning, DesignWarningsAndImport) {
   EXPECT_NE(out.find("bad.txt: line 3: unsupported filter type 'BP'"), std::string::npos) << out;
 }
 
+// kafx plot: a PNG of the expected size that decodes as PNG (signature and
+// IHDR), and text points that show the designed band (+6 dB at 1 kHz, flat
+// far from it, the 3 dB points of a Q 1 peak an octave apart).
+TEST_F(Tuning, PlotSpeakerResponse) {
+  std::string out;
+  ASSERT_EQ(run_tool("speaker-design" + write("p.txt", "peq on\nband both peak 1000 1 6\n") + " -o" + path("p.xml"), &out), 0)
+      << out;
+  ASSERT_EQ(run_tool("plot speaker" + path("p.xml") + " -o" + path("p.png") + " --csv" + path("p.csv"), &out), 0) << out;
+  const std::string png = slurp("p.png");
+  ASSERT_GT(png.size(), 33u);
+  EXPECT_EQ(png.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+  EXPECT_EQ(png.substr(12, 4), "IHDR");
+  auto be32 = [&](size_t at) {
+    return (uint32_t(uint8_t(png[at])) << 24) | (uint32_t(uint8_t(png[at + 1])) << 16) |
+           (uint32_t(uint8_t(png[at + 2])) << 8) | uint32_t(uint8_t(png[at + 3]));
+  };
+  EXPECT_EQ(be32(16), 800u);
+  EXPECT_EQ(be32(20), 600u);
+  EXPECT_NE(png.find("IEND"), std::string::npos);
+
+  std::istringstream csv(slurp("p.csv"));
+  std::string line;
+  std::getline(csv, line);
+  EXPECT_EQ(line, "rate_hz,freq_hz,left_db,right_db");
+  int rows[4] = {};
+  double best = -100, best_f = 0;
+  for (double rate, f, l, r; std::getline(csv, line);) {
+    ASSERT_EQ(std::sscanf(line.c_str(), "%lf,%lf,%lf,%lf", &rate, &f, &l, &r), 4) << line;
+    EXPECT_EQ(l, r);
+    rows[rate == 44100 ? 0 : rate == 48000 ? 1 : rate == 96000 ? 2 : 3]++;
+    if (rate == 48000) {
+      if (l > best) best = l, best_f = f;
+      if (f < 100 || (f > 10000 && f < 20000)) {
+        EXPECT_NEAR(l, 0, 0.3) << f;
+      }
+    }
+  }
+  for (int n : rows) EXPECT_EQ(n, 400);
+  EXPECT_NEAR(best, 6, 0.05);
+  EXPECT_NEAR(best_f, 1000, 20);
+  out.clear();
+  EXPECT_EQ(run_tool("plot speaker" + path("p.xml"), &out), 2);  // neither -o nor --csv
+}
+
 }  // namespace

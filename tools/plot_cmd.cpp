@@ -1,0 +1,166 @@
+// `kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]`
+//
+// The magnitude response of a speaker configuration's parametric equalizer,
+// both channels, input gain included, on a logarithmic frequency axis in dB,
+// at each rate the product runs (44.1, 48, 96 and 192 kHz: the band records
+// are the same numbers at every rate, so their frequencies scale with it),
+// or at one rate with --rate. The response is the stored Q28 sections
+// evaluated on the unit circle (band_db), which is what the fixed-point
+// cascade does up to its rounding. PNG pages are drawn by PLplot's cairo
+// driver ("pngcairo"), 800 x 600 pixels; --csv writes the plotted points.
+#include "plot_cmd.h"
+
+#include <plplot.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "speaker_config_check.h"
+#include "speaker_units.h"
+
+namespace {
+
+constexpr int kWidth = 800, kHeight = 600, kPoints = 400;
+
+struct Curve {
+  double rate;
+  std::vector<double> freq, db[2];
+};
+
+Curve speaker_curve(const kafx_sp_params_t& p, double rate) {
+  Curve c;
+  c.rate = rate;
+  const double top = rate * 0.499;
+  for (int i = 0; i < kPoints; ++i) {
+    const double f = 20 * std::pow(top / 20, i / (kPoints - 1.0));
+    c.freq.push_back(f);
+    for (int side = 0; side < 2; ++side) {
+      double db = p.peq.enable ? kafx_tool::q13_to_db(side ? p.peq.gain[1] : p.peq.gain[0]) : 0;
+      for (int b = 0; b < 10 && p.peq.enable; ++b) {
+        kafx_tool::BandRecord r;
+        for (int k = 0; k < 6; ++k) r[k] = side ? p.peq.Rfilter[b][k] : p.peq.Lfilter[b][k];
+        db += kafx_tool::band_db(r, f, rate);
+      }
+      c.db[side].push_back(std::max(db, -60.0));
+    }
+  }
+  return c;
+}
+
+// One page per curve in one PNG file.
+bool draw(const std::vector<Curve>& curves, const std::string& title, const std::string& path) {
+  plsdev("pngcairo");
+  plsfnam(path.c_str());
+  plspage(0, 0, kWidth, kHeight, 0, 0);
+  plssub(1, static_cast<PLINT>(curves.size()));
+  plscolbg(255, 255, 255);
+  plinit();
+  plscol0(1, 0, 0, 0);
+  for (const Curve& c : curves) {
+    double lo = 0, hi = 0;
+    for (int s = 0; s < 2; ++s)
+      for (double v : c.db[s]) lo = std::min(lo, v), hi = std::max(hi, v);
+    lo = std::floor(lo / 6 - 1) * 6, hi = std::ceil(hi / 6 + 1) * 6;
+    std::vector<double> lx;
+    for (double f : c.freq) lx.push_back(std::log10(f));
+    plcol0(1);
+    plenv(lx.front(), lx.back(), lo, hi, 0, 12);  // log x, grid
+    char label[160];
+    std::snprintf(label, sizeof label, "%s at %g Hz (red left, blue right)", title.c_str(), c.rate);
+    pllab("frequency (Hz)", "dB", label);
+    plscol0(2, 200, 0, 0);
+    plcol0(2);
+    plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[0].data());
+    plscol0(3, 0, 0, 200);
+    plcol0(3);
+    pllsty(2);
+    plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[1].data());
+    pllsty(1);
+  }
+  plend();
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  std::fclose(f);
+  return true;
+}
+
+bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
+  FILE* f = std::fopen(path.c_str(), "w");
+  if (f == nullptr) return false;
+  std::fprintf(f, "rate_hz,freq_hz,left_db,right_db\n");
+  for (const Curve& c : curves)
+    for (size_t i = 0; i < c.freq.size(); ++i)
+      std::fprintf(f, "%g,%.6g,%.4f,%.4f\n", c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
+  return std::fclose(f) == 0;
+}
+
+}  // namespace
+
+const char* kafx_plot_usage() {
+  return "usage: kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]\n"
+         "\n"
+         "Draws the magnitude response (dB over a logarithmic frequency axis) of a\n"
+         "speaker configuration's parametric equalizer, both channels with the input\n"
+         "gain, one panel per rate (44100, 48000, 96000, 192000 Hz, or only --rate),\n"
+         "as an 800 x 600 PNG; --csv writes the same points as text\n"
+         "(rate_hz,freq_hz,left_db,right_db). At least one of -o and --csv.\n";
+}
+
+int kafx_plot_main(int argc, char** argv) {
+  std::string kind, input, png, csv;
+  double rate = 0;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "-h" || a == "--help") {
+      std::fputs(kafx_plot_usage(), stdout);
+      return 0;
+    }
+    if (a == "-o" || a == "--csv" || a == "--rate") {
+      if (i + 1 >= argc) {
+        std::fprintf(stderr, "kafx plot: %s takes a value\n", a.c_str());
+        return 2;
+      }
+      const std::string v = argv[++i];
+      if (a == "-o") png = v;
+      else if (a == "--csv") csv = v;
+      else if ((rate = std::atof(v.c_str())) < 8000 || rate > 192000) {
+        std::fprintf(stderr, "kafx plot: --rate takes 8000..192000 Hz\n");
+        return 2;
+      }
+    } else if (kind.empty()) {
+      kind = a;
+    } else if (input.empty()) {
+      input = a;
+    } else {
+      std::fprintf(stderr, "kafx plot: unexpected argument '%s'\n%s", a.c_str(), kafx_plot_usage());
+      return 2;
+    }
+  }
+  if (kind != "speaker" || input.empty() || (png.empty() && csv.empty())) {
+    std::fputs(kafx_plot_usage(), stderr);
+    return 2;
+  }
+  const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
+  if (!c.loaded) {
+    std::fprintf(stderr, "kafx plot: %s: %s\n", input.c_str(), c.load_error.c_str());
+    return 1;
+  }
+  std::vector<Curve> curves;
+  if (rate > 0) curves.push_back(speaker_curve(c.record, rate));
+  else
+    for (double r : {44100.0, 48000.0, 96000.0, 192000.0}) curves.push_back(speaker_curve(c.record, r));
+  if (!csv.empty() && !write_csv(curves, csv)) {
+    std::fprintf(stderr, "kafx plot: cannot write '%s'\n", csv.c_str());
+    return 1;
+  }
+  std::string base = input.substr(input.find_last_of('/') == std::string::npos ? 0 : input.find_last_of('/') + 1);
+  if (!png.empty() && !draw(curves, "equalizer of " + base, png)) {
+    std::fprintf(stderr, "kafx plot: cannot write '%s'\n", png.c_str());
+    return 1;
+  }
+  return 0;
+}
