@@ -100,6 +100,13 @@ bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
 
 }  // namespace
 
+// PLplot loads its cairo driver through libltdl, and fontconfig keeps its
+// font cache for the life of the process; in a sanitizer build the leak
+// checker is told that those are theirs.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig.so\nleak:libltdl.so\nleak:libcairo.so\nleak:libpango\nleak:libglib\nleak:libplplot\n";
+}
+
 const char* kafx_plot_usage() {
   return "usage: kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]\n"
          "\n"
