@@ -8,6 +8,11 @@
 // evaluated on the unit circle (band_db), which is what the fixed-point
 // cascade does up to its rounding. PNG pages are drawn by PLplot's cairo
 // driver ("pngcairo"), 800 x 600 pixels; --csv writes the plotted points.
+//
+// `kafx plot headphone` draws the headphone chain's built-in records (preset
+// 3 and the adapter corrections) the same way. The library keeps those
+// tables to itself, so the tool compiles its own copy of the generated
+// table file (tools/hp_tables_copy.cpp).
 #include "plot_cmd.h"
 
 #include <plplot.h>
@@ -19,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "../headphone/hp_effect_tables.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"
 
@@ -27,22 +33,28 @@ namespace {
 constexpr int kWidth = 800, kHeight = 600, kPoints = 400;
 
 struct Curve {
+  std::string title;
   double rate;
   std::vector<double> freq, db[2];
 };
 
-Curve speaker_curve(const kafx_sp_params_t& p, double rate) {
+// Input gain (Q13) and ten band records per side, as the speaker and the
+// headphone parametric equalizers both store them.
+Curve eq_curve(const std::string& title, double rate, bool on, const int32_t gain[2],
+               const int32_t (*left)[6], const int32_t (*right)[6]) {
   Curve c;
+  c.title = title;
   c.rate = rate;
   const double top = rate * 0.499;
   for (int i = 0; i < kPoints; ++i) {
     const double f = 20 * std::pow(top / 20, i / (kPoints - 1.0));
     c.freq.push_back(f);
     for (int side = 0; side < 2; ++side) {
-      double db = p.peq.enable ? kafx_tool::q13_to_db(side ? p.peq.gain[1] : p.peq.gain[0]) : 0;
-      for (int b = 0; b < 10 && p.peq.enable; ++b) {
+      const int32_t g = gain[side];
+      double db = !on ? 0 : g > 0 ? kafx_tool::q13_to_db(g) : -200;
+      for (int b = 0; b < 10 && on; ++b) {
         kafx_tool::BandRecord r;
-        for (int k = 0; k < 6; ++k) r[k] = side ? p.peq.Rfilter[b][k] : p.peq.Lfilter[b][k];
+        for (int k = 0; k < 6; ++k) r[k] = side ? right[b][k] : left[b][k];
         db += kafx_tool::band_db(r, f, rate);
       }
       c.db[side].push_back(std::max(db, -60.0));
@@ -51,12 +63,37 @@ Curve speaker_curve(const kafx_sp_params_t& p, double rate) {
   return c;
 }
 
+Curve speaker_curve(const kafx_sp_params_t& p, double rate) {
+  return eq_curve("equalizer", rate, p.peq.enable != 0, p.peq.gain, p.peq.Lfilter, p.peq.Rfilter);
+}
+
+// The headphone chain's built-in records: preset 3 (parametric equalizer,
+// unity input gain) and the seven adapter corrections, at 44.1 and 48 kHz
+// (the 96 and 192 kHz adapter records are all zero: the chain is silent).
+std::vector<Curve> headphone_curves() {
+  std::vector<Curve> out;
+  const int32_t unity[2] = {8192, 8192};
+  const double rates[2] = {44100, 48000};
+  for (int k = 0; k < 2; ++k) {
+    const param_eq_param_acdb_t& r = kafx::kHpParametricPreset[k];
+    out.push_back(eq_curve("headphone preset 3", rates[k], true, unity, r.left_band, r.right_band));
+  }
+  for (int k = 0; k < 2; ++k)
+    for (int a = 0; a < KEDO_HP_EFFECT_ADAPTERS; ++a) {
+      const param_eq_param_acdb_t& r = kafx::kHpAdapterTable[k][a];
+      const int32_t gain[2] = {r.gain_left, r.gain_right};
+      out.push_back(eq_curve("adapter " + std::to_string(a + 1), rates[k], true, gain, r.left_band, r.right_band));
+    }
+  return out;
+}
+
 // One page per curve in one PNG file.
 bool draw(const std::vector<Curve>& curves, const std::string& title, const std::string& path) {
   plsdev("pngcairo");
   plsfnam(path.c_str());
   plspage(0, 0, kWidth, kHeight, 0, 0);
-  plssub(1, static_cast<PLINT>(curves.size()));
+  const int cols = curves.size() > 4 ? 4 : 1;
+  plssub(cols, static_cast<PLINT>((curves.size() + cols - 1) / cols));
   plscolbg(255, 255, 255);
   plinit();
   plscol0(1, 0, 0, 0);
@@ -70,7 +107,10 @@ bool draw(const std::vector<Curve>& curves, const std::string& title, const std:
     plcol0(1);
     plenv(lx.front(), lx.back(), lo, hi, 0, 12);  // log x, grid
     char label[160];
-    std::snprintf(label, sizeof label, "%s at %g Hz (red left, blue right)", title.c_str(), c.rate);
+    if (cols > 1)  // small panels: short titles
+      std::snprintf(label, sizeof label, "%s%s, %g kHz", title.c_str(), c.title.c_str(), c.rate / 1000);
+    else
+      std::snprintf(label, sizeof label, "%s%s at %g Hz (red left, blue right)", title.c_str(), c.title.c_str(), c.rate);
     pllab("frequency (Hz)", "dB", label);
     plscol0(2, 200, 0, 0);
     plcol0(2);
@@ -91,10 +131,10 @@ bool draw(const std::vector<Curve>& curves, const std::string& title, const std:
 bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
   FILE* f = std::fopen(path.c_str(), "w");
   if (f == nullptr) return false;
-  std::fprintf(f, "rate_hz,freq_hz,left_db,right_db\n");
+  std::fprintf(f, "record,rate_hz,freq_hz,left_db,right_db\n");
   for (const Curve& c : curves)
     for (size_t i = 0; i < c.freq.size(); ++i)
-      std::fprintf(f, "%g,%.6g,%.4f,%.4f\n", c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
+      std::fprintf(f, "%s,%g,%.6g,%.4f,%.4f\n", c.title.c_str(), c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
   return std::fclose(f) == 0;
 }
 
@@ -109,12 +149,15 @@ extern "C" const char* __lsan_default_suppressions() {
 
 const char* kafx_plot_usage() {
   return "usage: kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]\n"
+         "       kafx plot headphone [-o OUT.png] [--csv OUT.csv]\n"
          "\n"
          "Draws the magnitude response (dB over a logarithmic frequency axis) of a\n"
          "speaker configuration's parametric equalizer, both channels with the input\n"
          "gain, one panel per rate (44100, 48000, 96000, 192000 Hz, or only --rate),\n"
          "as an 800 x 600 PNG; --csv writes the same points as text\n"
-         "(rate_hz,freq_hz,left_db,right_db). At least one of -o and --csv.\n";
+         "(record,rate_hz,freq_hz,left_db,right_db). At least one of -o and --csv.\n"
+         "'headphone' draws the headphone chain's built-in parametric equalizer\n"
+         "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz.\n";
 }
 
 int kafx_plot_main(int argc, char** argv) {
@@ -147,9 +190,22 @@ int kafx_plot_main(int argc, char** argv) {
       return 2;
     }
   }
-  if (kind != "speaker" || input.empty() || (png.empty() && csv.empty())) {
+  if ((kind != "speaker" && kind != "headphone") || (kind == "speaker") == input.empty() ||
+      (png.empty() && csv.empty())) {
     std::fputs(kafx_plot_usage(), stderr);
     return 2;
+  }
+  if (kind == "headphone") {
+    const std::vector<Curve> curves = headphone_curves();
+    if (!csv.empty() && !write_csv(curves, csv)) {
+      std::fprintf(stderr, "kafx plot: cannot write '%s'\n", csv.c_str());
+      return 1;
+    }
+    if (!png.empty() && !draw(curves, "", png)) {
+      std::fprintf(stderr, "kafx plot: cannot write '%s'\n", png.c_str());
+      return 1;
+    }
+    return 0;
   }
   const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
   if (!c.loaded) {
@@ -165,7 +221,7 @@ int kafx_plot_main(int argc, char** argv) {
     return 1;
   }
   std::string base = input.substr(input.find_last_of('/') == std::string::npos ? 0 : input.find_last_of('/') + 1);
-  if (!png.empty() && !draw(curves, "equalizer of " + base, png)) {
+  if (!png.empty() && !draw(curves, base + ": ", png)) {
     std::fprintf(stderr, "kafx plot: cannot write '%s'\n", png.c_str());
     return 1;
   }

@@ -5,6 +5,7 @@
 // corner) and against direct evaluation of the difference equation.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -316,11 +317,11 @@ TEST_F(Tuning, PlotSpeakerResponse) {
   std::istringstream csv(slurp("p.csv"));
   std::string line;
   std::getline(csv, line);
-  EXPECT_EQ(line, "rate_hz,freq_hz,left_db,right_db");
+  EXPECT_EQ(line, "record,rate_hz,freq_hz,left_db,right_db");
   int rows[4] = {};
   double best = -100, best_f = 0;
   for (double rate, f, l, r; std::getline(csv, line);) {
-    ASSERT_EQ(std::sscanf(line.c_str(), "%lf,%lf,%lf,%lf", &rate, &f, &l, &r), 4) << line;
+    ASSERT_EQ(std::sscanf(line.c_str(), "equalizer,%lf,%lf,%lf,%lf", &rate, &f, &l, &r), 4) << line;
     EXPECT_EQ(l, r);
     rows[rate == 44100 ? 0 : rate == 48000 ? 1 : rate == 96000 ? 2 : 3]++;
     if (rate == 48000) {
@@ -335,6 +336,21 @@ TEST_F(Tuning, PlotSpeakerResponse) {
   EXPECT_NEAR(best_f, 1000, 20);
   out.clear();
   EXPECT_EQ(run_tool("plot speaker" + path("p.xml"), &out), 2);  // neither -o nor --csv
+
+  // The headphone records: sixteen panels of the same page size; the text
+  // has every record at both rates.
+  ASSERT_EQ(run_tool("plot headphone -o" + path("h.png") + " --csv" + path("h.csv"), &out), 0) << out;
+  const std::string hp = slurp("h.png");
+  ASSERT_GT(hp.size(), 33u);
+  EXPECT_EQ(hp.substr(1, 3), "PNG");
+  EXPECT_EQ(hp.substr(12, 4), "IHDR");
+  EXPECT_EQ(uint8_t(hp[18]) * 256 + uint8_t(hp[19]), 800);
+  EXPECT_EQ(uint8_t(hp[22]) * 256 + uint8_t(hp[23]), 600);
+  const std::string text = slurp("h.csv");
+  for (const char* want : {"\nheadphone preset 3,44100,20,", "\nheadphone preset 3,48000,", "\nadapter 7,44100,",
+                           "\nadapter 1,48000,"})
+    EXPECT_NE(text.find(want), std::string::npos) << want;
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 16 * 400);
 }
 
 }  // namespace
