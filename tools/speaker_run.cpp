@@ -1,6 +1,5 @@
 #include "speaker_run.h"
 #include "speaker_config_check.h"
-#include "speaker_config_check.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -207,7 +206,6 @@ int kafx_speaker_main(int argc, char** argv) {
   if (!o.config.empty() && !readable(o.config)) {  // fail before writing anything
     return failure("cannot read configuration '" + o.config + "'");
   }
-  if (!o.config.empty()) kafx_tool::warn_speaker_config(o.config.c_str(), stderr);  // same checks as speaker-config
   if (!o.config.empty()) kafx_tool::warn_speaker_config(o.config.c_str(), stderr);  // same checks as speaker-config
   if (o.in_path.empty()) {
     namespace fs = std::filesystem;
