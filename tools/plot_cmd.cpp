@@ -25,6 +25,8 @@
 #include <vector>
 
 #include "../headphone/hp_effect_tables.h"
+#include "host_audio.h"
+#include "kafx_proc/equalizer.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"
 
@@ -84,6 +86,30 @@ std::vector<Curve> headphone_curves() {
       const int32_t gain[2] = {r.gain_left, r.gain_right};
       out.push_back(eq_curve("adapter " + std::to_string(a + 1), rates[k], true, gain, r.left_band, r.right_band));
     }
+  return out;
+}
+
+// A graphic-equalizer index set: the library's own block is set from the
+// indices at each rate with a table and its ten coefficient rows read back.
+std::vector<Curve> geq_curves(const int* indices) {
+  std::vector<Curve> out;
+  const struct { double rate; SampleRateType type; } rates[] = {
+      {44100, SAMPLE_RATE_44100}, {48000, SAMPLE_RATE_48000}, {96000, SAMPLE_RATE_96000}};
+  for (const auto& r : rates) {
+    equalizer_t eq;
+    equalizer_init(&eq);
+    equalizer_set_param_index(&eq, indices, r.type);
+    int coef[EQUALIZER_BANDS][5];
+    equalizer_getparameter(&eq, coef);
+    int32_t rows[10][6];
+    for (int b = 0; b < 10; ++b) {
+      rows[b][0] = 1;
+      for (int k = 0; k < 5; ++k) rows[b][k + 1] = coef[b][k];
+    }
+    const int32_t gain[2] = {eq.gain, eq.gain};
+    out.push_back(eq_curve("graphic equalizer", r.rate, true, gain, rows, rows));
+    equalizer_end(&eq);
+  }
   return out;
 }
 
@@ -150,6 +176,7 @@ extern "C" const char* __lsan_default_suppressions() {
 const char* kafx_plot_usage() {
   return "usage: kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]\n"
          "       kafx plot headphone [-o OUT.png] [--csv OUT.csv]\n"
+         "       kafx plot geq I1,I2,...,I10 [-o OUT.png] [--csv OUT.csv]\n"
          "\n"
          "Draws the magnitude response (dB over a logarithmic frequency axis) of a\n"
          "speaker configuration's parametric equalizer, both channels with the input\n"
@@ -157,7 +184,9 @@ const char* kafx_plot_usage() {
          "as an 800 x 600 PNG; --csv writes the same points as text\n"
          "(record,rate_hz,freq_hz,left_db,right_db). At least one of -o and --csv.\n"
          "'headphone' draws the headphone chain's built-in parametric equalizer\n"
-         "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz.\n";
+         "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz; 'geq'\n"
+         "the graphic equalizer set from ten gain indices (-15..15 dB steps) at\n"
+         "44100, 48000 and 96000 Hz.\n";
 }
 
 int kafx_plot_main(int argc, char** argv) {
@@ -190,13 +219,23 @@ int kafx_plot_main(int argc, char** argv) {
       return 2;
     }
   }
-  if ((kind != "speaker" && kind != "headphone") || (kind == "speaker") == input.empty() ||
+  if ((kind != "speaker" && kind != "headphone" && kind != "geq") || (kind == "headphone") != input.empty() ||
       (png.empty() && csv.empty())) {
     std::fputs(kafx_plot_usage(), stderr);
     return 2;
   }
-  if (kind == "headphone") {
-    const std::vector<Curve> curves = headphone_curves();
+  if (kind == "headphone" || kind == "geq") {
+    std::vector<Curve> curves;
+    if (kind == "headphone") {
+      curves = headphone_curves();
+    } else {
+      std::vector<int> idx;
+      if (!kafx_tool::parse_int_list(input, EQUALIZER_BANDS, -EQUALIZER_MAX_INDEX, EQUALIZER_MAX_INDEX, &idx)) {
+        std::fprintf(stderr, "kafx plot: geq takes ten comma-separated indices -15..15\n");
+        return 2;
+      }
+      curves = geq_curves(idx.data());
+    }
     if (!csv.empty() && !write_csv(curves, csv)) {
       std::fprintf(stderr, "kafx plot: cannot write '%s'\n", csv.c_str());
       return 1;

@@ -351,6 +351,29 @@ TEST_F(Tuning, PlotSpeakerResponse) {
                            "\nadapter 1,48000,"})
     EXPECT_NE(text.find(want), std::string::npos) << want;
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 16 * 400);
+
+  // A graphic-equalizer index set: +6 steps on the 125 Hz peak, -6 on the
+  // high shelf; three rates of the same page size.
+  ASSERT_EQ(run_tool("plot geq 0,0,6,0,0,0,0,0,0,-6 -o" + path("g.png") + " --csv" + path("g.csv"), &out), 0) << out;
+  const std::string gp = slurp("g.png");
+  ASSERT_GT(gp.size(), 33u);
+  EXPECT_EQ(uint8_t(gp[18]) * 256 + uint8_t(gp[19]), 800);
+  EXPECT_EQ(uint8_t(gp[22]) * 256 + uint8_t(gp[23]), 600);
+  std::istringstream g(slurp("g.csv"));
+  std::getline(g, line);
+  int g_rows = 0;
+  for (double rate, f, l, r; std::getline(g, line); ++g_rows) {
+    ASSERT_EQ(std::sscanf(line.c_str(), "graphic equalizer,%lf,%lf,%lf,%lf", &rate, &f, &l, &r), 4) << line;
+    if (std::fabs(f / 125 - 1) < 0.02) {
+      EXPECT_NEAR(l, 6, 0.3) << rate << " " << f;
+    }
+    if (f > 18000 && f < 20000) {
+      EXPECT_LT(l, -4) << rate << " " << f;  // the shelf's corner is high: most of its -6 dB
+      EXPECT_GT(l, -6.3) << rate << " " << f;
+    }
+  }
+  EXPECT_EQ(g_rows, 3 * 400);
+  EXPECT_EQ(run_tool("plot geq 0,0,99,0,0,0,0,0,0,0 -o" + path("g.png"), &out), 2);
 }
 
 }  // namespace
