@@ -18,6 +18,6 @@ else
   extra=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
 fi
 jobs=$(nproc 2>/dev/null || echo 2)
-cmake -S . -B "$dir" "${extra[@]}" >/dev/null
+cmake -S . -B "$dir" -DKAFX_WERROR=ON "${extra[@]}" >/dev/null
 cmake --build "$dir" -j "$jobs"
 ctest --test-dir "$dir" --output-on-failure -j "$jobs"

@@ -242,7 +242,10 @@ std::string hex(int32_t v) {
 
 std::string hex_list(std::initializer_list<int32_t> values) {
   std::string s;
-  for (int32_t v : values) s += (s.empty() ? "" : ";") + hex(v);
+  for (int32_t v : values) {
+    if (!s.empty()) s += ';';
+    s += hex(v);  // appended, not prepended (GCC 12 -Wrestrict false positive)
+  }
   return s;
 }
 

@@ -19,7 +19,10 @@ namespace fs = std::filesystem;
 fs::path tool_path() { return fs::read_symlink("/proc/self/exe").parent_path() / "../tools/kafx"; } // build tree
 
 int run_tool(const std::string& args, std::string* output) { // exit code; stdout and stderr to *output
-  FILE* p = popen(("'" + tool_path().string() + "' " + args + " 2>&1").c_str(), "r");
+  std::string command = "'";  // appended in order (GCC 12 -Wrestrict false positive on prepends)
+  ((command += tool_path().string()) += "' ") += args;
+  command += " 2>&1";
+  FILE* p = popen(command.c_str(), "r");
   char buf[512];
   for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;) output->append(buf, n);
   const int status = p != nullptr ? pclose(p) : -1;
@@ -132,7 +135,7 @@ TEST_F(KafxToolTest, ErrorsGiveNonZeroExitCodes) {
   write_wav(path("ok.wav"), Wav{48000, 2, SF_FORMAT_PCM_16, make_samples(200, 16)});
   write_wav(path("slow.wav"), Wav{22050, 2, SF_FORMAT_PCM_16, make_samples(200, 16)});
   std::ofstream(path("bad.xml")) << "<kafxsp><sbs>\n"; // not well-formed
-  const std::string out = " " + path("never.wav"), io = " " + path("ok.wav") + out;
+  const std::string out = std::string(" ") += path("never.wav"), io = (std::string(" ") += path("ok.wav")) += out;
   const std::pair<std::string, int> cases[] = {
       {"", 2}, {"frobnicate", 2}, {"speaker", 2}, {"speaker --format 20" + io, 2}, {"speaker --block 0" + io, 2},
       {"speaker --bogus" + io, 2}, {"speaker --sbs 1,2,3" + io, 2}, {"speaker " + path("missing.wav") + out, 1},

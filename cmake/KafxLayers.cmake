@@ -1,0 +1,67 @@
+# Layers of the library: one object library per source folder.
+#
+# kafx_add_layer(<folder> [DEPENDS <lower folders>...] [EXCLUDE <file names>...])
+#   Globs <folder>/*.cpp (minus EXCLUDE) into the object library
+#   kafx_<folder>, which links the layers it DEPENDS on, and appends its
+#   objects to KAFX_LAYER_OBJECTS. A folder without sources adds nothing
+#   (the glob is re-checked at build time, so new files are picked up).
+#
+# kafx_layer_settings(<target> <visible private folders>...)
+#   The compile settings every library object shares, and its private include
+#   root: a folder in the build tree holding links to exactly the private
+#   folders the target may include from ("common/...", "<own folder>/...").
+
+set(KAFX_VIEW_ROOT ${CMAKE_BINARY_DIR}/layer_views)
+
+function(kafx_layer_view name)
+  set(view ${KAFX_VIEW_ROOT}/${name})
+  file(MAKE_DIRECTORY ${view})
+  foreach(folder ${ARGN})
+    if(NOT EXISTS ${view}/${folder})
+      file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${folder} ${view}/${folder} SYMBOLIC)
+    endif()
+  endforeach()
+endfunction()
+
+function(kafx_layer_settings target own)
+  kafx_layer_view(${own} ${own} ${ARGN})
+  target_include_directories(${target}
+    PUBLIC  $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>
+    PRIVATE ${KAFX_VIEW_ROOT}/${own})
+  target_include_directories(${target} SYSTEM PRIVATE ${ANDROID_LOG_INCLUDE_DIR})
+  target_compile_definitions(${target} PRIVATE KAFX_BUILDING_LIBRARY TIXML_USE_STL)
+  # Only the C interface is exported; internal helpers stay hidden.
+  set_target_properties(${target} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -fno-semantic-interposition)
+  if(KAFX_USE_LTO)
+    set_property(TARGET ${target} PROPERTY INTERPROCEDURAL_OPTIMIZATION ON)
+  endif()
+endfunction()
+
+function(kafx_add_layer folder)
+  cmake_parse_arguments(L "" "" "DEPENDS;EXCLUDE" ${ARGN})
+  file(GLOB src CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.cpp)
+  foreach(x ${L_EXCLUDE})
+    list(REMOVE_ITEM src ${CMAKE_SOURCE_DIR}/${folder}/${x})
+  endforeach()
+  if(NOT src)
+    return()
+  endif()
+  set(target kafx_${folder})
+  add_library(${target} OBJECT ${src})
+  if(folder STREQUAL "common")
+    kafx_layer_settings(${target} common)
+  else()
+    kafx_layer_settings(${target} ${folder} common)
+  endif()
+  foreach(dep ${L_DEPENDS})
+    if(TARGET kafx_${dep})
+      target_link_libraries(${target} PUBLIC kafx_${dep})
+    endif()
+  endforeach()
+  if(folder STREQUAL "speaker")
+    target_include_directories(${target} SYSTEM PRIVATE ${TINYXML_INCLUDE_DIR})
+  endif()
+  set(KAFX_LAYER_OBJECTS ${KAFX_LAYER_OBJECTS} $<TARGET_OBJECTS:${target}> PARENT_SCOPE)
+endfunction()
