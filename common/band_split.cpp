@@ -9,19 +9,19 @@
 #include <cstring>
 
 #include "common/biquad.h"
+#include "common/lifecycle.h"
 
 namespace {
 
 IIR_t* new_section(const int* coef) {
-  auto* f = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
-  IIR_init(f, coef);
+  auto* f = kafx::alloc_record<IIR_t>();
+  if (f != nullptr) IIR_init(f, coef);
   return f;
 }
 
 void delete_section(IIR_t*& f) {
-  IIR_end(f);
-  std::free(f);
-  f = nullptr;
+  if (f != nullptr) IIR_end(f);
+  kafx::free_null(f);
 }
 
 }  // namespace

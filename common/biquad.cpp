@@ -2,6 +2,8 @@
 // 32-bit (Q28) variants.
 #include "common/biquad.h"
 
+#include "common/lifecycle.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -124,10 +126,8 @@ extern "C" {
 void IIR_init(void* iir, const void* coef) {
   auto* f = static_cast<IIR_t*>(iir);
   f->status = 1;
-  f->coef = static_cast<int32_t*>(std::malloc(kWords));
-  std::memcpy(f->coef, coef, kWords);
-  f->state = static_cast<int32_t*>(std::malloc(kWords));
-  std::memset(f->state, 0, kWords);
+  f->coef = static_cast<int32_t*>(kafx::alloc_copy(coef, kWords));
+  f->state = static_cast<int32_t*>(kafx::alloc_zeroed(kWords));
 }
 
 void IIR_reinit(void* iir, const void* coef) {
@@ -140,10 +140,8 @@ void IIR_reset(void* iir) { std::memset(static_cast<IIR_t*>(iir)->state, 0, kWor
 
 void IIR_end(void* iir) {
   auto* f = static_cast<IIR_t*>(iir);
-  std::free(f->coef);
-  std::free(f->state);
-  f->coef = nullptr;
-  f->state = nullptr;
+  kafx::free_null(f->coef);
+  kafx::free_null(f->state);
 }
 
 void IIR_set_param(void* iir, const int* coef) { std::memcpy(static_cast<IIR_t*>(iir)->coef, coef, kWords); }

@@ -7,19 +7,15 @@
 
 #include "common/delay.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
 namespace {
 
-int32_t* alloc_words(int len) {
-  const size_t bytes = static_cast<size_t>(len) * sizeof(int32_t);
-  auto* p = static_cast<int32_t*>(std::malloc(bytes));
-  std::memset(p, 0, bytes);
-  return p;
+void clear_words(int32_t* p, int len) {
+  if (p != nullptr && len > 0) std::memset(p, 0, static_cast<size_t>(len) * sizeof(int32_t));
 }
-
-void clear_words(int32_t* p, int len) { std::memset(p, 0, static_cast<size_t>(len) * sizeof(int32_t)); }
 
 // One step of the damped comb at its loop position (kernel in delay.h).
 template <int S>
@@ -59,8 +55,7 @@ void audio_delay_reset(audio_delay* d) {
 }
 
 void audio_delay_end(audio_delay* d) {
-  std::free(d->buffer);
-  d->buffer = nullptr;
+  free_null(d->buffer);
   d->size = 0;
   d->delay = 0;
   d->index = 0;
@@ -93,8 +88,7 @@ void allpass_reset(allpass* a) {
 }
 
 void allpass_end(allpass* a) {
-  std::free(a->buffer);
-  a->buffer = nullptr;
+  free_null(a->buffer);
 }
 
 void allpass_setfeedback(allpass* a, int feedback) { a->feedback = feedback; }
@@ -127,8 +121,7 @@ void comb_reset(comber* c) {
 }
 
 void comb_end(comber* c) {
-  std::free(c->buffer);
-  c->buffer = nullptr;
+  free_null(c->buffer);
 }
 
 void comb_setfeedback(comber* c, int feedback) { c->feedback = feedback; }

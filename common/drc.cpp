@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -117,10 +118,9 @@ void dynamic_range_control_init(dynamic_range_control_t* d, int lookahead, int f
   d->lookahead = lookahead;
   d->frame_len = frame_len;
   clear_state(d);
-  d->gain_history = static_cast<int32_t*>(std::malloc(history_bytes(d)));
-  std::memset(d->gain_history, 0, history_bytes(d));
-  d->delay = static_cast<audio_delay*>(std::malloc(sizeof(audio_delay)));
-  audio_delay_init(d->delay, frame_len * lookahead);
+  d->gain_history = static_cast<int32_t*>(alloc_zeroed(history_bytes(d)));
+  d->delay = alloc_record<audio_delay>();
+  if (d->delay != nullptr) audio_delay_init(d->delay, frame_len * lookahead);
 }
 
 void dynamic_range_control_reinit(dynamic_range_control_t* d, int frame_len) {
@@ -136,11 +136,9 @@ void dynamic_range_control_reset(dynamic_range_control_t* d) {
 
 void dynamic_range_control_end(dynamic_range_control_t* d) {
   clear_state(d);
-  std::free(d->gain_history);
-  d->gain_history = nullptr;
-  audio_delay_end(d->delay);
-  std::free(d->delay);
-  d->delay = nullptr;
+  free_null(d->gain_history);
+  if (d->delay != nullptr) audio_delay_end(d->delay);
+  free_null(d->delay);
 }
 
 void dynamic_range_control_set_threshold(dynamic_range_control_t* d, int v) { d->threshold = v; }

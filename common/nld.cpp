@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -48,8 +49,7 @@ inline int32_t polynomial(const int32_t* c, int32_t x) {
 extern "C" {
 
 void NLD_init(NLD* n) {
-  n->coef = static_cast<int32_t*>(std::malloc(sizeof(kDefaultCoef)));
-  std::memcpy(n->coef, kDefaultCoef, sizeof(kDefaultCoef));
+  n->coef = static_cast<int32_t*>(alloc_copy(kDefaultCoef, sizeof(kDefaultCoef)));
   n->clip_flag = 1;
   n->clip_limit = kDefaultClip;
   n->clip_current = kDefaultClip;
@@ -60,8 +60,7 @@ void NLD_init(NLD* n) {
 void NLD_reset(NLD* n) { n->clip_current = kDefaultClip; }
 
 void NLD_end(NLD* n) {
-  std::free(n->coef);
-  n->coef = nullptr;
+  free_null(n->coef);
 }
 
 void NLD_set_clip_flag(NLD* n, int flag) { n->clip_flag = flag; }

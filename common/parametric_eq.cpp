@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "common/biquad.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -14,15 +15,14 @@ constexpr int kBands = PARAMETER_EQUALIZER_BANDS;
 constexpr int32_t kPassThrough[5] = {kQ28One, 0, 0, 0, 0};
 
 IIR_t* new_section() {
-  auto* s = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
-  IIR_init(s, kPassThrough);
+  auto* s = alloc_record<IIR_t>();
+  if (s != nullptr) IIR_init(s, kPassThrough);
   return s;
 }
 
 void free_section(IIR_t*& s) {
-  IIR_end(s);
-  std::free(s);
-  s = nullptr;
+  if (s != nullptr) IIR_end(s);
+  free_null(s);
 }
 
 void set_bands(IIR_t* const* sections, const int (*bands)[6]) {

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "speaker/sample_fifo.h"
 
 using namespace kafx;
@@ -113,14 +114,10 @@ void fifo_create(sample_fifo_t* f, int32_t width, int32_t capacity) {
   f->read_index = 0;
   f->write_index = 0;
   const size_t bytes = static_cast<size_t>(capacity) * (width == 16 ? 2 : 4);
-  f->data = std::malloc(bytes);
-  std::memset(f->data, 0, bytes);
+  f->data = alloc_zeroed(bytes);
 }
 
-void fifo_destroy(sample_fifo_t* f) {
-  std::free(f->data);
-  f->data = nullptr;
-}
+void fifo_destroy(sample_fifo_t* f) { free_null(f->data); }
 
 }  // namespace kafx
 
@@ -129,7 +126,10 @@ extern "C" {
 void* kafx_speaker_boost_init(unsigned int channels, unsigned int sample_rate, int format_type) {
   __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s: sample_rate %zu, format_type %d", "kafx_speaker_boost_init",
                       static_cast<size_t>(sample_rate), format_type);
-  auto* h = static_cast<kafx_speaker_boost_t*>(std::calloc(1, sizeof(kafx_speaker_boost_t)));
+  // Every allocation below is watched: if any fails, whatever was built is
+  // ended and freed and the caller gets a null handle.
+  const AllocWatch watch;
+  auto* h = alloc_record<kafx_speaker_boost_t>();
   if (h == nullptr) return nullptr;
   h->enable = 1;
   h->channels = channels;
@@ -139,17 +139,25 @@ void* kafx_speaker_boost_init(unsigned int channels, unsigned int sample_rate, i
   h->bytes_per_sample = h->format_type == 1 ? 2 : 4;
 
   kedo_speaker_boost_init(&h->chain);
+  if (watch.failed()) {
+    kafx_speaker_boost_deinit(h);
+    return nullptr;
+  }
   kedo_speaker_boost_set_sample_rate(&h->chain, sample_rate);
   h->chain.enable = h->enable;
 
   fifo_create(&h->in_left_fifo, h->bit_width, kBlock);
   fifo_create(&h->in_right_fifo, h->bit_width, kBlock);
-  h->work_left = static_cast<int32_t*>(std::malloc(kBlock * sizeof(int32_t)));
-  h->work_right = static_cast<int32_t*>(std::malloc(kBlock * sizeof(int32_t)));
-  h->work16_left = static_cast<int16_t*>(std::malloc(kBlock * sizeof(int16_t)));
-  h->work16_right = static_cast<int16_t*>(std::malloc(kBlock * sizeof(int16_t)));
+  h->work_left = alloc_words(kBlock);
+  h->work_right = alloc_words(kBlock);
+  h->work16_left = static_cast<int16_t*>(alloc_zeroed(kBlock * sizeof(int16_t)));
+  h->work16_right = static_cast<int16_t*>(alloc_zeroed(kBlock * sizeof(int16_t)));
   fifo_create(&h->out_left_fifo, h->bit_width, kBlock);
   fifo_create(&h->out_right_fifo, h->bit_width, kBlock);
+  if (watch.failed()) {
+    kafx_speaker_boost_deinit(h);
+    return nullptr;
+  }
   return h;
 }
 
@@ -162,12 +170,10 @@ void kafx_speaker_boost_deinit(void* handle) {
   if (handle == nullptr) return;
   auto* h = as_handle(handle);
   kedo_speaker_boost_end(&h->chain);
-  std::free(h->work_left);
-  std::free(h->work_right);
-  std::free(h->work16_left);
-  std::free(h->work16_right);
-  h->work_left = h->work_right = nullptr;
-  h->work16_left = h->work16_right = nullptr;
+  free_null(h->work_left);
+  free_null(h->work_right);
+  free_null(h->work16_left);
+  free_null(h->work16_right);
   fifo_destroy(&h->in_left_fifo);
   fifo_destroy(&h->in_right_fifo);
   fifo_destroy(&h->out_left_fifo);

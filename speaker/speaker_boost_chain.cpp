@@ -6,32 +6,13 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
 namespace {
 
 constexpr int kScratch = KEDO_SPEAKER_BOOST_MAX_BLOCK;
-
-template <typename T>
-T* alloc_record() {
-  return static_cast<T*>(std::malloc(sizeof(T)));
-}
-
-int32_t* alloc_scratch() {
-  auto* p = static_cast<int32_t*>(std::malloc(kScratch * sizeof(int32_t)));
-  std::memset(p, 0, kScratch * sizeof(int32_t));
-  return p;
-}
-
-SampleRateType rate_class(unsigned int rate) {
-  switch (rate) {
-    case 44100: return SAMPLE_RATE_44100;
-    case 96000: return SAMPLE_RATE_96000;
-    case 192000: return SAMPLE_RATE_192000;
-    default: return SAMPLE_RATE_48000;
-  }
-}
 
 inline bool stereo(const kedo_speaker_boost_t* c) { return c->channel_num == 2; }
 
@@ -43,19 +24,19 @@ void kedo_speaker_boost_init(kedo_speaker_boost_t* c) {
   c->enable = 0;
   c->channel_num = 2;
   c->rate_type = SAMPLE_RATE_48000;
+  // A record that cannot be allocated stays null (see common/lifecycle.h).
   c->p_eq = alloc_record<parameter_equalizer_t>();
-  parameter_equalizer_init(c->p_eq);
+  if (c->p_eq != nullptr) parameter_equalizer_init(c->p_eq);
   c->sbs = alloc_record<speaker_boost_system_t>();
-  speaker_boost_system_init(c->sbs);
+  if (c->sbs != nullptr) speaker_boost_system_init(c->sbs);
   c->cb = alloc_record<channel_balance_t>();
-  std::memset(c->cb, 0, sizeof(channel_balance_t));
-  channel_balance_init(c->cb);
-  c->work_left = alloc_scratch();
-  c->work_right = alloc_scratch();
+  if (c->cb != nullptr) channel_balance_init(c->cb);
+  c->work_left = alloc_words(kScratch);
+  c->work_right = alloc_words(kScratch);
 }
 
 void kedo_speaker_boost_set_sample_rate(kedo_speaker_boost_t* c, unsigned int rate) {
-  c->rate_type = rate_class(rate);
+  c->rate_type = rate_type_of(rate);
   speaker_boost_system_set_sample_rate(c->sbs, c->rate_type);
 }
 
@@ -65,19 +46,14 @@ void kedo_speaker_boost_reset(kedo_speaker_boost_t* c) {
 }
 
 void kedo_speaker_boost_end(kedo_speaker_boost_t* c) {
-  std::free(c->work_left);
-  std::free(c->work_right);
-  c->work_left = nullptr;
-  c->work_right = nullptr;
-  parameter_equalizer_end(c->p_eq);
-  std::free(c->p_eq);
-  c->p_eq = nullptr;
-  speaker_boost_system_end(c->sbs);
-  std::free(c->sbs);
-  c->sbs = nullptr;
-  channel_balance_end(c->cb);
-  std::free(c->cb);
-  c->cb = nullptr;
+  free_null(c->work_left);
+  free_null(c->work_right);
+  if (c->p_eq != nullptr) parameter_equalizer_end(c->p_eq);
+  free_null(c->p_eq);
+  if (c->sbs != nullptr) speaker_boost_system_end(c->sbs);
+  free_null(c->sbs);
+  if (c->cb != nullptr) channel_balance_end(c->cb);
+  free_null(c->cb);
 }
 
 void kedo_speaker_boost_set_channel_num(kedo_speaker_boost_t* c, int num) {

@@ -10,6 +10,7 @@
 #include "common/band_split_block.h"
 #include "common/biquad.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "speaker/speaker_boost_system_tables.h"
 
 using namespace kafx;
@@ -19,24 +20,6 @@ namespace {
 constexpr int kMaxBlock = SPEAKER_BOOST_SYSTEM_MAX_BLOCK;
 constexpr int kDefaultLookahead = 2;
 constexpr int kDefaultFrameLen = 960;
-
-template <typename T>
-T* alloc_record() {
-  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
-  std::memset(p, 0, sizeof(T));
-  return p;
-}
-
-int32_t* alloc_band() {
-  auto* p = static_cast<int32_t*>(std::malloc(kMaxBlock * sizeof(int32_t)));
-  std::memset(p, 0, kMaxBlock * sizeof(int32_t));
-  return p;
-}
-
-int rate_index(SampleRateType rate) {
-  const int r = static_cast<int>(rate);
-  return (r >= 0 && r <= 3) ? r : 1;
-}
 
 // The six crossovers in table order: split1..3 left, then split1..3 right.
 spectral_band_split** crossover(speaker_boost_system_t* s, int i) {
@@ -155,26 +138,27 @@ void speaker_boost_system_init(speaker_boost_system_t* s) {
   const auto& xo = sbs_tables::kCrossover48000;
   for (int i = 0; i < 6; ++i) {
     const int pair = i % 3;
-    *crossover(s, i) = alloc_record<spectral_band_split>();
-    spectral_band_split_init(*crossover(s, i), xo.coef[2 * pair], xo.coef[2 * pair + 1]);
+    // A record that cannot be allocated stays null (see common/lifecycle.h).
+    spectral_band_split* split = *crossover(s, i) = alloc_record<spectral_band_split>();
+    if (split != nullptr) spectral_band_split_init(split, xo.coef[2 * pair], xo.coef[2 * pair + 1]);
   }
   s->nld = alloc_record<NLD>();
-  NLD_init(s->nld);
+  if (s->nld != nullptr) NLD_init(s->nld);
   for (int i = 0; i < 3; ++i) {
-    *biquad_member(s, i) = alloc_record<IIR_t>();
-    IIR_init(*biquad_member(s, i), biquad_row(i == 0 ? 0 : 1, 1));
+    IIR_t* f = *biquad_member(s, i) = alloc_record<IIR_t>();
+    if (f != nullptr) IIR_init(f, biquad_row(i == 0 ? 0 : 1, 1));
   }
   s->lookahead = kDefaultLookahead;
   s->frame_len = kDefaultFrameLen;
   s->nld_delay_left = alloc_record<audio_delay>();
   s->nld_delay_right = alloc_record<audio_delay>();
-  audio_delay_init(s->nld_delay_left, s->lookahead * s->frame_len);
-  audio_delay_init(s->nld_delay_right, s->lookahead * s->frame_len);
+  if (s->nld_delay_left != nullptr) audio_delay_init(s->nld_delay_left, s->lookahead * s->frame_len);
+  if (s->nld_delay_right != nullptr) audio_delay_init(s->nld_delay_right, s->lookahead * s->frame_len);
   for (int i = 0; i < 8; ++i) {
-    *limiter(s, i) = alloc_record<dynamic_range_control_t>();
-    dynamic_range_control_init(*limiter(s, i), s->lookahead, s->frame_len);
+    dynamic_range_control_t* d = *limiter(s, i) = alloc_record<dynamic_range_control_t>();
+    if (d != nullptr) dynamic_range_control_init(d, s->lookahead, s->frame_len);
   }
-  for (int i = 0; i < 10; ++i) *band_buffer(s, i) = alloc_band();
+  for (int i = 0; i < 10; ++i) *band_buffer(s, i) = alloc_words(kMaxBlock);
 }
 
 void speaker_boost_system_set_sample_rate(speaker_boost_system_t* s, SampleRateType rate) {
@@ -202,33 +186,26 @@ void speaker_boost_system_reset(speaker_boost_system_t* s) {
 }
 
 void speaker_boost_system_end(speaker_boost_system_t* s) {
+  // Members an init could not allocate are null; they are skipped.
   for (int i = 0; i < 6; ++i) {
-    spectral_band_split_end(*crossover(s, i));
-    std::free(*crossover(s, i));
-    *crossover(s, i) = nullptr;
+    if (*crossover(s, i) != nullptr) spectral_band_split_end(*crossover(s, i));
+    free_null(*crossover(s, i));
   }
-  NLD_end(s->nld);
-  std::free(s->nld);
-  s->nld = nullptr;
+  if (s->nld != nullptr) NLD_end(s->nld);
+  free_null(s->nld);
   for (int i = 0; i < 3; ++i) {
-    IIR_end(*biquad_member(s, i));
-    std::free(*biquad_member(s, i));
-    *biquad_member(s, i) = nullptr;
+    if (*biquad_member(s, i) != nullptr) IIR_end(*biquad_member(s, i));
+    free_null(*biquad_member(s, i));
   }
-  audio_delay_end(s->nld_delay_left);
-  audio_delay_end(s->nld_delay_right);
-  std::free(s->nld_delay_left);
-  std::free(s->nld_delay_right);
-  s->nld_delay_left = s->nld_delay_right = nullptr;
+  if (s->nld_delay_left != nullptr) audio_delay_end(s->nld_delay_left);
+  if (s->nld_delay_right != nullptr) audio_delay_end(s->nld_delay_right);
+  free_null(s->nld_delay_left);
+  free_null(s->nld_delay_right);
   for (int i = 0; i < 8; ++i) {
-    dynamic_range_control_end(*limiter(s, i));
-    std::free(*limiter(s, i));
-    *limiter(s, i) = nullptr;
+    if (*limiter(s, i) != nullptr) dynamic_range_control_end(*limiter(s, i));
+    free_null(*limiter(s, i));
   }
-  for (int i = 0; i < 10; ++i) {
-    std::free(*band_buffer(s, i));
-    *band_buffer(s, i) = nullptr;
-  }
+  for (int i = 0; i < 10; ++i) free_null(*band_buffer(s, i));
 }
 
 void speaker_boost_system_setstatus(speaker_boost_system_t* s, int v) { s->status = v; }

@@ -41,6 +41,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "kafx_proc/speaker_boost.h"
 #include "speaker/speaker_config_parse.h"
 #include "speaker/speaker_config_xml.h"
@@ -70,6 +71,9 @@ void parse_section(const TiXmlElement* section, const ElementSlot (&table)[N], F
 // Loads `path` into *record. Returns 0, or -1 with *record untouched.
 int load_file(const char* operation, const char* path, kafx_sp_params_t* record) {
   SP_LOGD("%s: %s", operation, path);
+  // A value list that could not be copied would be skipped silently: any
+  // failed allocation fails the whole load.
+  const kafx::AllocWatch watch;
   TiXmlDocument doc;
   if (!load_config_document(path, &doc).ok) {
     SP_LOGE("LoadAudioConfig fail ");
@@ -88,6 +92,10 @@ int load_file(const char* operation, const char* path, kafx_sp_params_t* record)
     SP_LOGD("parse peq parameters:");
     for (const TiXmlElement* s = root->FirstChildElement("peq"); s != nullptr; s = s->NextSiblingElement("peq"))
       parse_section(s, kPeqElements, &flat);
+  }
+  if (watch.failed()) {
+    SP_LOGE("LoadAudioConfig fail ");
+    return -1;
   }
   from_flat(flat, record);
   return 0;
@@ -159,7 +167,7 @@ KAFX_API int kafx_speaker_boost_loadconfig(void* handle, const char* path) {
 KAFX_API void* kafx_speaker_boost_params_load_init(void) {
   // Zeroed, so a record dumped or applied before anything was loaded holds
   // defined values.
-  return std::calloc(1, sizeof(kafx_sp_params_t));
+  return kafx::alloc_record<kafx_sp_params_t>();
 }
 
 KAFX_API void kafx_speaker_boost_params_load_deinit(void* params) { std::free(params); }

@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "kafx_proc/speaker_boost.h"
 
 namespace kafx::spcfg {
@@ -124,11 +125,12 @@ bool scan_dec32(const char* s, int32_t* out);
 // Duplicates `text`, cuts it at every separator character (strsep) and calls
 // visit(index, token) for every token in order, the empty ones included.
 // Returns the number of tokens, or 0 when `text` is null or cannot be copied
-// (nothing is visited then).
+// (nothing is visited then; the failed allocation is counted, see
+// common/lifecycle.h, so a loader watching its allocations notices).
 template <class Visit>
 inline size_t for_each_token(const char* text, const char* separators, Visit&& visit) {
   if (text == nullptr) return 0;
-  char* copy = strdup(text);
+  char* copy = static_cast<char*>(alloc_copy(text, std::strlen(text) + 1));
   if (copy == nullptr) return 0;
   size_t n = 0;
   for (char* cursor = copy; cursor != nullptr; ++n) {

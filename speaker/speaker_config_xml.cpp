@@ -41,7 +41,7 @@ ReadStatus read_config_file(const char* path, char** data, size_t* size) {
   }
   // One byte beyond the size shows a file that grew while it was read.
   const size_t expected = static_cast<size_t>(st.st_size);
-  char* buf = static_cast<char*>(std::malloc(expected + 2));
+  char* buf = static_cast<char*>(alloc_zeroed(expected + 2));
   if (buf == nullptr) {
     close(fd);
     return ReadStatus::read_error;
