@@ -31,6 +31,7 @@
 #include "kafx_proc/speaker_boost.h"
 #include "kafx_proc/speaker_boost_chain.h"
 #include "kafx_proc/speaker_boost_system.h"
+#include "kafx_proc/spl.h"
 #include "kafx_proc/stereo_widening_system.h"
 #include "kafx_proc/virtual_bass_system.h"
 

@@ -96,25 +96,7 @@ void kedo_speaker_boost_sbs_get_nld_param(kedo_speaker_boost_t* c, int* coef) {
   speaker_boost_system_get_nld_param(c->sbs, coef);
 }
 
-// A limiter's five parameters go through the boost system's accessors, in
-// the order of drc_param_t.
-#define KEDO_SPEAKER_BOOST_DEFINE_DRC_(band, side)                                               \
-  void kedo_speaker_boost_sbs_set_drc_##band##_##side(kedo_speaker_boost_t* c, const drc_param_t* p) { \
-    speaker_boost_system_drc_##band##_##side##_set_attact_order(c->sbs, p->attact_order);           \
-    speaker_boost_system_drc_##band##_##side##_set_release_order(c->sbs, p->release_order);         \
-    speaker_boost_system_drc_##band##_##side##_set_threshold(c->sbs, p->threshold);                 \
-    speaker_boost_system_drc_##band##_##side##_set_volume(c->sbs, p->volume);                       \
-    speaker_boost_system_drc_##band##_##side##_set_denoise_threshold(c->sbs, p->denoise_threshold); \
-  }                                                                                                \
-  void kedo_speaker_boost_sbs_get_drc_##band##_##side(kedo_speaker_boost_t* c, drc_param_t* p) {   \
-    speaker_boost_system_drc_##band##_##side##_get_attact_order(c->sbs, &p->attact_order);          \
-    speaker_boost_system_drc_##band##_##side##_get_release_order(c->sbs, &p->release_order);        \
-    speaker_boost_system_drc_##band##_##side##_get_threshold(c->sbs, &p->threshold);                \
-    speaker_boost_system_drc_##band##_##side##_get_volume(c->sbs, &p->volume);                      \
-    speaker_boost_system_drc_##band##_##side##_get_denoise_threshold(c->sbs, &p->denoise_threshold); \
-  }
-SPEAKER_BOOST_SYSTEM_FOR_EACH_LIMITER(KEDO_SPEAKER_BOOST_DEFINE_DRC_)
-#undef KEDO_SPEAKER_BOOST_DEFINE_DRC_
+// The sixteen limiter accessors are in speaker_boost_chain_accessors.cpp.
 
 void kedo_speaker_boost_cb_setstatus(kedo_speaker_boost_t* c, int v) { c->cb->status = v; }
 void kedo_speaker_boost_cb_getstatus(kedo_speaker_boost_t* c, int* v) { *v = c->cb->status; }

@@ -219,19 +219,7 @@ void speaker_boost_system_get_channel_num(speaker_boost_system_t* s, int* v) { *
 void speaker_boost_system_set_nld_param(speaker_boost_system_t* s, int* coef) { IIR_set_param(s->nld_filter, coef); }
 void speaker_boost_system_get_nld_param(speaker_boost_system_t* s, int* coef) { IIR_get_param(s->nld_filter, coef); }
 
-// The 80 limiter accessors, generated from the band/side/parameter lists.
-#define SBS_DEFINE_DRC_ACCESSOR_(band, side, param)                                                 \
-  void speaker_boost_system_drc_##band##_##side##_set_##param(speaker_boost_system_t* s, int v) {   \
-    dynamic_range_control_set_##param(s->drc_##band##_##side, v);                                   \
-  }                                                                                                 \
-  void speaker_boost_system_drc_##band##_##side##_get_##param(speaker_boost_system_t* s, int* v) {  \
-    dynamic_range_control_get_##param(s->drc_##band##_##side, v);                                   \
-  }
-#define SBS_DEFINE_DRC_ACCESSORS_(band, side) \
-  SPEAKER_BOOST_SYSTEM_FOR_EACH_DRC_PARAM(SBS_DEFINE_DRC_ACCESSOR_, band, side)
-SPEAKER_BOOST_SYSTEM_FOR_EACH_LIMITER(SBS_DEFINE_DRC_ACCESSORS_)
-#undef SBS_DEFINE_DRC_ACCESSORS_
-#undef SBS_DEFINE_DRC_ACCESSOR_
+// The 80 limiter accessors are in speaker_boost_system_accessors.cpp.
 
 // Blocks longer than the band buffers are processed in consecutive chunks of
 // at most 256 samples (each chunk is one limiter block).

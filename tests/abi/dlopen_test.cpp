@@ -1,14 +1,22 @@
 // The library as an audio service sees it: loaded with dlopen by its plain
-// name, every interface name resolved with dlsym, internal helpers hidden,
-// and the speaker product driven through the resolved entry points alone.
+// name, every name of the export list (cmake/kafx_proc.map) resolved with
+// dlsym and declared in a public header, internal helpers hidden, and the
+// speaker product driven through the resolved entry points alone.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cctype>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,72 +47,52 @@ class Library : public testing::Test {
 void* Library::handle_ = nullptr;
 std::string Library::error_;
 
+std::string source_dir() {
+  const char* root = std::getenv("KAFX_SOURCE_DIR");
+  return root != nullptr ? root : KAFX_SOURCE_DIR_DEFAULT;
+}
+
+std::string slurp(const std::filesystem::path& p) {
+  std::ifstream f(p, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+// The exported names: the `name;` lines of the global part of the linker
+// version script, the one list the build links with.
 std::vector<std::string> interface_names() {
-  std::vector<std::string> n = {
-      "sqrt_fixed", "sqrtFxQ16", "exp_fixed", "log_fixed", "complex_init", "complex_setvalue", "complex_end",
-      "complex_add", "complex_sub", "complex_mul", "complex_getpower", "complex_swap",
-      "IIR_init", "IIR_reinit", "IIR_reset", "IIR_end", "IIR_set_param", "IIR_get_param", "IIR_set_status",
-      "IIR_get_status", "IIR_process_16", "IIR_process_32",
-      "audio_delay_init", "audio_delay_reinit", "audio_delay_set_delay", "audio_delay_get_delay",
-      "audio_delay_reset", "audio_delay_end", "audio_delay_process", "allpass_init", "allpass_reset",
-      "allpass_end", "allpass_setfeedback", "allpass_getfeedback", "allpass_process", "comb_init", "comb_reset",
-      "comb_end", "comb_setfeedback", "comb_setsetdamp", "comb_process_16", "comb_process_24", "iircomber_init",
-      "iircomber_reset", "iircomber_setdelay", "iircomber_getdelay", "iircomber_setfeedback",
-      "iircomber_getfeedback", "iircomber_process",
-      "spectral_band_split_init", "spectral_band_split_reinit", "spectral_band_split_reset",
-      "spectral_band_split_end", "spectral_band_split_process", "NLD_init", "NLD_reset", "NLD_end",
-      "NLD_set_clip_flag", "NLD_get_clip_flag", "NLD_set_clip_level", "NLD_get_clip_level", "clip_process",
-      "multiplier_process", "NLD_process",
-      "dynamic_range_control_init", "dynamic_range_control_reinit", "dynamic_range_control_reset",
-      "dynamic_range_control_end", "dynamic_range_control_process",
-      "parameter_equalizer_init", "parameter_equalizer_reset", "parameter_equalizer_end",
-      "parameter_equalizer_setstatus", "parameter_equalizer_getstatus", "parameter_equalizer_set_gain_left",
-      "parameter_equalizer_get_gain_left", "parameter_equalizer_set_gain_right",
-      "parameter_equalizer_get_gain_right", "parameter_equalizer_setparameter_left",
-      "parameter_equalizer_setparameter_right", "parameter_equalizer_getparameter_left",
-      "parameter_equalizer_getparameter_right", "parameter_equalizer_process_stereo",
-      "parameter_equalizer_process_mono",
-      "channel_balance_init", "channel_balance_end", "channel_balance_reset", "channel_balance_setstatus",
-      "channel_balance_getstatus", "channel_balance_set_channel_ration", "channel_balance_get_channel_ration",
-      "channel_balance_set_channel_num", "channel_balance_get_channel_num", "channel_balance_process_stereo",
-      "channel_balance_process_mono",
-      "speaker_boost_system_init", "speaker_boost_system_set_sample_rate", "speaker_boost_system_reset",
-      "speaker_boost_system_end", "speaker_boost_system_setstatus", "speaker_boost_system_getstatus",
-      "speaker_boost_system_set_nld_gain_left", "speaker_boost_system_get_nld_gain_left",
-      "speaker_boost_system_set_nld_gain_right", "speaker_boost_system_get_nld_gain_right",
-      "speaker_boost_system_set_channel_num", "speaker_boost_system_get_channel_num",
-      "speaker_boost_system_set_nld_param", "speaker_boost_system_get_nld_param",
-      "speaker_boost_system_process_stereo", "speaker_boost_system_process_mono",
-      "kedo_speaker_boost_init", "kedo_speaker_boost_set_sample_rate", "kedo_speaker_boost_reset",
-      "kedo_speaker_boost_end", "kedo_speaker_boost_set_channel_num", "kedo_speaker_boost_core_process",
-      "kedo_speaker_boost_process_16", "kedo_speaker_boost_process_24", "kedo_speaker_boost_process_v2",
-      "kafx_speaker_boost_init", "kafx_speaker_boost_reset", "kafx_speaker_boost_deinit",
-      "kafx_speaker_boost_set_enable", "kafx_speaker_boost_get_enable", "kafx_speaker_boost_process",
-      "kafx_speaker_boost_loadconfig", "kafx_speaker_boost_params_load_init",
-      "kafx_speaker_boost_params_load_deinit", "kafx_speaker_boost_params_load_config",
-      "kafx_speaker_boost_params_update", "kafx_speaker_boost_update_sbs_params",
-      "kafx_speaker_boost_update_peq_params", "kafx_speaker_boost_parse_sbs_params",
-      "kafx_speaker_boost_parse_peq_params", "kafx_speaker_boost_dump_params"};
-  for (const char* p : {"threshold", "attact_order", "release_order", "volume", "denoise_threshold"})
-    for (const char* io : {"set", "get"}) n.push_back(std::string("dynamic_range_control_") + io + "_" + p);
-  for (const char* pair : {"p_eq_setstatus", "p_eq_getstatus", "p_eq_set_gain_left", "p_eq_get_gain_left",
-                           "p_eq_set_gain_right", "p_eq_get_gain_right", "p_eq_setparameter_left",
-                           "p_eq_getparameter_left", "p_eq_setparameter_right", "p_eq_getparameter_right",
-                           "sbs_setstatus", "sbs_getstatus", "sbs_set_nld_gain_left", "sbs_get_nld_gain_left",
-                           "sbs_set_nld_gain_right", "sbs_get_nld_gain_right", "sbs_set_channel_num",
-                           "sbs_get_channel_num", "sbs_set_nld_param", "sbs_get_nld_param", "cb_setstatus",
-                           "cb_getstatus", "cb_set_channel_ration", "cb_get_channel_ration",
-                           "cb_set_channel_num", "cb_get_channel_num"})
-    n.push_back(std::string("kedo_speaker_boost_") + pair);
-  for (const char* band : {"low", "mid", "high", "full"})
-    for (const char* side : {"left", "right"}) {
-      for (const char* io : {"set", "get"})
-        n.push_back(std::string("kedo_speaker_boost_sbs_") + io + "_drc_" + band + "_" + side);
-      for (const char* p : {"attact_order", "release_order", "threshold", "denoise_threshold", "volume"})
-        for (const char* io : {"set", "get"})
-          n.push_back(std::string("speaker_boost_system_drc_") + band + "_" + side + "_" + io + "_" + p);
-    }
-  return n;
+  std::istringstream map(slurp(std::filesystem::path(source_dir()) / "cmake/kafx_proc.map"));
+  std::vector<std::string> names;
+  bool global = false;
+  for (std::string line; std::getline(map, line);) {
+    const auto first = line.find_first_not_of(" \t");
+    if (first == std::string::npos) continue;
+    line = line.substr(first);
+    if (line.rfind("global:", 0) == 0) global = true;
+    else if (line.rfind("local:", 0) == 0) global = false;
+    else if (global && line.back() == ';' && line.find_first_of(" */") == std::string::npos)
+      names.push_back(line.substr(0, line.size() - 1));
+  }
+  return names;
+}
+
+// Every public header, concatenated.
+std::string public_headers() {
+  std::string all;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(std::filesystem::path(source_dir()) / "include"))
+    if (e.path().extension() == ".h") all += slurp(e.path()) + "\n";
+  return all;
+}
+
+bool is_ident(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+
+// `name` as a whole word of `text`.
+bool mentions(const std::string& text, const std::string& name) {
+  for (size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + 1)) {
+    const bool left = at == 0 || !is_ident(text[at - 1]);
+    const bool right = at + name.size() == text.size() || !is_ident(text[at + name.size()]);
+    if (left && right) return true;
+  }
+  return false;
 }
 
 TEST_F(Library, LoadsByPlainNameWithItsLogDependency) {
@@ -120,10 +108,33 @@ TEST_F(Library, ExportsEveryInterfaceNameAndHidesInternals) {
   ASSERT_NE(handle_, nullptr) << error_;
   const auto names = interface_names();
   EXPECT_GE(names.size(), 260u);
-  for (const auto& n : names) EXPECT_NE(dlsym(handle_, n.c_str()), nullptr) << n;
+  const std::string headers = public_headers();
+  std::set<std::string> seen;
+  for (const auto& n : names) {
+    EXPECT_TRUE(seen.insert(n).second) << n << " listed twice";
+    EXPECT_NE(dlsym(handle_, n.c_str()), nullptr) << n << " does not resolve";
+    EXPECT_TRUE(mentions(headers, n)) << n << " is exported but declared in no public header";
+  }
   // Internal C++ helpers stay private to the library.
   EXPECT_EQ(dlsym(handle_, "_ZN4kafx7div_q15Ess"), nullptr);
   EXPECT_EQ(dlsym(handle_, "_ZN4kafx11fifo_createEP13sample_fifo_tii"), nullptr);
+}
+
+// include/kafx_proc.h includes every public header of include/kafx_proc/.
+TEST(PublicHeaders, UmbrellaIncludesEveryHeader) {
+  const std::filesystem::path include = std::filesystem::path(source_dir()) / "include";
+  const std::string umbrella = slurp(include / "kafx_proc.h");
+  int headers = 0;
+  for (const auto& e : std::filesystem::directory_iterator(include / "kafx_proc")) {
+    if (e.path().extension() != ".h") continue;
+    ++headers;
+    const std::string line = "#include \"kafx_proc/" + e.path().filename().string() + "\"";
+    // The export macros come in with every other header.
+    if (e.path().filename() != "kafx_export.h") {
+      EXPECT_NE(umbrella.find(line), std::string::npos) << line;
+    }
+  }
+  EXPECT_GE(headers, 10);
 }
 
 TEST_F(Library, SpeakerProductThroughResolvedNames) {
