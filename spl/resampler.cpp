@@ -3,12 +3,17 @@
 //
 // Block rules follow from the fixed-ratio resamplers' 10 ms blocks (for
 // example 16 -> 48 consumes 160 samples at a time, so 1:6, which doubles
-// first, needs multiples of 80). Intermediate signals live in scratch that
-// each call allocates and frees.
+// first, needs multiples of 80). A call never allocates: the intermediate
+// signal of a two- or three-stage mode lives in a stack buffer, and long
+// inputs go through the chain in chunks (a whole number of the mode's blocks
+// each). Every stage carries its state from one sample to the next and the
+// fixed-ratio stages work block by block, so chunking gives exactly the
+// output and state of one pass over the whole input.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "kafx_proc/spl.h"
 #include "spl/spl_internal.h"
 
@@ -88,73 +93,68 @@ constexpr ModeEntry kModes[21] = {
 
 int* new_state(int words) {
   if (words == 0) return nullptr;
-  int* p = static_cast<int*>(std::malloc(sizeof(int) * static_cast<size_t>(words)));
-  std::memset(p, 0, sizeof(int) * static_cast<size_t>(words));
-  return p;
+  return static_cast<int*>(kafx::alloc_zeroed(sizeof(int) * static_cast<size_t>(words)));
 }
 
-int32_t* scratch_words(int words) {
-  return static_cast<int32_t*>(std::malloc(sizeof(int32_t) * static_cast<size_t>(words)));
-}
-
-int16_t* scratch_samples(int64_t n) {
-  return static_cast<int16_t*>(std::malloc(sizeof(int16_t) * static_cast<size_t>(n > 0 ? n : 1)));
-}
-
-// Block-wise drivers of the fixed-ratio resamplers over n input samples.
+// Block-wise drivers of the fixed-ratio resamplers over n input samples; the
+// stated scratch of each lives on the stack for the call.
 void run_16_to_48(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k16To48Scratch);
+  int32_t mem[k16To48Scratch];
   for (int64_t i = 0; i < n; i += 160) {
     kedoSpl_Resample16khzTo48khz(in + i, out + 3 * i,
                                  reinterpret_cast<kedoSpl_State16khzTo48khz*>(st), mem);
   }
-  std::free(mem);
 }
 
 void run_48_to_16(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k48To16Scratch);
+  int32_t mem[k48To16Scratch];
   for (int64_t i = 0; i < n; i += 480) {
     kedoSpl_Resample48khzTo16khz(in + i, out + i / 3,
                                  reinterpret_cast<kedoSpl_State48khzTo16khz*>(st), mem);
   }
-  std::free(mem);
 }
 
 void run_8_to_22(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k8To22Scratch);
+  int32_t mem[k8To22Scratch];
   for (int64_t i = 0; i < n; i += 80) {
     kedoSpl_Resample8khzTo22khz(in + i, out + i * 11 / 4,
                                 reinterpret_cast<kedoSpl_State8khzTo22khz*>(st), mem);
   }
-  std::free(mem);
 }
 
 void run_16_to_22(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k16To22Scratch);
+  int32_t mem[k16To22Scratch];
   for (int64_t i = 0; i < n; i += 160) {
     kedoSpl_Resample16khzTo22khz(in + i, out + i * 11 / 8,
                                  reinterpret_cast<kedoSpl_State16khzTo22khz*>(st), mem);
   }
-  std::free(mem);
 }
 
 void run_22_to_16(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k22To16Scratch);
+  int32_t mem[k22To16Scratch];
   for (int64_t i = 0; i < n; i += 220) {
     kedoSpl_Resample22khzTo16khz(in + i, out + i * 8 / 11,
                                  reinterpret_cast<kedoSpl_State22khzTo16khz*>(st), mem);
   }
-  std::free(mem);
 }
 
 void run_22_to_8(const int16_t* in, int64_t n, int16_t* out, int* st) {
-  int32_t* mem = scratch_words(k22To8Scratch);
+  int32_t mem[k22To8Scratch];
   for (int64_t i = 0; i < n; i += 220) {
     kedoSpl_Resample22khzTo8khz(in + i, out + i * 4 / 11,
                                 reinterpret_cast<kedoSpl_State22khzTo8khz*>(st), mem);
   }
-  std::free(mem);
 }
+
+// Input samples per pass through a mode's chain, a whole number of its
+// blocks (and of four samples, for 4:1's two halvings), chosen so that the
+// intermediate signal fits kTmpSamples; 0 for the single-stage modes, which
+// run on the whole input at once.
+constexpr int kTmpSamples = 1920;
+constexpr int kChunk[21] = {0, 0, 0, 480, 480, 480, 480, 480, 0, 0, 440, 440,
+                            0, 0, 480, 480, 480, 480, 440, 0, 0};
+static_assert(kChunk[k1To12] * 4 <= kTmpSamples && kChunk[k2To3] * 3 <= kTmpSamples);
+static_assert(kChunk[k1To4] * 2 <= kTmpSamples && kChunk[k3To2] * 2 <= kTmpSamples);
 
 // Lengths handed to the by-2 stages are plain ints here; block lengths
 // that fit the caller's int in_len always fit.
@@ -189,6 +189,17 @@ void Resampler_config(Resampler_t* r, int in_rate, int out_rate) {
   r->stage1_state = new_state(kModes[mode].words[0]);
   r->stage2_state = new_state(kModes[mode].words[1]);
   r->stage3_state = new_state(kModes[mode].words[2]);
+  // A state that could not be allocated: keep none, so that the record
+  // holds nothing to free and every Resampler_proc on it returns -1.
+  const int* const states[3] = {r->stage1_state, r->stage2_state, r->stage3_state};
+  for (int k = 0; k < 3; ++k) {
+    if (kModes[mode].words[k] != 0 && states[k] == nullptr) {
+      kafx::free_null(r->stage1_state);
+      kafx::free_null(r->stage2_state);
+      kafx::free_null(r->stage3_state);
+      return;
+    }
+  }
 }
 
 int Resampler_proc(Resampler_t* r, const short* in, int in_len, short* out, int max_out_len,
@@ -215,119 +226,121 @@ int Resampler_proc(Resampler_t* r, const short* in, int in_len, short* out, int 
   int* s1 = r->stage1_state;
   int* s2 = r->stage2_state;
   int* s3 = r->stage3_state;
-  int16_t* tmp = nullptr;
-  switch (mode) {
-    case k1To2:
-      upsample_by2(in, ilen(n), out, s1);
-      break;
-    case k1To3:
-      run_16_to_48(in, n, out, s1);
-      break;
-    case k1To4:
-      tmp = scratch_samples(2 * n);
-      upsample_by2(in, ilen(n), tmp, s1);
-      upsample_by2(tmp, ilen(2 * n), out, s2);
-      break;
-    case k1To6:
-      tmp = scratch_samples(2 * n);
-      upsample_by2(in, ilen(n), tmp, s1);
-      run_16_to_48(tmp, 2 * n, out, s2);
-      break;
-    case k1To12:
-      // The doubled signal is staged in the caller's output block.
-      tmp = scratch_samples(4 * n);
-      upsample_by2(in, ilen(n), out, s1);
-      upsample_by2(out, ilen(2 * n), tmp, s2);
-      run_16_to_48(tmp, 4 * n, out, s3);
-      break;
-    case k2To3:
-      tmp = scratch_samples(3 * n);
-      run_16_to_48(in, n, tmp, s1);
-      downsample_by2(tmp, ilen(3 * n), out, s2);
-      break;
-    case k2To11:
-      tmp = scratch_samples(2 * n);
-      upsample_by2(in, ilen(n), tmp, s1);
-      run_8_to_22(tmp, 2 * n, out, s2);
-      break;
-    case k4To11:
-      run_8_to_22(in, n, out, s1);
-      break;
-    case k8To11:
-      run_16_to_22(in, n, out, s1);
-      break;
-    case k11To16:
-      tmp = scratch_samples(2 * n);
-      upsample_by2(in, ilen(n), tmp, s1);
-      run_22_to_16(tmp, 2 * n, out, s2);
-      break;
-    case k11To32:
-      // The 22 kHz signal is staged in the caller's output block, which is
-      // larger (32/11 of the input) than it.
-      tmp = scratch_samples(n * 16 / 11);
-      upsample_by2(in, ilen(n), out, s1);
-      run_22_to_16(out, 2 * n, tmp, s2);
-      upsample_by2(tmp, ilen(n * 16 / 11), out, s3);
-      break;
-    case k2To1:
-      downsample_by2(in, ilen(n), out, s1);
-      break;
-    case k3To1:
-      run_48_to_16(in, n, out, s1);
-      break;
-    case k4To1:
-      tmp = scratch_samples(n / 2);
-      downsample_by2(in, ilen(n), tmp, s1);
-      downsample_by2(tmp, ilen(n / 2), out, s2);
-      break;
-    case k6To1:
-      tmp = scratch_samples(n / 3);
-      run_48_to_16(in, n, tmp, s1);
-      downsample_by2(tmp, ilen(n / 3), out, s2);
-      break;
-    case k12To1:
-      tmp = scratch_samples(n / 3);
-      run_48_to_16(in, n, tmp, s1);
-      downsample_by2(tmp, ilen(n / 3), tmp, s2);  // in place: each output follows its inputs
-      downsample_by2(tmp, ilen(n / 6), out, s3);
-      break;
-    case k3To2:
-      tmp = scratch_samples(2 * n);
-      upsample_by2(in, ilen(n), tmp, s1);
-      if ((2 * n) % 480 != 0) {
-        std::free(tmp);
-        return -1;
-      }
-      run_48_to_16(tmp, 2 * n, out, s2);
-      break;
-    case k11To2:
-      tmp = scratch_samples(n * 4 / 11);
-      run_22_to_8(in, n, tmp, s1);
-      downsample_by2(tmp, ilen(n * 4 / 11), out, s2);
-      break;
-    case k11To4:
-      run_22_to_8(in, n, out, s1);
-      break;
-    case k11To8:
-      run_22_to_16(in, n, out, s1);
-      break;
-    default:
-      break;
+  // A configuration that could not allocate its states leaves them null.
+  const int* const need[3] = {s1, s2, s3};
+  for (int k = 0; k < 3; ++k)
+    if (kModes[mode].words[k] != 0 && need[k] == nullptr) return -1;
+
+  // 3:2 finds a length off its block rule only after the first stage has
+  // consumed the input: run that stage, drop its output, refuse the call.
+  int16_t tmp[kTmpSamples];
+  if (mode == k3To2 && (2 * n) % 480 != 0) {
+    for (int64_t i = 0; i < n; i += kTmpSamples / 2) {
+      const int64_t c = n - i < kTmpSamples / 2 ? n - i : kTmpSamples / 2;
+      upsample_by2(in + i, ilen(c), tmp, s1);
+    }
+    return -1;
   }
-  std::free(tmp);
+
+  const int64_t chunk = kChunk[mode] > 0 ? kChunk[mode] : (n > 0 ? n : 1);
+  for (int64_t i = 0; i < n; i += chunk) {
+    const int64_t c = n - i < chunk ? n - i : chunk;
+    const int16_t* ci = in + i;
+    int16_t* co = out + i * kModes[mode].out / kModes[mode].in;
+    switch (mode) {
+      case k1To2:
+        upsample_by2(ci, ilen(c), co, s1);
+        break;
+      case k1To3:
+        run_16_to_48(ci, c, co, s1);
+        break;
+      case k1To4:
+        upsample_by2(ci, ilen(c), tmp, s1);
+        upsample_by2(tmp, ilen(2 * c), co, s2);
+        break;
+      case k1To6:
+        upsample_by2(ci, ilen(c), tmp, s1);
+        run_16_to_48(tmp, 2 * c, co, s2);
+        break;
+      case k1To12:
+        // The doubled signal is staged in the caller's output block.
+        upsample_by2(ci, ilen(c), co, s1);
+        upsample_by2(co, ilen(2 * c), tmp, s2);
+        run_16_to_48(tmp, 4 * c, co, s3);
+        break;
+      case k2To3:
+        run_16_to_48(ci, c, tmp, s1);
+        downsample_by2(tmp, ilen(3 * c), co, s2);
+        break;
+      case k2To11:
+        upsample_by2(ci, ilen(c), tmp, s1);
+        run_8_to_22(tmp, 2 * c, co, s2);
+        break;
+      case k4To11:
+        run_8_to_22(ci, c, co, s1);
+        break;
+      case k8To11:
+        run_16_to_22(ci, c, co, s1);
+        break;
+      case k11To16:
+        upsample_by2(ci, ilen(c), tmp, s1);
+        run_22_to_16(tmp, 2 * c, co, s2);
+        break;
+      case k11To32:
+        // The 22 kHz signal is staged in the caller's output block, which is
+        // larger (32/11 of the input) than it.
+        upsample_by2(ci, ilen(c), co, s1);
+        run_22_to_16(co, 2 * c, tmp, s2);
+        upsample_by2(tmp, ilen(c * 16 / 11), co, s3);
+        break;
+      case k2To1:
+        downsample_by2(ci, ilen(c), co, s1);
+        break;
+      case k3To1:
+        run_48_to_16(ci, c, co, s1);
+        break;
+      case k4To1:
+        downsample_by2(ci, ilen(c), tmp, s1);
+        downsample_by2(tmp, ilen(c / 2), co, s2);
+        break;
+      case k6To1:
+        run_48_to_16(ci, c, tmp, s1);
+        downsample_by2(tmp, ilen(c / 3), co, s2);
+        break;
+      case k12To1:
+        run_48_to_16(ci, c, tmp, s1);
+        downsample_by2(tmp, ilen(c / 3), tmp, s2);  // in place: each output follows its inputs
+        downsample_by2(tmp, ilen(c / 6), co, s3);
+        break;
+      case k3To2:
+        upsample_by2(ci, ilen(c), tmp, s1);
+        run_48_to_16(tmp, 2 * c, co, s2);
+        break;
+      case k11To2:
+        run_22_to_8(ci, c, tmp, s1);
+        downsample_by2(tmp, ilen(c * 4 / 11), co, s2);
+        break;
+      case k11To4:
+        run_22_to_8(ci, c, co, s1);
+        break;
+      case k11To8:
+        run_22_to_16(ci, c, co, s1);
+        break;
+      default:
+        break;
+    }
+  }
   *out_len = static_cast<int>(produced);
   return 0;
 }
 
 // Frees what is set and nulls the pointers, so a second delete is harmless.
 void Resampler_delete(Resampler_t* r) {
-  std::free(r->stage1_state);
-  std::free(r->stage2_state);
-  std::free(r->stage3_state);
-  std::free(r->spare_buffer_a);
-  std::free(r->spare_buffer_b);
-  r->stage1_state = r->stage2_state = r->stage3_state = nullptr;
-  r->spare_buffer_a = r->spare_buffer_b = nullptr;
+  kafx::free_null(r->stage1_state);
+  kafx::free_null(r->stage2_state);
+  kafx::free_null(r->stage3_state);
+  kafx::free_null(r->spare_buffer_a);
+  kafx::free_null(r->spare_buffer_b);
 }
 
 }  // extern "C"

@@ -17,7 +17,8 @@
  *
  * Buffers handed to one stage must not overlap unless stated otherwise.
  * All routines are integer only and keep no global state; only
- * Resampler_config and Resampler_proc allocate (states, per-call scratch).
+ * Resampler_config allocates (the stage states). Resampler_proc never
+ * allocates: its intermediate signals live on the stack (under 6 KiB).
  */
 #ifndef KAFX_PROC_SPL_H
 #define KAFX_PROC_SPL_H
@@ -107,11 +108,13 @@ KAFX_API void Resampler_init(Resampler_t* r);
 /* Zero the record, reduce in_rate:out_rate by their gcd, pick the mode and
  * allocate and reset its stage states. Unsupported pairs (and rates that are
  * not positive) become mode 0, a plain copy. Frees nothing: call once after
- * Resampler_init. */
+ * Resampler_init. When a state cannot be allocated, none is kept (the mode
+ * stays set) and every Resampler_proc on the record returns -1. */
 KAFX_API void Resampler_config(Resampler_t* r, int in_rate, int out_rate);
 /* Convert one block. 0 on success (output length through out_len), -1 when
  * the output would exceed max_out_len (checked first) or in_len does not
- * suit the mode's block size (or is negative); on -1 nothing is written (the
+ * suit the mode's block size (or is negative) or the mode's states are
+ * missing (a failed Resampler_config); on -1 nothing is written (the
  * 3:2 mode checks its block size only after its first stage has run on the
  * input). Mode 0 copies in_len samples whatever max_out_len says; a stored
  * mode above 20 returns 0 and writes nothing. */
