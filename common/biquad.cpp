@@ -16,17 +16,8 @@ constexpr size_t kWords = 5 * sizeof(int32_t);
 namespace kafx {
 namespace {
 
-// Block kernel in two passes per chunk: the feed-forward half has no
-// feedback and runs across the chunk (it vectorises where the machine has
-// wide 32x32->64 multiplies); the feedback half then runs sample by sample.
-constexpr int kChunk = 64;
-
-struct Chunk {
-  int64_t ff[kChunk];
-  int32_t x[kChunk + 2];  // x[n-2], x[n-1], then the chunk's inputs x 32
-};
-
-KAFX_MULTIVERSION void feed_forward(const Biquad32Kernel& k, const int32_t* in, int n, Chunk* c) {
+[[gnu::always_inline]] inline void biquad_feed_forward_chunk_body(const Biquad32Kernel& k, const int32_t* in, int n,
+                                                                   BiquadChunk* c) {
   c->x[0] = k.x2;
   c->x[1] = k.x1;
   for (int j = 0; j < n; ++j) c->x[j + 2] = shl_sat<5>(in[j]);
@@ -34,6 +25,13 @@ KAFX_MULTIVERSION void feed_forward(const Biquad32Kernel& k, const int32_t* in, 
     c->ff[j] = biquad_feed_forward(k.b0, k.b1, k.b2, c->x[j + 2], c->x[j + 1], c->x[j]);
   }
 }
+
+}  // namespace
+
+KAFX_KERNEL_VARIANTS(void, biquad_feed_forward_chunk,
+                     (const Biquad32Kernel& k, const int32_t* in, int n, BiquadChunk* c), (k, in, n, c))
+
+namespace {
 
 // N independent sections (N = 1, 2 or 4) over N buffers in one loop. The
 // feedback recursion is latency-bound; interleaving N of them keeps the
@@ -52,10 +50,10 @@ void run_interleaved(IIR_t* const* f, int32_t* const* buf, int n) {
   int32_t y1_1 = k[N > 1 ? 1 : 0].y1, y2_1 = k[N > 1 ? 1 : 0].y2;
   int32_t y1_2 = k[N > 2 ? 2 : 0].y1, y2_2 = k[N > 2 ? 2 : 0].y2;
   int32_t y1_3 = k[N > 3 ? 3 : 0].y1, y2_3 = k[N > 3 ? 3 : 0].y2;
-  Chunk c[N];
-  for (int done = 0; done < n; done += kChunk) {
-    const int m = n - done < kChunk ? n - done : kChunk;
-    for (int s = 0; s < N; ++s) feed_forward(k[s], buf[s] + done, m, &c[s]);
+  BiquadChunk c[N];
+  for (int done = 0; done < n; done += kBiquadChunk) {
+    const int m = n - done < kBiquadChunk ? n - done : kBiquadChunk;
+    for (int s = 0; s < N; ++s) biquad_feed_forward_chunk(k[s], buf[s] + done, m, &c[s]);
     int32_t* o0 = buf[0] + done;
     int32_t* o1 = buf[N > 1 ? 1 : 0] + done;
     int32_t* o2 = buf[N > 2 ? 2 : 0] + done;

@@ -3,6 +3,7 @@
 #ifndef KAFX_COMMON_BIQUAD_H
 #define KAFX_COMMON_BIQUAD_H
 
+#include "common/dispatch.h"
 #include "common/fixed_point.h"
 #include "kafx_proc/biquad.h"
 
@@ -78,6 +79,22 @@ inline int32_t biquad_run32(IIR_t* f, int32_t x) {
   k.store(f, x0);
   return y;
 }
+
+// Block kernel in two passes per chunk: the feed-forward half has no
+// feedback and runs across the chunk (it vectorises where the machine has
+// wide 32x32->64 multiplies); the feedback half then runs sample by sample.
+inline constexpr int kBiquadChunk = 64;
+
+struct BiquadChunk {
+  int64_t ff[kBiquadChunk];      // feed-forward sums of the chunk's samples
+  int32_t x[kBiquadChunk + 2];   // x[n-2], x[n-1], then the chunk's inputs x 32
+};
+
+// The feed-forward pass over n <= kBiquadChunk samples of `in`, from the
+// input history in k; built per instruction set (common/dispatch.h).
+void biquad_feed_forward_chunk(const Biquad32Kernel& k, const int32_t* in, int n, BiquadChunk* c);
+using BiquadFeedForwardChunk = void (*)(const Biquad32Kernel& k, const int32_t* in, int n, BiquadChunk* c);
+extern const KernelVariants<BiquadFeedForwardChunk> biquad_feed_forward_chunk_variants;
 
 // A whole block through one section, in place; identical to running
 // biquad_run32 sample by sample.

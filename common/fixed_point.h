@@ -14,25 +14,7 @@
 
 #include <cstdint>
 
-// Multiversioning: on x86-64 Linux with GCC, kernels marked
-// KAFX_MULTIVERSION are also compiled for AVX2 and the loader picks that
-// copy on processors that have it; KAFX_TARGET_AVX2 marks a function built
-// only for AVX2, to be called after a run-time check. Every version computes
-// the same integers. Build with -DKAFX_DISPATCH=0 for the baseline code only.
-#ifndef KAFX_DISPATCH
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && defined(__linux__)
-#define KAFX_DISPATCH 1
-#else
-#define KAFX_DISPATCH 0
-#endif
-#endif
-#if KAFX_DISPATCH
-#define KAFX_MULTIVERSION __attribute__((target_clones("avx2", "default")))
-#define KAFX_TARGET_AVX2 __attribute__((target("avx2")))
-#else
-#define KAFX_MULTIVERSION
-#define KAFX_TARGET_AVX2
-#endif
+// Builds of hot kernels per instruction set: common/dispatch.h.
 
 namespace kafx {
 

@@ -251,7 +251,7 @@ void two_points(int16_t* f, const Stage& st) {
 }
 
 template <int Mode>
-KAFX_MULTIVERSION void forward(int16_t* f, int n) {
+[[gnu::always_inline]] inline void forward_body(int16_t* f, int n) {
   const Stage st{1, v4i{16384, 16384, 16384, 16384}};
   if (n == 2) {
     two_points<Mode>(f, st);
@@ -261,7 +261,7 @@ KAFX_MULTIVERSION void forward(int16_t* f, int n) {
 }
 
 template <int Mode>
-KAFX_MULTIVERSION int inverse(int16_t* f, int n) {
+[[gnu::always_inline]] inline int inverse_body(int16_t* f, int n) {
   int scale = 0;
   for (int l = 1; l < n; l <<= 1) {
     // Block floating point: a butterfly can grow a magnitude by up to
@@ -339,7 +339,19 @@ void swap_pairs(int16_t* f) {
   swap_listed<Pairs>(f, std::make_index_sequence<Pairs.size() / 2>{});
 }
 
+// The two rounding modes of each direction, one kernel each.
+[[gnu::always_inline]] inline void fft_forward_truncating_body(int16_t* f, int n) { forward_body<0>(f, n); }
+[[gnu::always_inline]] inline void fft_forward_rounding_body(int16_t* f, int n) { forward_body<1>(f, n); }
+[[gnu::always_inline]] inline int fft_inverse_truncating_body(int16_t* f, int n) { return inverse_body<0>(f, n); }
+[[gnu::always_inline]] inline int fft_inverse_rounding_body(int16_t* f, int n) { return inverse_body<1>(f, n); }
+
 }  // namespace
+
+// The builds per instruction set of the transforms (common/dispatch.h).
+KAFX_KERNEL_VARIANTS(void, fft_forward_truncating, (int16_t* f, int n), (f, n))
+KAFX_KERNEL_VARIANTS(void, fft_forward_rounding, (int16_t* f, int n), (f, n))
+KAFX_KERNEL_VARIANTS(int, fft_inverse_truncating, (int16_t* f, int n), (f, n))
+KAFX_KERNEL_VARIANTS(int, fft_inverse_rounding, (int16_t* f, int n), (f, n))
 
 }  // namespace kafx::spl
 
@@ -373,9 +385,9 @@ int kedoSpl_ComplexFFT(short* frfi, int stages, int mode) {
   if (stages < 1) return 0;
   const int n = 1 << stages;
   if (mode == 0) {
-    forward<0>(frfi, n);
+    fft_forward_truncating(frfi, n);
   } else {
-    forward<1>(frfi, n);
+    fft_forward_rounding(frfi, n);
   }
   return 0;
 }
@@ -384,7 +396,7 @@ int kedoSpl_ComplexIFFT(short* frfi, int stages, int mode) {
   if (stages > 10) return -1;
   if (stages < 1) return 0;
   const int n = 1 << stages;
-  return mode == 0 ? inverse<0>(frfi, n) : inverse<1>(frfi, n);
+  return mode == 0 ? fft_inverse_truncating(frfi, n) : fft_inverse_rounding(frfi, n);
 }
 
 }  // extern "C"

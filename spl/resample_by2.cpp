@@ -317,50 +317,38 @@ void upsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st) 
   second.store(st + 4);
 }
 
-// The lane versions need native 32-bit lane multiplies to pay off.
-namespace {
-inline bool lanes_pay_off() {
-#if KAFX_DISPATCH
-  return __builtin_cpu_supports("avx2");
-#elif defined(__x86_64__) || defined(__i386__)
-  return false;
-#else
-  return true;
-#endif
-}
-}  // namespace
+// The lane versions need native 32-bit lane multiplies to pay off: they are
+// the AVX2 variant; everywhere else (baseline x86-64, whose lane multiplies
+// are composed, and ARM, where the lane form is slower than scalar code on
+// in-order cores) the scalar form runs.
+const KernelVariants<By2Stage16> downsample_by2_variants = {
+    "downsample_by2", {downsample_by2_scalar, KAFX_AVX2_ONLY(downsample_by2_lanes)}};
+const KernelVariants<By2Stage16> upsample_by2_variants = {
+    "upsample_by2", {upsample_by2_scalar, KAFX_AVX2_ONLY(upsample_by2_lanes)}};
 
 void downsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st) {
-  if (lanes_pay_off()) {
-    downsample_by2_lanes(in, len, out, st);
-  } else {
-    downsample_by2_scalar(in, len, out, st);
-  }
+  static const By2Stage16 chosen = choose(downsample_by2_variants);
+  chosen(in, len, out, st);
 }
 
 void upsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st) {
-  if (lanes_pay_off()) {
-    upsample_by2_lanes(in, len, out, st);
-  } else {
-    upsample_by2_scalar(in, len, out, st);
-  }
+  static const By2Stage16 chosen = choose(upsample_by2_variants);
+  chosen(in, len, out, st);
 }
 
 // ---------------------------------------------------------------------------
 // Internal-format stages. State: words 0-3 the lower branch, 4-7 the upper
 // branch (the low-pass filters: 8-11 and 12-15 the second pair).
 //
-// The kernels are compiled per instruction set and keep internal linkage
-// (the plain functions at the end call them): a multiversioned function
-// with external linkage would export its dispatch symbol from the shared
-// library.
+// One body per kernel; the builds per instruction set follow the anonymous
+// namespace (common/dispatch.h).
 
 namespace {
 
 constexpr int kPairBase[4] = {0, 4, -1, -1};
 constexpr int kSwappedBase[4] = {4, 0, -1, -1};
 
-KAFX_MULTIVERSION void down_int_to_short(int32_t* in, int len, int16_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void down_int_to_short_body(int32_t* in, int len, int16_t* out, int32_t* st) {
   // Even samples through the lower branch, odd through the upper.
   Cascade c = make_cascade(st, kPairBase, {kLo, kUp, nullptr, nullptr});
   const int n = len >> 1;
@@ -375,8 +363,7 @@ KAFX_MULTIVERSION void down_int_to_short(int32_t* in, int len, int16_t* out, int
   c.store(st, kPairBase);
 }
 
-KAFX_MULTIVERSION void down_short_to_int(const int16_t* in, int len, int32_t* out,
-                                             int32_t* st) {
+[[gnu::always_inline]] inline void down_short_to_int_body(const int16_t* in, int len, int32_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kPairBase, {kLo, kUp, nullptr, nullptr});
   const int n = len >> 1;
   int32_t x[2 * kChunk];
@@ -391,7 +378,7 @@ KAFX_MULTIVERSION void down_short_to_int(const int16_t* in, int len, int32_t* ou
 
 // The interpolators feed every sample to the upper branch (even outputs)
 // and the lower branch (odd outputs).
-KAFX_MULTIVERSION void up_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void up_short_to_int_body(const int16_t* in, int len, int32_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   for (int i = 0; i < len; ++i) {
     const v4u x = splat(static_cast<uint32_t>(to_internal(in[i])));
@@ -400,13 +387,13 @@ KAFX_MULTIVERSION void up_short_to_int(const int16_t* in, int len, int32_t* out,
   c.store(st, kSwappedBase);
 }
 
-KAFX_MULTIVERSION void up_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void up_int_to_int_body(const int32_t* in, int len, int32_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   for (int i = 0; i < len; ++i) store2(out + 2 * i, c.run(splat(static_cast<uint32_t>(in[i]))));
   c.store(st, kSwappedBase);
 }
 
-KAFX_MULTIVERSION void up_int_to_short(const int32_t* in, int len, int16_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void up_int_to_short_body(const int32_t* in, int len, int16_t* out, int32_t* st) {
   Cascade c = make_cascade(st, kSwappedBase, {kUp, kLo, nullptr, nullptr});
   int32_t y[2 * kChunk];
   for (int base = 0; base < len; base += kChunk) {
@@ -466,15 +453,23 @@ template <typename T>
   c.store(st, kLpBase);
 }
 
-KAFX_MULTIVERSION void lp_short_to_int(const int16_t* in, int len, int32_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void lp_short_to_int_body(const int16_t* in, int len, int32_t* out, int32_t* st) {
   lp_by2<int16_t>(in, len, out, st);
 }
 
-KAFX_MULTIVERSION void lp_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st) {
+[[gnu::always_inline]] inline void lp_int_to_int_body(const int32_t* in, int len, int32_t* out, int32_t* st) {
   lp_by2<int32_t>(in, len, out, st);
 }
 
 }  // namespace
+
+KAFX_KERNEL_VARIANTS(void, down_int_to_short, (int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, down_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, up_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, up_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, up_int_to_short, (const int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, lp_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_KERNEL_VARIANTS(void, lp_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
 
 void down_by2_int_to_short(int32_t* in, int len, int16_t* out, int32_t* st) {
   down_int_to_short(in, len, out, st);

@@ -235,35 +235,33 @@ template <typename Ly>
   }
 }
 
-// The group kernels of the five stages, compiled per instruction set. They
-// keep internal linkage (the plain functions below call them): a
-// multiversioned function with external linkage would export its dispatch
-// symbol from the shared library.
+// The group kernels of the five stages, one body each; the builds per
+// instruction set follow the anonymous namespace (common/dispatch.h).
 
 // 3 -> 2: outputs at x[3m] and x[3m + 1] with the two mirrored rows.
-KAFX_MULTIVERSION void fir_48_32_mv(const int32_t* in, int32_t* out, int K) {
+[[gnu::always_inline]] inline void fir_48_32_mv_body(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout48To32>(in, out, K);
 }
 
 // 4 -> 3: outputs at x[4m], x[4m + 1], x[4m + 2].
-KAFX_MULTIVERSION void fir_32_24_mv(const int32_t* in, int32_t* out, int K) {
+[[gnu::always_inline]] inline void fir_32_24_mv_body(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout32To24>(in, out, K);
 }
 
 // 11 -> 8: output 0 on sample 3, output 4 from row 3 at sample 5, and the
 // mirrored pairs (1, 7), (2, 6), (3, 5) from rows 0, 1, 2.
-KAFX_MULTIVERSION void fir_44_32_mv(const int32_t* in, int32_t* out, int K) {
+[[gnu::always_inline]] inline void fir_44_32_mv_body(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout44To32>(in, out, K);
 }
 
 // 16 -> 11: output 0 on sample 3 and five mirrored pairs.
-KAFX_MULTIVERSION void fir_32_22_mv(const int32_t* in, int32_t* out, int K) {
+[[gnu::always_inline]] inline void fir_32_22_mv_body(const int32_t* in, int32_t* out, int K) {
   run_to_int<Layout32To22>(in, out, K);
 }
 
 // 16 -> 11 straight to 16 bits: the sums are brought down by 15 bits and
 // saturated; the on-sample output is the input sample itself, saturated.
-KAFX_MULTIVERSION void fir_32_22_to_short_mv(const int32_t* in, int16_t* out, int K) {
+[[gnu::always_inline]] inline void fir_32_22_to_short_mv_body(const int32_t* in, int16_t* out, int K) {
   using Ly = Layout32To22Short;
   for (int m = 0; m < K; m += kGroup) {
     const int blocks = K - m < kGroup ? K - m : kGroup;
@@ -278,6 +276,12 @@ KAFX_MULTIVERSION void fir_32_22_to_short_mv(const int32_t* in, int16_t* out, in
 }
 
 }  // namespace
+
+KAFX_KERNEL_VARIANTS(void, fir_48_32_mv, (const int32_t* in, int32_t* out, int K), (in, out, K))
+KAFX_KERNEL_VARIANTS(void, fir_32_24_mv, (const int32_t* in, int32_t* out, int K), (in, out, K))
+KAFX_KERNEL_VARIANTS(void, fir_44_32_mv, (const int32_t* in, int32_t* out, int K), (in, out, K))
+KAFX_KERNEL_VARIANTS(void, fir_32_22_mv, (const int32_t* in, int32_t* out, int K), (in, out, K))
+KAFX_KERNEL_VARIANTS(void, fir_32_22_to_short_mv, (const int32_t* in, int16_t* out, int K), (in, out, K))
 
 void fir_48_32(const int32_t* in, int32_t* out, int K) { fir_48_32_mv(in, out, K); }
 void fir_32_24(const int32_t* in, int32_t* out, int K) { fir_32_24_mv(in, out, K); }

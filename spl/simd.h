@@ -6,10 +6,10 @@
 // Lanes hold 32-bit words that wrap modulo 2^32 (unsigned lane type); the
 // arithmetic right shift goes through the signed view of the same bits.
 //
-// Kernels marked KAFX_MULTIVERSION (common/fixed_point.h) are also compiled
-// for AVX2, where 32-bit lane multiplies are single instructions while
-// baseline SSE2 has to compose them; the two 16-bit by-2 stages choose
-// between a lane version (KAFX_TARGET_AVX2) and a scalar one at run time.
+// The kernels are also built for AVX2 (common/dispatch.h), where 32-bit lane
+// multiplies are single instructions while baseline SSE2 has to compose
+// them; the two 16-bit by-2 stages choose between a lane version (AVX2 only)
+// and a scalar one.
 #ifndef KAFX_SPL_SIMD_H
 #define KAFX_SPL_SIMD_H
 

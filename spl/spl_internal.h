@@ -14,6 +14,7 @@
 
 #include <cstdint>
 
+#include "common/dispatch.h"
 #include "common/fixed_point.h"
 #include "spl/simd.h"
 
@@ -46,11 +47,61 @@ void lp_by2_int_to_int(const int32_t* in, int len, int32_t* out, int32_t* st);
 void downsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st);
 void upsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st);
 // The two forms those choose between (lanes where 32-bit lane multiplies
-// are native, scalar otherwise); both give the same result.
+// are native, i.e. the AVX2 variant; scalar otherwise); both give the same
+// result.
 KAFX_TARGET_AVX2 void downsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
 KAFX_TARGET_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* out, int32_t* st);
 void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
 void upsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
+
+// ---------------------------------------------------------------------------
+// Builds of the hot kernels per instruction set (common/dispatch.h), for the
+// test that runs every variant against the baseline.
+using By2Stage16 = void (*)(const int16_t*, int, int16_t*, int32_t*);
+using By2IntToShort = void (*)(int32_t*, int, int16_t*, int32_t*);
+using By2ShortToInt = void (*)(const int16_t*, int, int32_t*, int32_t*);
+using By2IntToInt = void (*)(const int32_t*, int, int32_t*, int32_t*);
+using By2IntToShortConst = void (*)(const int32_t*, int, int16_t*, int32_t*);
+using FirToInt = void (*)(const int32_t*, int32_t*, int);
+using FirToShort = void (*)(const int32_t*, int16_t*, int);
+extern const KernelVariants<By2Stage16> downsample_by2_variants;
+extern const KernelVariants<By2Stage16> upsample_by2_variants;
+extern const KernelVariants<By2IntToShort> down_int_to_short_variants;
+extern const KernelVariants<By2ShortToInt> down_short_to_int_variants;
+extern const KernelVariants<By2ShortToInt> up_short_to_int_variants;
+extern const KernelVariants<By2IntToInt> up_int_to_int_variants;
+extern const KernelVariants<By2IntToShortConst> up_int_to_short_variants;
+extern const KernelVariants<By2ShortToInt> lp_short_to_int_variants;
+extern const KernelVariants<By2IntToInt> lp_int_to_int_variants;
+extern const KernelVariants<FirToInt> fir_48_32_mv_variants;
+extern const KernelVariants<FirToInt> fir_32_24_mv_variants;
+extern const KernelVariants<FirToInt> fir_44_32_mv_variants;
+extern const KernelVariants<FirToInt> fir_32_22_mv_variants;
+extern const KernelVariants<FirToShort> fir_32_22_to_short_mv_variants;
+
+// Vector routines (vector_ops.cpp).
+template <typename T>
+struct Extremes {
+  T lo, hi;
+};
+extern const KernelVariants<Extremes<int16_t> (*)(const int16_t*, int)> both16_variants;
+extern const KernelVariants<Extremes<int32_t> (*)(const int32_t*, int)> both32_variants;
+extern const KernelVariants<int16_t (*)(const int16_t*, int)> max16_variants;
+extern const KernelVariants<int32_t (*)(const int32_t*, int)> max32_variants;
+extern const KernelVariants<int16_t (*)(const int16_t*, int)> min16_variants;
+extern const KernelVariants<int32_t (*)(const int32_t*, int)> min32_variants;
+extern const KernelVariants<int (*)(const int16_t*, int, int16_t, int16_t)> first16_variants;
+extern const KernelVariants<int (*)(const int32_t*, int, int32_t, int32_t)> first32_variants;
+extern const KernelVariants<int16_t (*)(const int16_t*, int)> wrapped_max_abs16_variants;
+extern const KernelVariants<uint32_t (*)(const int16_t*, int, int)> shifted_square_sum_variants;
+
+// Complex FFT on n points (complex_fft.cpp); mode 0 truncates, 1 rounds.
+using FftForward = void (*)(int16_t*, int);
+using FftInverse = int (*)(int16_t*, int);
+extern const KernelVariants<FftForward> fft_forward_truncating_variants;
+extern const KernelVariants<FftForward> fft_forward_rounding_variants;
+extern const KernelVariants<FftInverse> fft_inverse_truncating_variants;
+extern const KernelVariants<FftInverse> fft_inverse_rounding_variants;
 
 // Fractional stages (resample_fractional.cpp). fir_48_32 accepts out <= in.
 void fir_48_32(const int32_t* in, int32_t* out, int K);

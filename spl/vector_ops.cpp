@@ -42,11 +42,6 @@ template <typename T>
   return v;
 }
 
-template <typename T>
-struct Extremes {
-  T lo, hi;
-};
-
 enum Want { kMin = 1, kMax = 2, kBoth = 3 };
 
 // Smallest and / or largest element of a non-empty vector.
@@ -109,28 +104,28 @@ template <typename T>
   return 0;
 }
 
-KAFX_MULTIVERSION Extremes<int16_t> both16(const int16_t* v, int len) {
+[[gnu::always_inline]] inline Extremes<int16_t> both16_body(const int16_t* v, int len) {
   return extremes<int16_t, kBoth>(v, len);
 }
-KAFX_MULTIVERSION Extremes<int32_t> both32(const int32_t* v, int len) {
+[[gnu::always_inline]] inline Extremes<int32_t> both32_body(const int32_t* v, int len) {
   return extremes<int32_t, kBoth>(v, len);
 }
-KAFX_MULTIVERSION int16_t max16(const int16_t* v, int len) {
+[[gnu::always_inline]] inline int16_t max16_body(const int16_t* v, int len) {
   return extremes<int16_t, kMax>(v, len).hi;
 }
-KAFX_MULTIVERSION int32_t max32(const int32_t* v, int len) {
+[[gnu::always_inline]] inline int32_t max32_body(const int32_t* v, int len) {
   return extremes<int32_t, kMax>(v, len).hi;
 }
-KAFX_MULTIVERSION int16_t min16(const int16_t* v, int len) {
+[[gnu::always_inline]] inline int16_t min16_body(const int16_t* v, int len) {
   return extremes<int16_t, kMin>(v, len).lo;
 }
-KAFX_MULTIVERSION int32_t min32(const int32_t* v, int len) {
+[[gnu::always_inline]] inline int32_t min32_body(const int32_t* v, int len) {
   return extremes<int32_t, kMin>(v, len).lo;
 }
-KAFX_MULTIVERSION int first16(const int16_t* v, int len, int16_t a, int16_t b) {
+[[gnu::always_inline]] inline int first16_body(const int16_t* v, int len, int16_t a, int16_t b) {
   return first_of(v, len, a, b);
 }
-KAFX_MULTIVERSION int first32(const int32_t* v, int len, int32_t a, int32_t b) {
+[[gnu::always_inline]] inline int first32_body(const int32_t* v, int len, int32_t a, int32_t b) {
   return first_of(v, len, a, b);
 }
 
@@ -139,7 +134,7 @@ KAFX_MULTIVERSION int first32(const int32_t* v, int len, int32_t a, int32_t b) {
 
 // Largest 16-bit magnitude with -32768 kept as -32768 (its negation wraps),
 // starting from -1: the magnitude GetScalingSquare works with.
-KAFX_MULTIVERSION int16_t wrapped_max_abs16(const int16_t* v, int len) {
+[[gnu::always_inline]] inline int16_t wrapped_max_abs16_body(const int16_t* v, int len) {
   int16_t m = -1;
   int i = 0;
   if (len >= 16) {
@@ -157,7 +152,7 @@ KAFX_MULTIVERSION int16_t wrapped_max_abs16(const int16_t* v, int len) {
 }
 
 // Sum of x^2 >> sc, wrapping in 32 bits.
-KAFX_MULTIVERSION uint32_t shifted_square_sum(const int16_t* v, int len, int sc) {
+[[gnu::always_inline]] inline uint32_t shifted_square_sum_body(const int16_t* v, int len, int sc) {
   uint32_t sum = 0;
   int i = 0;
   if (len >= 8) {
@@ -223,6 +218,18 @@ constexpr std::array<uint32_t, 256 - kRootSegFirst + 1> make_root_chords() {
 constexpr auto kRootChords = make_root_chords();
 
 }  // namespace
+
+// The builds per instruction set of the kernels above (common/dispatch.h).
+KAFX_KERNEL_VARIANTS(Extremes<int16_t>, both16, (const int16_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(Extremes<int32_t>, both32, (const int32_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(int16_t, max16, (const int16_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(int32_t, max32, (const int32_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(int16_t, min16, (const int16_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(int32_t, min32, (const int32_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(int, first16, (const int16_t* v, int len, int16_t a, int16_t b), (v, len, a, b))
+KAFX_KERNEL_VARIANTS(int, first32, (const int32_t* v, int len, int32_t a, int32_t b), (v, len, a, b))
+KAFX_KERNEL_VARIANTS(int16_t, wrapped_max_abs16, (const int16_t* v, int len), (v, len))
+KAFX_KERNEL_VARIANTS(uint32_t, shifted_square_sum, (const int16_t* v, int len, int sc), (v, len, sc))
 
 // |x| for x = -32768 is 32768; the result is capped at 32767.
 int16_t max_abs_w16(const int16_t* v, int len) {

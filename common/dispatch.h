@@ -1,0 +1,95 @@
+// Kernel variants: the one place that decides which build of a hot kernel
+// runs.
+//
+// A kernel is written once, as an always-inline body, and instantiated per
+// instruction set by KAFX_KERNEL_VARIANTS:
+//   - the baseline build (the reference, always built): plain C++ and the
+//     vector extension of spl/simd.h lowered to the target's baseline
+//     (SSE2 on x86-64, NEON on aarch64, scalar VFP on armhf);
+//   - an AVX2 build on x86-64 (GCC and clang), where 32-bit lane multiplies
+//     and 256-bit registers are native.
+// The first call picks the best variant the processor can run and keeps it
+// (a function-local static, so the choice is made once, thread-safely);
+// every variant computes the same integers, which tests/common/
+// dispatch_test.cpp checks against the baseline on odd lengths.
+//
+// A kernel whose wide form does not pay off everywhere lists only the
+// variants that do (the 16-bit by-2 stages: scalar everywhere, lanes only as
+// the AVX2 variant, because the lane form is slower than scalar code on
+// in-order ARM cores).
+//
+// Build with -DKAFX_DISPATCH=0 (CMake option KAFX_DISPATCH=OFF) for the
+// baseline variants only.
+#ifndef KAFX_COMMON_DISPATCH_H
+#define KAFX_COMMON_DISPATCH_H
+
+#ifndef KAFX_DISPATCH
+#define KAFX_DISPATCH 1
+#endif
+
+#if KAFX_DISPATCH && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define KAFX_AVX2_VARIANTS 1
+#define KAFX_TARGET_AVX2 __attribute__((target("avx2")))
+#else
+#define KAFX_AVX2_VARIANTS 0
+#define KAFX_TARGET_AVX2
+#endif
+
+namespace kafx {
+
+enum Isa : int { kIsaBaseline = 0, kIsaAvx2 = 1, kIsaCount = 2 };
+
+// Whether this processor runs code built for `isa` (the baseline always).
+bool isa_available(Isa isa);
+const char* isa_name(Isa isa);
+
+// The builds of one kernel, indexed by Isa; null where not built.
+template <class F>
+struct KernelVariants {
+  const char* name;
+  F fn[kIsaCount];
+};
+
+// The most capable variant this processor runs.
+template <class F>
+F choose(const KernelVariants<F>& v) {
+  for (int i = kIsaCount - 1; i > 0; --i)
+    if (v.fn[i] != nullptr && isa_available(static_cast<Isa>(i))) return v.fn[i];
+  return v.fn[kIsaBaseline];
+}
+
+}  // namespace kafx
+
+#if KAFX_AVX2_VARIANTS
+#define KAFX_AVX2_VARIANT_(ret, name, params, args) \
+  KAFX_TARGET_AVX2 ret name##_avx2 params { return name##_body args; }
+#define KAFX_AVX2_PTR(name) name##_avx2
+#else
+#define KAFX_AVX2_VARIANT_(ret, name, params, args)
+#define KAFX_AVX2_PTR(name) nullptr
+#endif
+
+// A hand-written AVX2 variant `fn` (declared KAFX_TARGET_AVX2) where AVX2
+// variants are built, else null.
+#if KAFX_AVX2_VARIANTS
+#define KAFX_AVX2_ONLY(fn) fn
+#else
+#define KAFX_AVX2_ONLY(fn) nullptr
+#endif
+
+// Defines, from the always-inline body `name##_body` (written just before):
+//   ret name##_baseline params, ret name##_avx2 params (x86-64),
+//   const kafx::KernelVariants<ret (*) params> name##_variants, and
+//   ret name params, which runs the chosen variant.
+// `params` is the parenthesised parameter list, `args` the names in order.
+#define KAFX_KERNEL_VARIANTS(ret, name, params, args)                                 \
+  ret name##_baseline params { return name##_body args; }                            \
+  KAFX_AVX2_VARIANT_(ret, name, params, args)                                        \
+  const ::kafx::KernelVariants<ret(*) params> name##_variants = {                    \
+      #name, {name##_baseline, KAFX_AVX2_PTR(name)}};                                \
+  ret name params {                                                                  \
+    static const auto chosen = ::kafx::choose(name##_variants);                      \
+    return chosen args;                                                              \
+  }
+
+#endif
