@@ -13,6 +13,11 @@ packages=(
   libplplot-dev plplot-driver-cairo  # kafx plot: PNG figures (the tool only)
 )
 
+# clang builds (KAFX_COMPILER=clang) also need clang, lld and llvm's archiver.
+if [ "${KAFX_COMPILER:-gcc}" = "clang" ]; then
+  packages+=(clang lld llvm)
+fi
+
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/program_command.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -19,8 +21,9 @@ namespace fs = std::filesystem;
 fs::path tool_path() { return fs::read_symlink("/proc/self/exe").parent_path() / "../tools/kafx"; } // build tree
 
 int run_tool(const std::string& args, std::string* output) { // exit code; stdout and stderr to *output
-  std::string command = "'";  // appended in order (GCC 12 -Wrestrict false positive on prepends)
-  ((command += tool_path().string()) += "' ") += args;
+  // Appended in order (GCC 12 -Wrestrict false positive on prepends).
+  std::string command = kafx_test::program_command(tool_path().string());
+  (command += ' ') += args;
   command += " 2>&1";
   FILE* p = popen(command.c_str(), "r");
   char buf[512];

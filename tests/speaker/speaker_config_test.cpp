@@ -21,6 +21,7 @@
 
 #include "kafx_proc/speaker_boost.h"
 #include "support/log_capture.h"
+#include "support/program_command.h"
 
 namespace {
 
@@ -107,8 +108,9 @@ class SpeakerConfig : public ::testing::Test {
   // The `kafx` tool of this build, <build>/tools/kafx: exit code (-1 if it did not exit) and standard output.
   static fs::path tool() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools" / "kafx"; }
   std::pair<int, std::string> kafx(const std::string& args) const {
-    std::string command = "'";  // appended in order (GCC 12 -Wrestrict false positive on prepends)
-    ((((command += tool().string()) += "' ") += args) += " >") += q("out");
+    // Appended in order (GCC 12 -Wrestrict false positive on prepends).
+    std::string command = kafx_test::program_command(tool().string());
+    (((command += ' ') += args) += " >") += q("out");
     command += " 2>/dev/null";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(path("out"))};

@@ -147,7 +147,7 @@ TEST(VectorOps, ScalingAndEnergyMatchReference) {
 // the published routine: every value below 2^20, both neighbours of every
 // perfect square, a window around each 2^(23 - 2h)-wide span boundary at
 // every even normalising shift 2h, and the top of the range; then random
-// magnitudes of every size and negative values (INT32_MIN first).
+// magnitudes of every size.
 TEST(VectorOps, SqrtFloor) {
   EXPECT_EQ(kedoSpl_SqrtFloor(2147483647), 46340);
   EXPECT_EQ(kedoSpl_SqrtFloor(0), 0);
@@ -168,9 +168,12 @@ TEST(VectorOps, SqrtFloor) {
     }
   }
   for (int32_t x = INT32_MAX - (1 << 16); x < INT32_MAX; ++x) check(x);
+  // Random magnitudes over the routine's domain, 0 ... 2^31 - 1. Negative
+  // input lies outside it: what the oracle returns there differs between its
+  // builds (x86-64 and armhf), so it is not compared.
   std::mt19937 rng(6);
   for (int i = 0; i < 200000; ++i) {
-    check(i ? static_cast<int32_t>(rng() >> (rng() % 32)) : INT_MIN);
+    check(static_cast<int32_t>(rng() >> (1 + rng() % 31)));
   }
 }
 
