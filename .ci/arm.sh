@@ -43,8 +43,14 @@ if [ ${#missing[@]} -gt 0 ]; then
     echo "arm: apt-get update attempt $attempt failed: $(tail -n 2 apt-update.err | tr '\n' ' ')"
     sleep $((attempt * 5))
   done
+  if [ $ok = 0 ]; then
+    # Often only one of several indexes (e.g. the security suite's armhf
+    # list) is mid-sync; the others may still hold every package needed.
+    echo "arm: WARNING: a package index is still failing after 4 attempts:"
+    grep -i "^E:\|unexpected size" apt-update.err | head -n 4
+    echo "arm: trying the install with the indexes that were fetched"
+  fi
   rm -f apt-update.err
-  [ $ok = 1 ] || skip "the $arch package index could not be fetched after 4 attempts"
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" ||
     skip "the cross compiler or the $arch packages could not be installed (${missing[*]})"
 fi

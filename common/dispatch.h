@@ -23,17 +23,17 @@
 #ifndef KAFX_COMMON_DISPATCH_H
 #define KAFX_COMMON_DISPATCH_H
 
-#ifndef KAFX_DISPATCH
-#define KAFX_DISPATCH 1
-#endif
-
-#if KAFX_DISPATCH && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// KAFX_AVX2_VARIANTS (and its older name KAFX_DISPATCH): 1 where AVX2
+// builds are made, so code guarded by it may use __builtin_cpu_supports.
+#if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define KAFX_AVX2_VARIANTS 1
 #define KAFX_TARGET_AVX2 __attribute__((target("avx2")))
 #else
 #define KAFX_AVX2_VARIANTS 0
 #define KAFX_TARGET_AVX2
 #endif
+#undef KAFX_DISPATCH
+#define KAFX_DISPATCH KAFX_AVX2_VARIANTS
 
 namespace kafx {
 

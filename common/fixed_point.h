@@ -14,7 +14,9 @@
 
 #include <cstdint>
 
-// Builds of hot kernels per instruction set: common/dispatch.h.
+// Builds of hot kernels per instruction set: common/dispatch.h (included
+// here so that every block sees KAFX_TARGET_AVX2 and KAFX_AVX2_VARIANTS).
+#include "common/dispatch.h"
 
 namespace kafx {
 
