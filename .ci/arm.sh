@@ -34,23 +34,24 @@ if [ ${#missing[@]} -gt 0 ]; then
   $SUDO dpkg --add-architecture $arch || skip "dpkg --add-architecture $arch failed"
   # The second architecture's index can fail transiently ("File has
   # unexpected size"): retry, then give up loudly.
+  err=$(mktemp)
   ok=0
   for attempt in 1 2 3 4; do
-    if $SUDO apt-get update -qq -o Acquire::Retries=3 2>apt-update.err && ! grep -qi "unexpected size\|Hash Sum mismatch" apt-update.err; then
+    if $SUDO apt-get update -qq -o Acquire::Retries=3 2>"$err" && ! grep -qi "unexpected size\|Hash Sum mismatch" "$err"; then
       ok=1
       break
     fi
-    echo "arm: apt-get update attempt $attempt failed: $(tail -n 2 apt-update.err | tr '\n' ' ')"
+    echo "arm: apt-get update attempt $attempt failed: $(tail -n 2 "$err" | tr '\n' ' ')"
     sleep $((attempt * 5))
   done
   if [ $ok = 0 ]; then
     # Often only one of several indexes (e.g. the security suite's armhf
     # list) is mid-sync; the others may still hold every package needed.
     echo "arm: WARNING: a package index is still failing after 4 attempts:"
-    grep -i "^E:\|unexpected size" apt-update.err | head -n 4
+    grep -i "^E:\|unexpected size" "$err" | head -n 4
     echo "arm: trying the install with the indexes that were fetched"
   fi
-  rm -f apt-update.err
+  rm -f "$err"
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" ||
     skip "the cross compiler or the $arch packages could not be installed (${missing[*]})"
 fi
