@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kafx_proc/ktv.h"
+#include "support/program_command.h"
 
 namespace {
 
@@ -23,7 +24,7 @@ namespace fs = std::filesystem;
 fs::path tool_path() { return fs::read_symlink("/proc/self/exe").parent_path() / "../tools/kafx"; }
 
 int run_tool(const std::string& args, std::string* output) {  // exit code; stdout and stderr to *output
-  FILE* p = popen(("'" + tool_path().string() + "' " + args + " 2>&1").c_str(), "r");
+  FILE* p = popen((kafx_test::program_command(tool_path().string()) + " " + args + " 2>&1").c_str(), "r");
   char buf[512];
   for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;) output->append(buf, n);
   const int status = p != nullptr ? pclose(p) : -1;

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/program_command.h"
+
 namespace kafx_test {
 
 // The tool in the build tree, beside the test programs' folder.
@@ -21,7 +23,7 @@ inline std::filesystem::path tool_path() {
 
 // Runs `kafx ARGS`; returns the exit code, with stdout and stderr in *output.
 inline int run_tool(const std::string& args, std::string* output) {
-  FILE* p = popen(("'" + tool_path().string() + "' " + args + " 2>&1").c_str(), "r");
+  FILE* p = popen((program_command(tool_path().string()) + " " + args + " 2>&1").c_str(), "r");
   char buf[512];
   for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;) output->append(buf, n);
   const int status = p != nullptr ? pclose(p) : -1;

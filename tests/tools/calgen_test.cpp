@@ -15,6 +15,7 @@
 
 #include "biquad_design.h"
 #include "calgen.h"
+#include "support/program_command.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ fs::path source_dir() {
 TEST(Calgen, ProgramRegeneratesEveryCommittedTable) {
   const fs::path out = fs::temp_directory_path() / ("kafx_calgen_test_" + std::to_string(::getpid()));
   fs::remove_all(out);
-  const std::string cmd = std::string(KAFX_CALGEN_EXE) + " --out " + out.string() + " > /dev/null";
+  const std::string cmd = kafx_test::program_command(KAFX_CALGEN_EXE) + " --out " + out.string() + " > /dev/null";
   ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
   size_t n = 0;
   const calgen::Generator* g = calgen::generators(&n);
@@ -54,7 +55,7 @@ TEST(Calgen, ProgramRegeneratesEveryCommittedTable) {
 }
 
 TEST(Calgen, UnknownBlockIsRefused) {
-  const std::string cmd = std::string(KAFX_CALGEN_EXE) + " --stdout no_such_block > /dev/null 2>&1";
+  const std::string cmd = kafx_test::program_command(KAFX_CALGEN_EXE) + " --stdout no_such_block > /dev/null 2>&1";
   EXPECT_NE(std::system(cmd.c_str()), 0);
 }
 
