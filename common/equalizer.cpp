@@ -69,7 +69,7 @@ struct Wavefront {
 };
 
 template <int kVecs, bool Masked>
-KAFX_TARGET_AVX2 [[gnu::always_inline]] inline void wave_step(Wavefront<kVecs>& w, int32_t xl, int32_t xr, int t,
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, int32_t xl, int32_t xr, int t,
                                                                int n) {
   const __m256i hi_in = _mm256_set1_epi32(INT32_MAX >> 5);
   const __m256i lo_in = _mm256_set1_epi32(INT32_MIN >> 5);
