@@ -21,8 +21,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "../speaker/speaker_config_parse.h"
-#include "../speaker/speaker_config_xml.h"
+#include "speaker/speaker_config_parse.h"
+#include "speaker/speaker_config_xml.h"
 #include "speaker_units.h"
 
 namespace kafx_tool {
