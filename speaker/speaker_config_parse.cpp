@@ -8,11 +8,11 @@
 
 namespace kafx::spcfg {
 
-namespace {
-
 bool is_scan_space(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
+
+namespace {
 
 // Skips leading white space and an optional sign; true for '-'.
 bool skip_space_and_sign(const char** s) {

@@ -103,6 +103,9 @@ inline const ElementSlot* find_slot(const ElementSlot (&table)[N], const char* n
 // ---------------------------------------------------------------------------
 // Number scanners.
 
+// The white space the scanners skip before a number (isspace in the C locale).
+bool is_scan_space(char c);
+
 // Value of a hexadecimal digit, -1 for any other character.
 int hex_value(char c);
 
