@@ -13,7 +13,9 @@
 #include "ktv_run.h"
 #include "headphone_run.h"
 #include "ns_run.h"
+#if KAFX_HAVE_PLOT
 #include "plot_cmd.h"
+#endif
 #include "speaker_config_cmd.h"
 #include "speaker_design.h"
 #include "speaker_run.h"
@@ -77,7 +79,14 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "speaker") == 0) return kafx_speaker_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-config") == 0) return kafx_speaker_config_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "speaker-design") == 0) return kafx_speaker_design_main(argc - 1, argv + 1);
-  if (std::strcmp(cmd, "plot") == 0) return kafx_plot_main(argc - 1, argv + 1);
+  if (std::strcmp(cmd, "plot") == 0) {
+#if KAFX_HAVE_PLOT
+    return kafx_plot_main(argc - 1, argv + 1);
+#else
+    std::fprintf(stderr, "kafx: this build has no plot command (PLplot was not found when it was built)\n");
+    return 2;
+#endif
+  }
   if (std::strcmp(cmd, "headphone") == 0) return kafx_headphone_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "ktv") == 0) return kafx_ktv_main(argc - 1, argv + 1);
   if (std::strcmp(cmd, "howl-test") == 0) return kafx_howl_test_main(argc - 1, argv + 1);

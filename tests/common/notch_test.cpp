@@ -38,20 +38,20 @@ int centre_for(double hz, double fs) { return static_cast<int>(-2 * std::cos(2 *
 
 // 8192 y[n] + e[n] = x[n-1] m / 2^15 + e[n-1] + 8192 (x[n] + x[n-2])
 //                    - r^2 y[n-2] / 2^13 - (r m / 2^28) y[n-1]
-// with floor divisions, evaluated from whole histories in 128 bits (the
-// inputs used here keep every term far inside 64 bits).
+// with floor divisions, evaluated from whole histories in 64 bits (the
+// inputs used here keep every term far inside that range).
 Seq model(int r, int m, const Seq& in) {
-  std::vector<__int128> x, y;
-  __int128 e = 0;
+  std::vector<int64_t> x, y;
+  int64_t e = 0;
   Seq out;
-  auto at = [](const std::vector<__int128>& v, size_t n, size_t k) -> __int128 { return n >= k ? v[n - k] : 0; };
-  auto floordiv = [](__int128 a, __int128 d) { return a >= 0 ? a / d : -((-a + d - 1) / d); };
+  auto at = [](const std::vector<int64_t>& v, size_t n, size_t k) -> int64_t { return n >= k ? v[n - k] : 0; };
+  auto floordiv = [](int64_t a, int64_t d) { return a >= 0 ? a / d : -((-a + d - 1) / d); };
   for (size_t n = 0; n < in.size(); ++n) {
     x.push_back(in[n]);
-    __int128 acc = floordiv(at(x, n + 1, 2) * m, 1 << 15) + e + 8192 * (x[n] + at(x, n + 1, 3));
-    acc -= floordiv(static_cast<__int128>(r) * r * at(y, n, 2), 1 << 13);
-    acc -= floordiv(static_cast<__int128>(r) * m, 1 << 28) * at(y, n, 1);
-    const __int128 yn = floordiv(acc, 8192);
+    int64_t acc = floordiv(at(x, n + 1, 2) * m, 1 << 15) + e + 8192 * (x[n] + at(x, n + 1, 3));
+    acc -= floordiv(static_cast<int64_t>(r) * r * at(y, n, 2), 1 << 13);
+    acc -= floordiv(static_cast<int64_t>(r) * m, 1 << 28) * at(y, n, 1);
+    const int64_t yn = floordiv(acc, 8192);
     e = acc - yn * 8192;
     y.push_back(yn);
     out.push_back(yn == -1 ? 0 : static_cast<int>(yn));
