@@ -48,7 +48,7 @@ constexpr int kChunk = 256;
 #if KAFX_DISPATCH
 // Lane-wise (a * b) >> 13 from the 64-bit products of the even lanes and of
 // the odd lanes (each below 2^45 in magnitude): low 32 bits, -1 flushed.
-KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i q13(__m256i even_product, __m256i odd_product) {
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i q13(__m256i even_product, __m256i odd_product) {
   const __m256i v = _mm256_blend_epi32(_mm256_srli_epi64(even_product, 13), _mm256_slli_epi64(odd_product, 19), 0xaa);
   return _mm256_andnot_si256(_mm256_cmpeq_epi32(v, _mm256_set1_epi32(-1)), v);
 }
@@ -119,14 +119,14 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
 
 // Lane-wise saturating 32-bit addition and subtraction: on overflow the
 // result takes the sign of the first operand's limit.
-KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i sat_add8(__m256i a, __m256i b) {
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i sat_add8(__m256i a, __m256i b) {
   const __m256i sum = _mm256_add_epi32(a, b);
   const __m256i overflow = _mm256_andnot_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, sum));
   const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));
   return _mm256_castps_si256(
       _mm256_blendv_ps(_mm256_castsi256_ps(sum), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
 }
-KAFX_TARGET_AVX2 [[gnu::always_inline]] inline __m256i sat_sub8(__m256i a, __m256i b) {
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i sat_sub8(__m256i a, __m256i b) {
   const __m256i diff = _mm256_sub_epi32(a, b);
   const __m256i overflow = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, diff));
   const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));

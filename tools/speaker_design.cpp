@@ -366,7 +366,7 @@ bool read_design(std::istream& in, Design* d, std::string* error) {
 
 class Recovered {
  public:
-  explicit Recovered(const kafx_sp_params_t& p) : p_(p) {}
+  explicit Recovered(const kafx_sp_params_t&) {}
   std::string text;
 
   void line(const std::string& s) { text += s + "\n"; }
@@ -397,8 +397,6 @@ class Recovered {
            gain_db(l.volume, (what + " volume").c_str()) + " " + den;
   }
 
- private:
-  const kafx_sp_params_t& p_;
 };
 
 std::string on_off(int32_t v, const char* what) {
