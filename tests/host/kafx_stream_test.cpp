@@ -248,7 +248,7 @@ TEST_F(KafxStreamTest, StandardInputAndOutput) {
   const std::string xml = source_dir() + "/examples/speaker.xml";
   const Wav in = noise(48000, 2, 9000);
   const Wav by_file = run("speaker", in, "--config " + xml);
-  const std::string tool = "'" + kafx_test::tool_path().string() + "'";
+  const std::string tool = kafx_test::program_command(kafx_test::tool_path().string());  // through the emulator on a cross build
   const std::string cmd = "cat " + path("in.wav") + " | " + tool + " speaker --config " + xml + " - - > " +
                           path("piped.wav") + " 2>" + path("err.txt");
   ASSERT_EQ(std::system(cmd.c_str()), 0);
