@@ -74,15 +74,15 @@ complex twiddle(int t) {
 // In-place radix-2 decimation-in-time FFT of n (256 or 128) bit-reversed
 // values, each stage halving its outputs; the twiddles of an n-point
 // transform are every (256 / n)-th of the 256-point ones.
-void transform(complex* spec, int n, int stride) {
+void transform(complex* bins, int n, int stride) {
   for (int half = 1; half < n; half <<= 1) {
     const int step = (n / 2) / half * stride;
     for (int j = 0; j < half; ++j) {
       const int t = j * step;  // 0 .. 127
       complex w = twiddle(t);
       for (int g = 0; g < n; g += 2 * half) {
-        complex& a = spec[g + j];
-        complex& b = spec[g + j + half];
+        complex& a = bins[g + j];
+        complex& b = bins[g + j + half];
         // W = 1 and W = -i need no product (complex_mul would return
         // (re, im) and (im, -re) exactly: the values stay below 2^36).
         complex p;
@@ -110,17 +110,17 @@ void transform(complex* spec, int n, int stride) {
 //                                  O = (Z[k] - conj Z[128 - k]) / (2 i),
 // which is the DFT / 256 as the complex path gives it (to rounding). Bins
 // 129 .. 255 are the conjugate mirror.
-void real_transform(const int* in, complex* spec) {
+void real_transform(const int* in, complex* bins) {
   for (int n = 0; n < kN / 2; ++n) {
-    complex& z = spec[kBitReverse[static_cast<size_t>(n)] >> 1];  // 7-bit reversal
+    complex& z = bins[kBitReverse[static_cast<size_t>(n)] >> 1];  // 7-bit reversal
     z.re = (static_cast<int64_t>(in[2 * n]) * hann_q28(2 * n)) >> 23;
     z.im = (static_cast<int64_t>(in[2 * n + 1]) * hann_q28(2 * n + 1)) >> 23;
   }
-  transform(spec, kN / 2, 2);
+  transform(bins, kN / 2, 2);
   complex half[kN / 2 + 1];
   for (int k = 0; k <= kN / 2; ++k) {
-    const complex zk = spec[k % (kN / 2)];
-    const complex zc = spec[(kN / 2 - k) % (kN / 2)];
+    const complex zk = bins[k % (kN / 2)];
+    const complex zc = bins[(kN / 2 - k) % (kN / 2)];
     // The halves of E and O, once more halved: Z is the 128-point DFT / 128,
     // X must be the 256-point DFT / 256.
     const int64_t er = (zk.re + zc.re) >> 2, ei = (zk.im - zc.im) >> 2;
@@ -138,10 +138,10 @@ void real_transform(const int* in, complex* spec) {
     half[k].re = er + p.re;
     half[k].im = ei + p.im;
   }
-  for (int k = 0; k <= kN / 2; ++k) spec[k] = half[k];
+  for (int k = 0; k <= kN / 2; ++k) bins[k] = half[k];
   for (int k = kN / 2 + 1; k < kN; ++k) {
-    spec[k].re = spec[kN - k].re;
-    spec[k].im = -spec[kN - k].im;
+    bins[k].re = bins[kN - k].re;
+    bins[k].im = -bins[kN - k].im;
   }
 }
 
@@ -169,25 +169,25 @@ uint64_t bin_power(const complex& z) {
 
 extern "C" {
 
-void fft_int_window(const int* in, complex* spec) {
+void fft_int_window(const int* in, complex* bins) {
   for (int n = 0; n < kN; ++n) {
-    complex& z = spec[bit_reverse8(n)];
+    complex& z = bins[bit_reverse8(n)];
     z.re = (static_cast<int64_t>(in[n]) * hann_q28(n)) >> 23;
     z.im = 0;
   }
 }
 
-void fft_int_bitreverse(complex* spec) {
+void fft_int_bitreverse(complex* bins) {
   for (int i = 0; i < kN; ++i) {
     const int r = bit_reverse8(i);
-    if (i < r) complex_swap(&spec[i], &spec[r]);
+    if (i < r) complex_swap(&bins[i], &bins[r]);
   }
 }
 
-void fft_int_transform(complex* spec) { transform(spec, kN, 1); }
+void fft_int_transform(complex* bins) { transform(bins, kN, 1); }
 
-void fft_int_level(const complex* spec, int* level) {
-  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_q8(bin_power(spec[k]));
+void fft_int_level(const complex* bins, int* level) {
+  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_q8(bin_power(bins[k]));
 }
 
 int fft_int_find_peaks(const int* level, int* peaks) {
@@ -210,11 +210,11 @@ int fft_int_find_peaks(const int* level, int* peaks) {
   return n;
 }
 
-int fft_int_refine(const complex* spec, int k) {
+int fft_int_refine(const complex* bins, int k) {
   if (k < 1 || k > FFT_INT_BINS - 2) return k * 256;
-  const uint64_t pk = bin_power(spec[k]);
-  const uint64_t pl = bin_power(spec[k - 1]);
-  const uint64_t pr = bin_power(spec[k + 1]);
+  const uint64_t pk = bin_power(bins[k]);
+  const uint64_t pl = bin_power(bins[k - 1]);
+  const uint64_t pr = bin_power(bins[k + 1]);
   // Bin 0 holds the sine's mirror image at -f as much as the sine: next to
   // it only the upper neighbour is trusted.
   const bool right = pr >= pl || k == 1;
@@ -234,9 +234,9 @@ int fft_int_refine(const complex* spec, int k) {
   return k * 256 + static_cast<int>(right ? d : -d);
 }
 
-int fft_int_analyze(const int* in, complex* spec, int* level, int* peaks) {
-  real_transform(in, spec);
-  fft_int_level(spec, level);
+int fft_int_analyze(const int* in, complex* bins, int* level, int* peaks) {
+  real_transform(in, bins);
+  fft_int_level(bins, level);
   return fft_int_find_peaks(level, peaks);
 }
 

@@ -71,7 +71,7 @@ struct howling_canceling_work {
   int32_t level[FFT_INT_BINS];
   int32_t history[kHistory][FFT_INT_BINS];
   int32_t scratch[FFT_INT_SIZE + 1];
-  complex spec[FFT_INT_SIZE];
+  complex bins[FFT_INT_SIZE];
 };
 
 extern "C" {
@@ -169,7 +169,7 @@ int32_t rest_level(const howling_canceling_work* w, const int* peaks, int found)
   for (int j = 1; j < FFT_INT_NO_PEAK; ++j) {
     bool lobe = false;
     for (int p = 0; p < found; ++p) lobe = lobe || std::abs(j - peaks[p]) <= 2;
-    if (!lobe) sum += bin_power(w->spec[j]) >> 6;
+    if (!lobe) sum += bin_power(w->bins[j]) >> 6;
   }
   return power_level_q8(sum);
 }
@@ -235,7 +235,7 @@ void analyse(howling_canceling_work* w) {
   // Oldest sample first.
   for (int n = 0; n < FFT_INT_SIZE; ++n) w->scratch[n] = w->ring[(w->ring_pos + n) & (FFT_INT_SIZE - 1)];
   int peaks[FFT_INT_MAX_PEAKS];
-  const int found = fft_int_analyze(w->scratch, w->spec, w->level, peaks);
+  const int found = fft_int_analyze(w->scratch, w->bins, w->level, peaks);
   const int row = w->analyses & (kHistory - 1);
 
   for (Tracker& t : w->tracker) t.hit_now = 0;
@@ -244,7 +244,7 @@ void analyse(howling_canceling_work* w) {
   for (int p = 0; p < found; ++p) {
     const int k = peaks[p];
     const int32_t lv = w->level[k];
-    const int32_t pos = fft_int_refine(w->spec, k);
+    const int32_t pos = fft_int_refine(w->bins, k);
     const bool partner = has_harmonic_partner(w->level, pos, lv) || !lone_skirt(w->level, pos, lv, HOWLING_SKIRT);
     const bool tonal_peak = lone_skirt(w->level, pos, lv, HOWLING_SKIRT_GROW);
     // The tracker nearest to this candidate, if within the match width.

@@ -44,16 +44,16 @@
 
 KAFX_EXTERN_C_BEGIN
 
-/* Hann-windows 256 working samples into spec (imaginary parts 0), in
+/* Hann-windows 256 working samples into bins (imaginary parts 0), in
  * bit-reversed order, ready for fft_int_transform. */
-KAFX_API void fft_int_window(const int* in, complex* spec);
+KAFX_API void fft_int_window(const int* in, complex* bins);
 /* Permutes 256 values into bit-reversed order (an involution). */
-KAFX_API void fft_int_bitreverse(complex* spec);
+KAFX_API void fft_int_bitreverse(complex* bins);
 /* In-place radix-2 decimation-in-time FFT of 256 bit-reversed values; the
  * result is in natural order, scaled by 1/256. */
-KAFX_API void fft_int_transform(complex* spec);
+KAFX_API void fft_int_transform(complex* bins);
 /* Levels (dB, Q8) of bins 0 .. 127 of a transformed spectrum. */
-KAFX_API void fft_int_level(const complex* spec, int* level);
+KAFX_API void fft_int_level(const complex* bins, int* level);
 /* The peak bins of 128 levels, loudest first (FFT_INT_NO_PEAK fills the
  * rest); returns how many were found (0 .. FFT_INT_MAX_PEAKS). */
 KAFX_API int fft_int_find_peaks(const int* level, int* peaks);
@@ -62,14 +62,14 @@ KAFX_API int fft_int_find_peaks(const int* level, int* peaks);
  * (2 |X[k+1]| - |X[k]|) / (|X[k]| + |X[k+1]|) towards the louder neighbour
  * (exact for a lone sine away from bin 0; bin 1 is always interpolated
  * towards bin 2, bin 0 holding the sine's mirror image). */
-KAFX_API int fft_int_refine(const complex* spec, int k);
+KAFX_API int fft_int_refine(const complex* bins, int k);
 /* The whole analysis: window, transform, levels and peaks of 256 samples.
  * The transform of the real windowed input runs as one 128-point complex
  * transform of the even / odd sample pairs and a split (half the work);
  * its spectrum is the one fft_int_window + fft_int_transform give, to a few
- * units of rounding. spec is caller scratch of 256 values (left holding the
+ * units of rounding. bins is caller scratch of 256 values (left holding the
  * spectrum); returns the number of peaks. */
-KAFX_API int fft_int_analyze(const int* in, complex* spec, int* level, int* peaks);
+KAFX_API int fft_int_analyze(const int* in, complex* bins, int* level, int* peaks);
 
 KAFX_EXTERN_C_END
 

@@ -152,9 +152,9 @@ TEST(HowlingCanceling, ExportedBuffersHoldTheAnalysisOfTheFilteredInput) {
   const int analyses = static_cast<int>(x.size()) / HOWLING_HOP;
   for (int back = 0; back < 8; ++back) {
     const int end = (analyses - back) * HOWLING_HOP;  // the analysis saw a[end - 256 .. end)
-    std::vector<complex> spec(FFT_INT_SIZE);
+    std::vector<complex> bins(FFT_INT_SIZE);
     int level[FFT_INT_BINS], peaks[FFT_INT_MAX_PEAKS];
-    fft_int_analyze(&a[end - FFT_INT_SIZE], spec.data(), level, peaks);
+    fft_int_analyze(&a[end - FFT_INT_SIZE], bins.data(), level, peaks);
     const int row = ((analyses - 1 - back) % 8) * FFT_INT_BINS;
     for (int b = 0; b < FFT_INT_BINS; ++b) {
       ASSERT_EQ(fft_power_history[row + b], level[b]) << back << " " << b;

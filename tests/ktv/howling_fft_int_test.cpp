@@ -75,16 +75,16 @@ TEST(FftInt, WindowBitReverseAndTransformMatchTheDirectDft) {
   for (int trial = 0; trial < 4; ++trial) {
     std::vector<int> x(kN);
     for (int n = 0; n < kN; ++n) x[n] = trial == 3 ? (n % 2 != 0 ? -8388608 : 8388607) : amp(rng);  // last: full scale
-    std::vector<complex> spec(kN);
-    fft_int_window(x.data(), spec.data());
+    std::vector<complex> bins(kN);
+    fft_int_window(x.data(), bins.data());
     // Undoing the bit reversal gives the windowed samples in natural order.
-    std::vector<complex> nat = spec;
+    std::vector<complex> nat = bins;
     fft_int_bitreverse(nat.data());
     for (int n = 0; n < kN; ++n) {
       EXPECT_NEAR(static_cast<double>(nat[n].re), x[n] * 32.0 * hann(n), 2.0) << n;  // table and shift rounding
       EXPECT_EQ(nat[n].im, 0);
     }
-    fft_int_transform(spec.data());
+    fft_int_transform(bins.data());
     // The analysis' real-input transform gives the same spectrum.
     std::vector<complex> real(kN);
     int level[FFT_INT_BINS], peaks[FFT_INT_MAX_PEAKS];
@@ -94,7 +94,7 @@ TEST(FftInt, WindowBitReverseAndTransformMatchTheDirectDft) {
       std::complex<double> ref = 0;
       for (int n = 0; n < kN; ++n) ref += x[n] * 32.0 * hann(n) * std::polar(1.0, -2 * kPi * k * n / kN);
       ref /= kN;
-      worst = std::max(worst, std::abs(ref - std::complex<double>(spec[k].re, spec[k].im)));
+      worst = std::max(worst, std::abs(ref - std::complex<double>(bins[k].re, bins[k].im)));
       worst_real = std::max(worst_real, std::abs(ref - std::complex<double>(real[k].re, real[k].im)));
     }
     EXPECT_LT(worst, 16.0) << "trial " << trial;  // of a scale of 2^28
@@ -108,9 +108,9 @@ TEST(FftInt, LevelsAndRefinedPositionsOfSines) {
   } cases[] = {{5.0, -6}, {12.0, 0}, {30.0, -40}, {2.25, -6}, {7.4, -20}, {20.4, -12}, {41.1, -30}, {62.8, -6}};
   for (const Case& c : cases) {
     const std::vector<int> x = sine(c.pos, 8388607 * std::pow(10, c.db / 20), 0.7);
-    std::vector<complex> spec(kN);
+    std::vector<complex> bins(kN);
     int level[FFT_INT_BINS], peaks[FFT_INT_MAX_PEAKS];
-    const int n = fft_int_analyze(x.data(), spec.data(), level, peaks);
+    const int n = fft_int_analyze(x.data(), bins.data(), level, peaks);
     ASSERT_EQ(n, 1) << c.pos;
     const int k = static_cast<int>(std::lround(c.pos));
     EXPECT_EQ(peaks[0], k) << c.pos;
@@ -119,18 +119,18 @@ TEST(FftInt, LevelsAndRefinedPositionsOfSines) {
     const double d = std::fabs(c.pos - k);
     const double scallop = d == 0 ? 1.0 : std::sin(kPi * d) / (kPi * d * (1 - d * d));
     EXPECT_NEAR(level[k] / 256.0, c.db + 20 * std::log10(scallop), 0.05) << c.pos;
-    EXPECT_NEAR(fft_int_refine(spec.data(), k) / 256.0, c.pos, 0.01) << c.pos;
+    EXPECT_NEAR(fft_int_refine(bins.data(), k) / 256.0, c.pos, 0.01) << c.pos;
   }
   // Silence: every bin at the floor, no peak.
   std::vector<int> zero(kN, 0);
-  std::vector<complex> spec(kN);
+  std::vector<complex> bins(kN);
   int level[FFT_INT_BINS], peaks[FFT_INT_MAX_PEAKS];
-  EXPECT_EQ(fft_int_analyze(zero.data(), spec.data(), level, peaks), 0);
+  EXPECT_EQ(fft_int_analyze(zero.data(), bins.data(), level, peaks), 0);
   for (int v : level) EXPECT_EQ(v, FFT_INT_LEVEL_FLOOR);
   // Bin 1 interpolates towards bin 2 (bin 0 holds the mirror image).
   const std::vector<int> low = sine(1.07, 4194304, 0.3);
-  fft_int_analyze(low.data(), spec.data(), level, peaks);
-  EXPECT_NEAR(fft_int_refine(spec.data(), 1) / 256.0, 1.07, 0.03);
+  fft_int_analyze(low.data(), bins.data(), level, peaks);
+  EXPECT_NEAR(fft_int_refine(bins.data(), 1) / 256.0, 1.07, 0.03);
 }
 
 TEST(FftInt, PeakPickerRules) {
