@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "headphone/hp_effect_tables.h"
 
 using namespace kafx;
@@ -27,28 +28,6 @@ constexpr int kFadeStart = 6;
 
 // Preset 1: the widening system's fixed tuning (Q13).
 constexpr stereo_param_acdb_t kWideningPreset = {1, 4096, 4096, 6656, 1536, 7168, 4096};
-
-template <typename T>
-T* alloc_zeroed(size_t count = 1) {
-  auto* p = static_cast<T*>(std::malloc(count * sizeof(T)));
-  std::memset(p, 0, count * sizeof(T));
-  return p;
-}
-
-template <typename T>
-void free_and_null(T*& p) {
-  std::free(p);
-  p = nullptr;
-}
-
-SampleRateType rate_class(unsigned int rate) {
-  switch (rate) {
-    case 44100: return SAMPLE_RATE_44100;
-    case 96000: return SAMPLE_RATE_96000;
-    case 192000: return SAMPLE_RATE_192000;
-    default: return SAMPLE_RATE_48000;
-  }
-}
 
 void load_parametric(parameter_equalizer_t* eq, const param_eq_param_acdb_t& rec, int gain_left, int gain_right) {
   parameter_equalizer_reset(eq);
@@ -104,31 +83,31 @@ void kedo_hp_effect_init(kedo_hp_effect_t* h) {
   h->active = 0;
   h->fade_state = kFadeIdle;
   h->rate_type = SAMPLE_RATE_48000;
-  h->params = alloc_zeroed<audio_effect_control_acdb_t>();
-  h->equalizer = alloc_zeroed<equalizer_t>();
+  h->params = alloc_record<audio_effect_control_acdb_t>();
+  h->equalizer = alloc_record<equalizer_t>();
   equalizer_init(h->equalizer);
-  h->parameter_equalizer = alloc_zeroed<parameter_equalizer_t>();
+  h->parameter_equalizer = alloc_record<parameter_equalizer_t>();
   parameter_equalizer_init(h->parameter_equalizer);
-  h->reverb = alloc_zeroed<reverb_t>();
+  h->reverb = alloc_record<reverb_t>();
   reverb_init(h->reverb);
-  h->stereo_widening = alloc_zeroed<stereo_widening_system>();
+  h->stereo_widening = alloc_record<stereo_widening_system>();
   stereo_widening_system_init(h->stereo_widening);
-  h->virtual_bass = alloc_zeroed<virtual_bass_system>();
+  h->virtual_bass = alloc_record<virtual_bass_system>();
   virtual_bass_system_init(h->virtual_bass);
-  h->smart_volume = alloc_zeroed<smart_volume_control_t>();
+  h->smart_volume = alloc_record<smart_volume_control_t>();
   smart_volume_control_init(h->smart_volume);
-  h->channel_balance = alloc_zeroed<channel_balance_t>();
+  h->channel_balance = alloc_record<channel_balance_t>();
   channel_balance_init(h->channel_balance);
-  h->compressor = alloc_zeroed<compressor_t>();
+  h->compressor = alloc_record<compressor_t>();
   compressor_init(h->compressor, kQ13One, 2);
-  h->smooth_volume = alloc_zeroed<smooth_volume_t>();
+  h->smooth_volume = alloc_record<smooth_volume_t>();
   smooth_volume_init(h->smooth_volume);
-  h->work_left = alloc_zeroed<int32_t>(kMaxBlock);
-  h->work_right = alloc_zeroed<int32_t>(kMaxBlock);
+  h->work_left = alloc_words(kMaxBlock);
+  h->work_right = alloc_words(kMaxBlock);
 }
 
 void kedo_hp_effect_set_sample_rate(kedo_hp_effect_t* h, unsigned int rate) {
-  h->rate_type = rate_class(rate);
+  h->rate_type = rate_type_of(rate);
   stereo_widening_system_set_sample_rate(h->stereo_widening, h->rate_type);
   virtual_bass_system_set_sample_rate(h->virtual_bass, h->rate_type);
   smart_volume_control_set_sample_rate(h->smart_volume, h->rate_type);
@@ -148,27 +127,27 @@ void kedo_hp_effect_reset(kedo_hp_effect_t* h) {
 void kedo_hp_effect_end(kedo_hp_effect_t* h) {
   h->immediate_switch = 0;
   h->active = 0;
-  free_and_null(h->work_left);
-  free_and_null(h->work_right);
-  free_and_null(h->params);
+  free_null(h->work_left);
+  free_null(h->work_right);
+  free_null(h->params);
   equalizer_end(h->equalizer);
-  free_and_null(h->equalizer);
+  free_null(h->equalizer);
   parameter_equalizer_end(h->parameter_equalizer);
-  free_and_null(h->parameter_equalizer);
+  free_null(h->parameter_equalizer);
   reverb_end(h->reverb);
-  free_and_null(h->reverb);
+  free_null(h->reverb);
   stereo_widening_system_end(h->stereo_widening);
-  free_and_null(h->stereo_widening);
+  free_null(h->stereo_widening);
   virtual_bass_system_end(h->virtual_bass);
-  free_and_null(h->virtual_bass);
+  free_null(h->virtual_bass);
   smart_volume_control_end(h->smart_volume);
-  free_and_null(h->smart_volume);
+  free_null(h->smart_volume);
   channel_balance_end(h->channel_balance);
-  free_and_null(h->channel_balance);
+  free_null(h->channel_balance);
   compressor_end(h->compressor);
-  free_and_null(h->compressor);
+  free_null(h->compressor);
   smooth_volume_end(h->smooth_volume);
-  free_and_null(h->smooth_volume);
+  free_null(h->smooth_volume);
 }
 
 // --- preset switching ------------------------------------------------------

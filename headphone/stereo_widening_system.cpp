@@ -23,6 +23,7 @@
 
 #include "common/delay.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/stereo_widening_system_tables.h"
 
@@ -40,34 +41,17 @@ constexpr int kCombRight[4] = {1151, 1423, 1523, 1801};
 constexpr int kAllpassLeft[2] = {241, 337};
 constexpr int kAllpassRight[2] = {269, 367};
 
-template <typename T>
-T* alloc_zeroed() {
-  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
-  std::memset(p, 0, sizeof(T));
-  return p;
-}
-
-template <typename T>
-void free_and_null(T*& p) {
-  std::free(p);
-  p = nullptr;
-}
-
-int rate_index(SampleRateType rate) {
-  const int r = static_cast<int>(rate);
-  return (r >= 0 && r <= 3) ? r : 1;
-}
 
 
 IIR_t* new_section(const int32_t* row) {
-  IIR_t* f = alloc_zeroed<IIR_t>();
+  IIR_t* f = alloc_record<IIR_t>();
   IIR_init(f, row);
   return f;
 }
 
 void delete_section(IIR_t*& f) {
   IIR_end(f);
-  free_and_null(f);
+  free_null(f);
 }
 
 // Q13 gain product, saturated (no flush).
@@ -312,7 +296,7 @@ void difference_circuit_process_block(difference_circuit* d, int* in_left, int* 
 void crossfeed_network_init(crossfeed_network* c) {
   for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k) c->section[k] = new_section(crossfeed_row(k, 1));
   for (audio_delay*& d : c->delay) {
-    d = alloc_zeroed<audio_delay>();
+    d = alloc_record<audio_delay>();
     audio_delay_init(d, CROSSFEED_NETWORK_MAX_DELAY);
     audio_delay_set_delay(d, kDelayLength[1]);
   }
@@ -334,7 +318,7 @@ void crossfeed_network_end(crossfeed_network* c) {
   for (IIR_t*& f : c->section) delete_section(f);
   for (audio_delay*& d : c->delay) {
     audio_delay_end(d);
-    free_and_null(d);
+    free_null(d);
   }
 }
 
@@ -365,19 +349,19 @@ void crossfeed_network_process_block(crossfeed_network* c, int* in_left, int* in
 
 void early_reflector_init(early_reflector* e) {
   for (int k = 0; k < 4; ++k) {
-    e->comb_left[k] = alloc_zeroed<comber>();
+    e->comb_left[k] = alloc_record<comber>();
     comb_init(e->comb_left[k], kCombLeft[k]);
-    e->comb_right[k] = alloc_zeroed<comber>();
+    e->comb_right[k] = alloc_record<comber>();
     comb_init(e->comb_right[k], kCombRight[k]);
   }
   for (int k = 0; k < 2; ++k) {
-    e->allpass_left[k] = alloc_zeroed<allpass>();
+    e->allpass_left[k] = alloc_record<allpass>();
     allpass_init(e->allpass_left[k], kAllpassLeft[k]);
-    e->allpass_right[k] = alloc_zeroed<allpass>();
+    e->allpass_right[k] = alloc_record<allpass>();
     allpass_init(e->allpass_right[k], kAllpassRight[k]);
   }
-  e->dc_left = alloc_zeroed<dc_remove>();
-  e->dc_right = alloc_zeroed<dc_remove>();
+  e->dc_left = alloc_record<dc_remove>();
+  e->dc_right = alloc_record<dc_remove>();
   dc_remove_init(e->dc_left);
   dc_remove_init(e->dc_right);
   e->prefilter_left = new_section(tables::kReflectorPreFilter[1]);
@@ -413,20 +397,20 @@ void early_reflector_reset(early_reflector* e) {
 void early_reflector_end(early_reflector* e) {
   for (int k = 0; k < 4; ++k) {
     comb_end(e->comb_left[k]);
-    free_and_null(e->comb_left[k]);
+    free_null(e->comb_left[k]);
     comb_end(e->comb_right[k]);
-    free_and_null(e->comb_right[k]);
+    free_null(e->comb_right[k]);
   }
   for (int k = 0; k < 2; ++k) {
     allpass_end(e->allpass_left[k]);
-    free_and_null(e->allpass_left[k]);
+    free_null(e->allpass_left[k]);
     allpass_end(e->allpass_right[k]);
-    free_and_null(e->allpass_right[k]);
+    free_null(e->allpass_right[k]);
   }
   dc_remove_end(e->dc_left);
   dc_remove_end(e->dc_right);
-  free_and_null(e->dc_left);
-  free_and_null(e->dc_right);
+  free_null(e->dc_left);
+  free_null(e->dc_right);
   delete_section(e->prefilter_left);
   delete_section(e->prefilter_right);
 }
@@ -475,9 +459,9 @@ void early_reflector_process_block(early_reflector* e, int* in_left, int* in_rig
 
 void stereo_widening_system_init(stereo_widening_system* s) {
   s->status = 0;
-  s->dc = alloc_zeroed<difference_circuit>();
-  s->cfn = alloc_zeroed<crossfeed_network>();
-  s->er = alloc_zeroed<early_reflector>();
+  s->dc = alloc_record<difference_circuit>();
+  s->cfn = alloc_record<crossfeed_network>();
+  s->er = alloc_record<early_reflector>();
   difference_circuit_init(s->dc);
   crossfeed_network_init(s->cfn);
   early_reflector_init(s->er);
@@ -499,9 +483,9 @@ void stereo_widening_system_end(stereo_widening_system* s) {
   difference_circuit_end(s->dc);
   crossfeed_network_end(s->cfn);
   early_reflector_end(s->er);
-  free_and_null(s->dc);
-  free_and_null(s->cfn);
-  free_and_null(s->er);
+  free_null(s->dc);
+  free_null(s->cfn);
+  free_null(s->er);
 }
 
 void stereo_widening_system_dc_set_side_gain(stereo_widening_system* s, int v) {

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/virtual_bass_system_tables.h"
 
@@ -32,23 +33,6 @@ constexpr int kMaxBlock = VIRTUAL_BASS_SYSTEM_MAX_BLOCK;
 constexpr int32_t kUnityGain = 131072;
 constexpr int32_t kKneePeak = 24577;  // below: unity
 
-template <typename T>
-T* alloc_zeroed() {
-  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
-  std::memset(p, 0, sizeof(T));
-  return p;
-}
-
-template <typename T>
-void free_and_null(T*& p) {
-  std::free(p);
-  p = nullptr;
-}
-
-int rate_index(SampleRateType rate) {
-  const int r = static_cast<int>(rate);
-  return (r >= 0 && r <= 3) ? r : 1;
-}
 
 inline int32_t gain13(int32_t gain, int32_t x) { return shr_sat<13>(static_cast<int64_t>(gain) * x); }
 
@@ -222,19 +206,18 @@ void virtual_bass_system_init(virtual_bass_system* v) {
   v->bass_gain = 4096;
   v->harmonic_gain = 4096;
   v->high_gain = 8192;
-  v->bass_buffer = static_cast<int32_t*>(std::malloc(kMaxBlock * sizeof(int32_t)));
-  std::memset(v->bass_buffer, 0, kMaxBlock * sizeof(int32_t));
-  v->nld = alloc_zeroed<NLD>();
+  v->bass_buffer = alloc_words(kMaxBlock);
+  v->nld = alloc_record<NLD>();
   NLD_init(v->nld);
-  v->split_left = alloc_zeroed<spectral_band_split>();
-  v->split_right = alloc_zeroed<spectral_band_split>();
+  v->split_left = alloc_record<spectral_band_split>();
+  v->split_right = alloc_record<spectral_band_split>();
   spectral_band_split_init(v->split_left, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
   spectral_band_split_init(v->split_right, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
   for (int i = 0; i < 4; ++i) {
-    *section(v, i) = alloc_zeroed<IIR_t>();
+    *section(v, i) = alloc_record<IIR_t>();
     IIR_init(*section(v, i), section_row(i, 1));
   }
-  v->compressor = alloc_zeroed<compressor_bass>();
+  v->compressor = alloc_record<compressor_bass>();
   compressor_bass_init(v->compressor);
 }
 
@@ -257,17 +240,17 @@ void virtual_bass_system_reset(virtual_bass_system* v) {
 void virtual_bass_system_end(virtual_bass_system* v) {
   spectral_band_split_end(v->split_left);
   spectral_band_split_end(v->split_right);
-  free_and_null(v->split_left);
-  free_and_null(v->split_right);
+  free_null(v->split_left);
+  free_null(v->split_right);
   NLD_end(v->nld);
-  free_and_null(v->nld);
+  free_null(v->nld);
   for (int i = 0; i < 4; ++i) {
     IIR_end(*section(v, i));
-    free_and_null(*section(v, i));
+    free_null(*section(v, i));
   }
   compressor_bass_end(v->compressor);
-  free_and_null(v->compressor);
-  free_and_null(v->bass_buffer);
+  free_null(v->compressor);
+  free_null(v->bass_buffer);
 }
 
 void virtual_bass_system_set_nld_clip_level(virtual_bass_system* v, int level) { NLD_set_clip_level(v->nld, level); }
