@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
+
 namespace {
 
 constexpr int kInitFrameLen = 960;  // the 5 ms block of 192 kHz, until a rate is set
@@ -22,7 +24,7 @@ int frame_length(SampleRateType rate) {
 }
 
 dynamic_range_control_t* new_controller(int volume, int delay_frames) {
-  auto* d = static_cast<dynamic_range_control_t*>(std::malloc(sizeof(dynamic_range_control_t)));
+  auto* d = kafx::alloc_record<dynamic_range_control_t>();
   dynamic_range_control_init(d, delay_frames, kInitFrameLen);
   dynamic_range_control_set_threshold(d, kThreshold);
   dynamic_range_control_set_denoise_threshold(d, kDenoiseThreshold);

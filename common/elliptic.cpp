@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -39,8 +40,7 @@ extern "C" {
 
 void elliptic_init(elliptic* e, const int* coefficients) {
   e->coefficients = coefficients;
-  e->state = static_cast<int32_t*>(std::malloc(kTaps * sizeof(int32_t)));
-  std::memset(e->state, 0, kTaps * sizeof(int32_t));
+  e->state = kafx::alloc_words(kTaps);
 }
 
 void elliptic_setcoef(elliptic* e, const int* coefficients) {

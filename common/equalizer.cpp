@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
 #include "common/biquad.h"
 #include "common/equalizer_tables.h"
 
@@ -21,7 +22,7 @@ constexpr int kBands = EQUALIZER_BANDS;
 constexpr int32_t kPassThrough[5] = {kQ28One, 0, 0, 0, 0};
 
 IIR_t* new_section() {
-  auto* s = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
+  auto* s = kafx::alloc_record<IIR_t>();
   IIR_init(s, kPassThrough);
   return s;
 }

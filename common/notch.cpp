@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -27,7 +28,7 @@ extern "C" {
 void notch_init(notch* n, int radius, int centre) {
   n->radius = radius;
   n->centre = centre;
-  n->state = static_cast<int64_t*>(std::malloc(kWords * sizeof(int64_t)));
+  n->state = static_cast<int64_t*>(kafx::alloc_zeroed(kWords * sizeof(int64_t)));
   clear_state(n->state);
 }
 

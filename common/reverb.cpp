@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
 #include "common/dc_remove.h"
 #include "common/delay.h"
 #include "common/fixed_point.h"
@@ -33,11 +34,6 @@ constexpr int kCombLeft[kCombs] = {1109, 1399, 1489, 1777, 1973, 2069, 2267, 254
 constexpr int kCombRight[kCombs] = {1151, 1423, 1523, 1801, 1997, 2099, 2293, 2579};
 constexpr int kAllpassLeft[kAllpasses] = {619, 523, 337, 241};
 constexpr int kAllpassRight[kAllpasses] = {643, 547, 367, 269};
-
-template <class T>
-T* alloc_record() {
-  return static_cast<T*>(std::malloc(sizeof(T)));
-}
 
 // The process functions work through runs of up to kChunk frames filter by
 // filter (the block forms of delay.h): every comb, all-pass and DC blocker

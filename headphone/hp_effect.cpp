@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -92,8 +93,8 @@ void* kafx_hp_effect_init(unsigned int sample_rate, int format_type) {
 
   h->frame_count = kWork;
   h->block_len = kWork;
-  h->work_left = static_cast<int32_t*>(std::malloc(kWork * sizeof(int32_t)));
-  h->work_right = static_cast<int32_t*>(std::malloc(kWork * sizeof(int32_t)));
+  h->work_left = kafx::alloc_words(kWork);
+  h->work_right = kafx::alloc_words(kWork);
   return h;
 }
 

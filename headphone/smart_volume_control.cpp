@@ -20,6 +20,7 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
 #include "common/biquad.h"
 #include "headphone/smart_volume_control_tables.h"
 
@@ -140,8 +141,8 @@ void smart_volume_control_init(smart_volume_control_t* s) {
   s->weight_rest = kInitWeights[3];
   smart_volume_control_set_level(s, kQ13One);
   for (int f = 0; f < 3; ++f) {
-    s->lp_left[f] = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
-    s->lp_right[f] = static_cast<IIR_t*>(std::malloc(sizeof(IIR_t)));
+    s->lp_left[f] = kafx::alloc_record<IIR_t>();
+    s->lp_right[f] = kafx::alloc_record<IIR_t>();
     IIR_init(s->lp_left[f], kSmartVolumeFilters[1][f]);
     IIR_init(s->lp_right[f], kSmartVolumeFilters[1][f]);
   }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -56,7 +57,7 @@ extern "C" {
 
 void gramophone_init(gramophone* g) {
   g->status = 0;
-  g->filter = static_cast<elliptic*>(std::malloc(sizeof(elliptic)));
+  g->filter = kafx::alloc_record<elliptic>();
   elliptic_init(g->filter, kGramophoneCoefficients);
 }
 

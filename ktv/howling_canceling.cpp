@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 #include "kafx_proc/dc_remove.h"
 #include "kafx_proc/elliptic.h"
@@ -422,8 +423,7 @@ extern "C" {
 void howling_canceling_init(howlingCancel* h) {
   h->status = 0;
   h->gain = kQ13One;
-  auto* w = static_cast<howling_canceling_work*>(std::malloc(sizeof(howling_canceling_work)));
-  std::memset(w, 0, sizeof *w);
+  auto* w = kafx::alloc_record<howling_canceling_work>();
   dc_remove_init(&w->dc);
   elliptic_init(&w->lowpass, kHowlingLowpass);
   for (notch& n : w->notches) notch_init(&n, HOWLING_NOTCH_RADIUS, 0);

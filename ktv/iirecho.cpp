@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -26,7 +27,7 @@ void apply_settings(iirecho* e) {
 }
 
 iircomber* new_comb(int capacity) {
-  auto* c = static_cast<iircomber*>(std::malloc(sizeof(iircomber)));
+  auto* c = kafx::alloc_record<iircomber>();
   iircomber_init(c, capacity);
   return c;
 }

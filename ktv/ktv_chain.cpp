@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
 using namespace kafx;
@@ -22,21 +23,8 @@ constexpr int kFrameMax = KEDO_AUDIO_TX_KTV_MAX_FRAME;
 constexpr int kNsRate = 32000;
 constexpr int kVoiceRate = 48000;
 
-// A zeroed record; the block's own init then sets its fields.
-template <typename T>
-T* alloc_record() {
-  auto* p = static_cast<T*>(std::malloc(sizeof(T)));
-  std::memset(p, 0, sizeof(T));
-  return p;
-}
+int32_t* alloc_frame() { return kafx::alloc_words(kFrameMax); }
 
-int32_t* alloc_frame() { return alloc_record<int32_t[kFrameMax]>()[0]; }
-
-template <typename T>
-void free_record(T** p) {
-  std::free(*p);
-  *p = nullptr;
-}
 
 SampleRateType rate_class(unsigned int rate) {
   switch (rate) {
@@ -68,16 +56,16 @@ extern "C" {
 void kedo_audio_tx_ktv_init(kedo_audio_tx_ktv_t* c) {
   c->volume = kQ13One;
   c->rate_type = SAMPLE_RATE_48000;
-  c->equalizer = alloc_record<equalizer_t>();
-  c->reverb = alloc_record<reverb_t>();
-  c->howling = alloc_record<howlingCancel>();
-  c->compressor = alloc_record<compressor_t>();
-  c->echo = alloc_record<iirecho>();
-  c->gramo = alloc_record<gramophone>();
-  c->ns = alloc_record<NsxInst_t_>();
-  c->highpass = alloc_record<IIR_t>();
-  c->down = alloc_record<Resampler_t>();
-  c->up = alloc_record<Resampler_t>();
+  c->equalizer = kafx::alloc_record<equalizer_t>();
+  c->reverb = kafx::alloc_record<reverb_t>();
+  c->howling = kafx::alloc_record<howlingCancel>();
+  c->compressor = kafx::alloc_record<compressor_t>();
+  c->echo = kafx::alloc_record<iirecho>();
+  c->gramo = kafx::alloc_record<gramophone>();
+  c->ns = kafx::alloc_record<NsxInst_t_>();
+  c->highpass = kafx::alloc_record<IIR_t>();
+  c->down = kafx::alloc_record<Resampler_t>();
+  c->up = kafx::alloc_record<Resampler_t>();
   c->left = alloc_frame();
   c->right = alloc_frame();
   equalizer_init(c->equalizer);
@@ -112,18 +100,18 @@ void kedo_audio_tx_ktv_end(kedo_audio_tx_ktv_t* c) {
   Resampler_delete(c->down);
   Resampler_delete(c->up);
   IIR_end(c->highpass);
-  free_record(&c->equalizer);
-  free_record(&c->reverb);
-  free_record(&c->howling);
-  free_record(&c->compressor);
-  free_record(&c->echo);
-  free_record(&c->gramo);
-  free_record(&c->ns);
-  free_record(&c->highpass);
-  free_record(&c->down);
-  free_record(&c->up);
-  free_record(&c->left);
-  free_record(&c->right);
+  kafx::free_null(c->equalizer);
+  kafx::free_null(c->reverb);
+  kafx::free_null(c->howling);
+  kafx::free_null(c->compressor);
+  kafx::free_null(c->echo);
+  kafx::free_null(c->gramo);
+  kafx::free_null(c->ns);
+  kafx::free_null(c->highpass);
+  kafx::free_null(c->down);
+  kafx::free_null(c->up);
+  kafx::free_null(c->left);
+  kafx::free_null(c->right);
 }
 
 void kedo_audio_tx_ktv_set_volume(kedo_audio_tx_ktv_t* c, int volume) {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/lifecycle.h"
 #include "common/fixed_point.h"
 #include "kafx_proc/bp_ns.h"
 #include "ns/nsx_tables.h"
@@ -100,8 +101,7 @@ int sigmoid(int x) {
 
 BPInfo_tag* BP_ns_init(int fs, int bin_count) {
   (void)fs;
-  BPInfo_tag* r = static_cast<BPInfo_tag*>(std::malloc(sizeof(BPInfo_tag)));
-  std::memset(r, 0, sizeof(BPInfo_tag));
+  BPInfo_tag* r = kafx::alloc_record<BPInfo_tag>();
   r->bin_count = bin_count;
   r->reset_count[0] = 600;
   r->reset_count[1] = 300;
