@@ -1,5 +1,5 @@
-// Smart volume control: defaults and the documented filter rows per rate,
-// set_level's arithmetic, silence, and the block against a plain model
+// Smart volume control: defaults and the filter rows chosen per rate (the
+// rows themselves are checked by test_tools), set_level's arithmetic, silence, and the block against a plain model
 // written from its description (per-sample filters through the exported
 // biquad section, 64-bit energies, the gain decision and the glide) over a
 // programme that visits every branch, in uneven blocks; then the documented
@@ -10,33 +10,24 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 #include <numbers>
 #include <random>
 #include <vector>
 
+#include "headphone/smart_volume_control_tables.h"
 #include "kafx_proc/smart_volume_control.h"
-#include "kafx_proc/smooth_volume.h"
 
 namespace {
 
 using Set = std::array<int, 5>;
 
-// Documented measuring filters: [rate row][low, mid, high].
-const Set kRows[3][3] = {
-    {{82205, 164410, 82205, 518080780, -249974146},
-     {1015678, 2031357, 1015678, 470823151, -206450411},
-     {29766420, 59532841, 29766420, 179315595, -29945823}},
-    {{69585, 139170, 69585, 519583177, -251426062},
-     {1015678, 2031357, 1015678, 470823151, -206450411},
-     {26099321, 52198643, 26099321, 202063902, -38025733}},
-    {{17677, 35354, 17677, 528157472, -259792727},
-     {269729, 539458, 269729, 502834479, -235477941},
-     {8468602, 16937205, 8468602, 346155487, -111594444}},
-};
-
+using kafx::kSmartVolumeFilters;
 Set coef(const IIR_t* f) { return {f->coef[0], f->coef[1], f->coef[2], f->coef[3], f->coef[4]}; }
+Set row(int rate, int f) {
+  const int32_t* r = kSmartVolumeFilters[rate][f];
+  return {r[0], r[1], r[2], r[3], r[4]};
+}
 
 struct Svc {
   smart_volume_control_t s{};
@@ -44,71 +35,40 @@ struct Svc {
   ~Svc() { smart_volume_control_end(&s); }
 };
 
-TEST(SmartVolume, DefaultsRatesAndLevel) {
+TEST(SmartVolume, DefaultsRatesLevelAndReset) {
   Svc v;
-  const smart_volume_control_t& s = v.s;
-  EXPECT_TRUE(s.status == 0 && s.gain == 0 && s.gain_max == 131072 && s.level == 8192);
-  EXPECT_TRUE(s.attact_order == 3 && s.release_order == 7 && s.peak_env == 0 && s.hold_count == 0);
-  EXPECT_TRUE(s.weight_low == 3 && s.weight_mid == 1 && s.weight_high == 0 && s.weight_rest == 2);
-  EXPECT_TRUE(s.threshold == 262800 && s.reference == 67277003 && s.energy == 16819250);
-  for (int f = 0; f < 3; ++f) EXPECT_TRUE(coef(s.lp_left[f]) == kRows[1][f] && coef(s.lp_right[f]) == kRows[1][f]);
+  smart_volume_control_t& s = v.s;
+  EXPECT_EQ((std::vector<int>{s.status, s.gain, s.gain_max, s.level, s.attact_order, s.release_order, s.weight_low,
+                              s.weight_mid, s.weight_high, s.weight_rest}),
+            (std::vector<int>{0, 0, 131072, 8192, 3, 7, 3, 1, 0, 2}));
   // {rate class, table row}: 0 -> 44.1k, 2 -> 96k, any other -> 48k.
-  const int rates[][2] = {{0, 0}, {2, 2}, {1, 1}, {3, 1}, {8, 1}};
+  const int rates[][2] = {{0, 0}, {2, 2}, {3, 1}, {8, 1}};
   for (auto& r : rates) {
-    v.s.lp_left[1]->state[3] = 77;
-    smart_volume_control_set_sample_rate(&v.s, static_cast<SampleRateType>(r[0]));
-    EXPECT_EQ(v.s.lp_left[1]->state[3], 0);  // history cleared
-    for (int f = 0; f < 3; ++f) {
-      EXPECT_EQ(coef(v.s.lp_left[f]), kRows[r[1]][f]) << r[0];
-      EXPECT_EQ(coef(v.s.lp_right[f]), kRows[r[1]][f]) << r[0];
-    }
+    s.lp_left[1]->state[3] = 77;
+    smart_volume_control_set_sample_rate(&s, static_cast<SampleRateType>(r[0]));
+    EXPECT_EQ(s.lp_left[1]->state[3], 0);  // history cleared
+    for (int f = 0; f < 3; ++f)
+      EXPECT_TRUE(coef(s.lp_left[f]) == row(r[1], f) && coef(s.lp_right[f]) == row(r[1], f)) << r[0] << " " << f;
   }
   // p = level^2 * 67277003: threshold p >> 34, reference p >> 26, energy p >> 28.
-  v.s.hold_count = 5;
-  smart_volume_control_set_level(&v.s, 4096);
+  EXPECT_TRUE(s.threshold == 262800 && s.reference == 67277003 && s.energy == 16819250);
+  s.hold_count = 5;
+  smart_volume_control_set_level(&s, 4096);
   int level = 0;
-  smart_volume_control_get_level(&v.s, &level);
-  EXPECT_EQ(level, 4096);
-  EXPECT_TRUE(v.s.threshold == 65700 && v.s.reference == 16819250 && v.s.energy == 4204812 && v.s.hold_count == 0);
-  smart_volume_control_set_level(&v.s, 8192);
-  EXPECT_TRUE(v.s.threshold == 262800 && v.s.reference == 67277003 && v.s.energy == 16819250);
-  int a = 0, r = 0, st = 0;
-  smart_volume_control_set_attact_order(&v.s, 2);
-  smart_volume_control_set_release_order(&v.s, 9);
-  smart_volume_control_setstatus(&v.s, 1);
-  smart_volume_control_get_attact_order(&v.s, &a);
-  smart_volume_control_get_release_order(&v.s, &r);
-  smart_volume_control_getstatus(&v.s, &st);
-  EXPECT_TRUE(a == 2 && r == 9 && st == 1);
-}
-
-// The owners write some fields by position (the calibration record's
-// `level` is the fourth word, `attact_order` the fifth); the smooth volume's
-// four words are read the same way.
-TEST(SmartVolume, RecordLayouts) {
-  EXPECT_EQ(offsetof(smart_volume_control_t, level), 3 * sizeof(int32_t));
-  EXPECT_EQ(offsetof(smart_volume_control_t, attact_order), 4 * sizeof(int32_t));
-  EXPECT_EQ(offsetof(smart_volume_control_t, hold_count), 11 * sizeof(int32_t));
-  EXPECT_EQ(offsetof(smart_volume_control_t, threshold), 12 * sizeof(int32_t));
-  EXPECT_EQ(offsetof(smart_volume_control_t, lp_left), 12 * sizeof(int32_t) + 3 * sizeof(int64_t));
-  EXPECT_EQ(offsetof(smooth_volume_t, target_gain), 2 * sizeof(int32_t));
-  EXPECT_EQ(sizeof(smooth_volume_t), 4 * sizeof(int32_t));
-}
-
-TEST(SmartVolume, SilenceStaysSilentAndResetClears) {
-  Svc v;
+  smart_volume_control_get_level(&s, &level);
+  EXPECT_TRUE(level == 4096 && s.threshold == 65700 && s.reference == 16819250 && s.energy == 4204812 &&
+              s.hold_count == 0);
+  // Silence stays silent; some signal, then reset: gain, envelope, energy and
+  // filter histories go to 0, the level stays.
   std::vector<int> l(240, 0), r(240, 0);
-  for (int b = 0; b < 50; ++b) smart_volume_control_process(&v.s, l.data(), r.data(), l.data(), r.data(), 240);
-  EXPECT_TRUE(std::all_of(l.begin(), l.end(), [](int x) { return x == 0; }));
-  EXPECT_EQ(v.s.gain, 0);
-  // Some signal, then reset: gain, envelope, energy and filter histories go to 0.
+  for (int b = 0; b < 50; ++b) smart_volume_control_process(&s, l.data(), r.data(), l.data(), r.data(), 240);
+  EXPECT_TRUE(l == std::vector<int>(240) && s.gain == 0);
   std::fill(l.begin(), l.end(), 3000000);
-  smart_volume_control_process(&v.s, l.data(), r.data(), l.data(), r.data(), 240);
-  EXPECT_TRUE(v.s.peak_env != 0 && v.s.gain != 0);
-  smart_volume_control_reset(&v.s);
-  EXPECT_TRUE(v.s.gain == 0 && v.s.peak_env == 0 && v.s.energy == 0 && v.s.hold_count == 0);
-  for (int f = 0; f < 3; ++f) EXPECT_TRUE(v.s.lp_left[f]->state[3] == 0 && v.s.lp_left[f]->state[1] == 0);
-  EXPECT_EQ(v.s.level, 8192);
+  smart_volume_control_process(&s, l.data(), r.data(), l.data(), r.data(), 240);
+  EXPECT_TRUE(s.peak_env != 0 && s.gain != 0 && s.lp_left[1]->state[3] != 0);
+  smart_volume_control_reset(&s);
+  EXPECT_TRUE(s.gain == 0 && s.peak_env == 0 && s.energy == 0 && s.hold_count == 0 && s.level == 4096);
+  for (int f = 0; f < 3; ++f) EXPECT_TRUE(s.lp_left[f]->state[3] == 0 && s.lp_left[f]->state[1] == 0);
 }
 
 // The block as its description reads, in plain 64-bit integers; the
@@ -121,7 +81,7 @@ struct Model {
   explicit Model(int rate_row) {
     const int64_t p = int64_t{8192} * 8192 * 67277003;
     threshold = p >> 34, reference = p >> 26, energy = p >> 28;
-    for (int k = 0; k < 6; ++k) IIR_init(&lp[k], kRows[rate_row][k % 3].data());
+    for (int k = 0; k < 6; ++k) IIR_init(&lp[k], kSmartVolumeFilters[rate_row][k % 3]);
   }
   ~Model() {
     for (IIR_t& f : lp) IIR_end(&f);
