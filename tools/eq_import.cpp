@@ -9,22 +9,14 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "speaker_units.h"
+
 namespace kafx_tool {
 namespace {
 
 std::string upper(std::string s) {
   for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return s;
-}
-
-bool number(const std::string& s, double* out) {
-  if (s.empty()) return false;
-  errno = 0;
-  char* end = nullptr;
-  const double v = std::strtod(s.c_str(), &end);
-  if (errno != 0 || *end != '\0' || !std::isfinite(v)) return false;
-  *out = v;
-  return true;
 }
 
 struct LineError {
@@ -55,7 +47,7 @@ void parse_filter(const std::vector<std::string>& w, size_t first, EqBand* b, bo
     if (key != "FC" && key != "GAIN" && key != "Q")
       throw LineError{"unsupported parameter '" + w[i] + "' (Fc, Gain and Q are supported)"};
     double v;
-    if (i + 1 >= w.size() || !number(w[i + 1], &v))
+    if (i + 1 >= w.size() || !parse_number(w[i + 1], &v))
       throw LineError{"'" + w[i] + "' needs a number after it"};
     i += 2;
     auto unit = [&](const char* u) {
@@ -119,7 +111,7 @@ bool import_eq_text(std::istream& in, double rate, int max_bands, EqImport* out,
       const std::string key = upper(w[0]);
       if (key == "PREAMP" && w.size() == 1) {
         double db;
-        if (t.empty() || t.size() > 2 || !number(t[0], &db) || (t.size() == 2 && upper(t[1]) != "DB"))
+        if (t.empty() || t.size() > 2 || !parse_number(t[0], &db) || (t.size() == 2 && upper(t[1]) != "DB"))
           throw LineError{"Preamp takes one value in dB"};
         if (std::fabs(db) > 40) throw LineError{"Preamp " + g_text(db, 6) + " dB is out of range (+-40 dB)"};
         if (out->has_preamp) throw LineError{"Preamp given twice"};

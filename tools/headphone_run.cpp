@@ -257,13 +257,10 @@ int kafx_headphone_main(int argc, char** argv) {
   const audio_effect_control_acdb_t record = build_record(o, from_file);
 
   if (o.in_path.empty()) {
-    namespace fs = std::filesystem;
-    const fs::path out(o.out_path);
-    const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_in.wav";
-    if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_in.wav");
-    if (!kafx_tool::write_pcm_wav(in.string(), kafx_tool::make_default_signal(), &error)) return failure(error);
-    std::fprintf(o.out_path == "-" ? stderr : stdout, "wrote built-in input %s\n", in.string().c_str());
-    o.in_path = in.string();
+    const std::string in = kafx_tool::builtin_input_path(o.out_path);
+    if (in.empty()) return usage_error("OUT.wav must not be named default_in.wav");
+    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return failure(error);
+    o.in_path = in;
   }
 
   kafx_tool::StreamOptions so{"headphone", o.strict};
@@ -346,12 +343,7 @@ int kafx_headphone_main(int argc, char** argv) {
     std::fprintf(info, "  record: effect %d, hpadapter %d; chain blocks of %d frames, latency %zu frames removed\n",
                  record.effect_type, record.hpadapter_type, block_len, latency);
   }
-  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
-  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
-  if (r.seconds > 0.0) {
-    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
-                 r.seconds * 1e3, audio_seconds);
-  }
+  kafx_tool::print_levels_and_speed(info, r, audio_seconds);
   if (!o.record_out.empty()) std::fprintf(info, "  record written to %s\n", o.record_out.c_str());
   return 0;
 }

@@ -405,11 +405,6 @@ int kafx_ktv_main(int argc, char** argv) {
   std::fprintf(info, "  frames %lld, mono 48000 Hz 16-bit in, stereo out, %d-sample calls\n",
                static_cast<long long>(r.out_frames), kFrame);
   std::fprintf(info, "  blocks: %s\n", blocks_on(o).c_str());
-  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
-  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
-  if (r.seconds > 0.0) {
-    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
-                 r.seconds * 1e3, audio_seconds);
-  }
+  kafx_tool::print_levels_and_speed(info, r, audio_seconds);
   return 0;
 }

@@ -91,16 +91,6 @@ class DesignError {
   std::string message;
 };
 
-bool parse_double(const std::string& s, double* out) {
-  if (s.empty()) return false;
-  errno = 0;
-  char* end = nullptr;
-  const double v = std::strtod(s.c_str(), &end);
-  if (errno != 0 || *end != '\0' || !std::isfinite(v)) return false;
-  *out = v;
-  return true;
-}
-
 bool parse_long(const std::string& s, long lo, long hi, long* out) {
   if (s.empty()) return false;
   errno = 0;
@@ -135,7 +125,7 @@ int32_t parse_on_off(const std::vector<std::string>& w) {
 
 double need_double(const std::string& s, const char* what) {
   double v;
-  if (!parse_double(s, &v)) throw DesignError(std::string(what) + " '" + s + "' is not a number");
+  if (!kafx_tool::parse_number(s, &v)) throw DesignError(std::string(what) + " '" + s + "' is not a number");
   return v;
 }
 
@@ -578,7 +568,7 @@ int kafx_speaker_design_main(int argc, char** argv) {
       const std::string v = argv[++i];
       if (a == "-o") {
         output = v;
-      } else if (!parse_double(v, &rate) || rate < 8000 || rate > 192000) {
+      } else if (!kafx_tool::parse_number(v, &rate) || rate < 8000 || rate > 192000) {
         std::fprintf(stderr, "kafx speaker-design: --rate takes 8000..192000 Hz\n");
         return 2;
       }

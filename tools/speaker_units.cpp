@@ -13,8 +13,10 @@
 // very same integers again, so a generated file reads back as it was written.
 #include "speaker_units.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace kafx_tool {
 namespace {
@@ -54,6 +56,16 @@ bool settle(EqBand c, double rate, const BandRecord& want, EqBand* out) {
 }
 
 }  // namespace
+
+bool parse_number(const std::string& s, double* out) {
+  if (s.empty()) return false;
+  errno = 0;
+  char* end = nullptr;
+  const double v = std::strtod(s.c_str(), &end);
+  if (errno != 0 || *end != '\0' || !std::isfinite(v)) return false;
+  *out = v;
+  return true;
+}
 
 std::string g_text(double x, int digits) {
   char buf[40];

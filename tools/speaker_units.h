@@ -52,6 +52,9 @@ double peak16_to_dbfs(int32_t t);
 // Expander level: 24-bit mean units, 0 dBFS = 8388607, at least 2.
 int32_t dbfs_to_mean24(double dbfs);
 double mean24_to_dbfs(int32_t t);
+// A whole string read as a finite number (no trailing characters).
+bool parse_number(const std::string& s, double* out);
+
 // Envelope time constant of a limiter shift, in ms, for 5 ms blocks
 // (the envelope moves 2^-shift of the way per block; shift 0 follows at once).
 double shift_to_ms(int32_t shift);

@@ -14,6 +14,9 @@
 #include <cstring>
 #include <filesystem>
 
+#include "test_signal.h"
+#include "wav_io.h"
+
 namespace kafx_tool {
 
 namespace {
@@ -281,6 +284,28 @@ int run_stream(const StreamOptions& o, const std::string& in_path, const std::st
   }
   *result = r;
   return 0;
+}
+
+void print_levels_and_speed(std::FILE* info, const StreamResult& r, double audio_seconds) {
+  std::fprintf(info, "  input : peak %7.2f dBFS, RMS %7.2f dBFS\n", r.in_level.peak_db(), r.in_level.rms_db());
+  std::fprintf(info, "  output: peak %7.2f dBFS, RMS %7.2f dBFS\n", r.out_level.peak_db(), r.out_level.rms_db());
+  if (r.seconds > 0.0) {
+    std::fprintf(info, "  speed : %.1f x real time (%.2f ms for %.2f s of audio)\n", audio_seconds / r.seconds,
+                 r.seconds * 1e3, audio_seconds);
+  }
+}
+
+std::string builtin_input_path(const std::string& out_path) {
+  namespace fs = std::filesystem;
+  const fs::path out(out_path);
+  const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_in.wav";
+  return out.filename() == in.filename() ? std::string() : in.string();
+}
+
+bool write_builtin_input(const std::string& path, std::FILE* info, std::string* error) {
+  if (!write_pcm_wav(path, make_default_signal(), error)) return false;
+  std::fprintf(info, "wrote built-in input %s\n", path.c_str());
+  return true;
 }
 
 }  // namespace kafx_tool

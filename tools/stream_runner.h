@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -113,6 +114,17 @@ bool warn(const StreamOptions& o, const std::string& text);
 // file is left behind.
 int run_stream(const StreamOptions& o, const std::string& in_path, const std::string& out_path,
                const std::function<std::string(const StreamInput&, StreamProcessor*)>& setup, StreamResult* result);
+
+// The closing lines of every audio command's summary: input and output
+// levels, and the processing speed for `audio_seconds` of sound.
+void print_levels_and_speed(std::FILE* info, const StreamResult& r, double audio_seconds);
+
+// Where a run writing `out_path` puts the built-in excerpt: default_in.wav in
+// the output's folder; empty when the output itself has that name.
+std::string builtin_input_path(const std::string& out_path);
+
+// Writes the built-in excerpt to `path` and says so on `info`.
+bool write_builtin_input(const std::string& path, std::FILE* info, std::string* error);
 
 }  // namespace kafx_tool
 
