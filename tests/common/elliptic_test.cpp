@@ -19,15 +19,20 @@ using Seq = std::vector<int>;
 const int kBandPass[13] = {617,     -1060,     268,      0,         -268,    1060,   -617,
                            5909563, -13956198, 17678109, -12667477, 4868827, -784265};
 
-Seq run(const int* coef, const Seq& in) {
-  elliptic e;
-  elliptic_init(&e, coef);
+Seq run(elliptic* e, const Seq& in) {
   Seq out;
   for (int x : in) {
     int y = 0;
-    elliptic_process(&e, &x, &y);
+    elliptic_process(e, &x, &y);
     out.push_back(y);
   }
+  return out;
+}
+
+Seq run(const int* coef, const Seq& in) {
+  elliptic e;
+  elliptic_init(&e, coef);
+  const Seq out = run(&e, in);
   elliptic_end(&e);
   return out;
 }
@@ -114,27 +119,19 @@ TEST(Elliptic, BandPassResponse) {
   }
 }
 
-TEST(Elliptic, StateLifecycleAndBufferForm) {
+TEST(Elliptic, ResetNewTableEndAndBufferForm) {
+  // A reset gives a fresh filter (zeros in, zeros out); a new table clears
+  // the history (a one-sample delay then starts from 0).
+  const Seq in = {3000000, -1000000, 5, 7000000, 0, 0, 0, 0};
   elliptic e;
   elliptic_init(&e, kBandPass);
-  EXPECT_EQ(e.coefficients, kBandPass);
-  int x = 3000000, y = 0;
-  elliptic_process(&e, &x, &y);
-  // The low 13 bits of the accumulator are parked in the x[n] slot:
-  // b0 * (3000000 << 5) = 617 * 96000000.
-  EXPECT_EQ(e.state[0], static_cast<int>((617LL * 96000000) & 0x1fff));
-  EXPECT_EQ(e.state[1], 96000000);
-  // After a reset, zeros in give zeros out; a new table clears the history.
+  const Seq first = run(&e, in);
   elliptic_resetstate(&e);
-  for (int i = 0; i < 13; ++i) EXPECT_EQ(e.state[i], 0);
-  x = 0;
-  elliptic_process(&e, &x, &y);
-  EXPECT_EQ(y, 0);
-  x = 1000000;
-  elliptic_process(&e, &x, &y);
-  static const int kUnity[13] = {1 << 20};
-  elliptic_setcoef(&e, kUnity);
-  for (int i = 0; i < 13; ++i) EXPECT_EQ(e.state[i], 0);
+  EXPECT_EQ(run(&e, Seq(8, 0)), Seq(8, 0));
+  EXPECT_EQ(run(&e, in), first);
+  static const int kDelay[13] = {0, 1 << 20};
+  elliptic_setcoef(&e, kDelay);
+  EXPECT_EQ(run(&e, in), (Seq{0, 3000000, -1000000, 5, 7000000, 0, 0, 0}));
   elliptic_end(&e);
   EXPECT_TRUE(e.state == nullptr && e.coefficients == nullptr);
 
@@ -142,20 +139,17 @@ TEST(Elliptic, StateLifecycleAndBufferForm) {
   // and filters it; odd length, one shared table for two filters.
   std::mt19937 rng(3);
   std::uniform_int_distribution<int> work(-8388608, 8388607);
-  Seq in(37);
-  for (int& v : in) v = work(rng);
-  in[0] = -1;
-  in[1] = -4;
-  in[2] = -5;
+  Seq buf(37), out(37, 12345);
+  for (int& v : buf) v = work(rng);
+  buf[0] = -1, buf[1] = -4, buf[2] = -5;
   Seq quarter;
-  for (int v : in) quarter.push_back((v >> 2) == -1 ? 0 : v >> 2);
-  Seq buf = in, out(in.size(), 12345);
+  for (int v : buf) quarter.push_back((v >> 2) == -1 ? 0 : v >> 2);
+  EXPECT_EQ(Seq(quarter.begin(), quarter.begin() + 3), (Seq{0, 0, -2}));
   elliptic a;
   elliptic_init(&a, kBandPass);
   remove_high_freq_process(&a, buf.data(), out.data(), static_cast<int>(buf.size()));
   EXPECT_EQ(buf, quarter);
   EXPECT_EQ(out, run(kBandPass, quarter));
-  EXPECT_EQ(Seq(quarter.begin(), quarter.begin() + 3), (Seq{0, 0, -2}));
   remove_high_freq_process(&a, buf.data(), out.data(), 0);  // count 0: nothing
   EXPECT_EQ(buf, quarter);
   elliptic_end(&a);

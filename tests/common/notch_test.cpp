@@ -39,14 +39,16 @@ int centre_for(double hz, double fs) { return static_cast<int>(-2 * std::cos(2 *
 // 8192 y[n] + e[n] = x[n-1] m / 2^15 + e[n-1] + 8192 (x[n] + x[n-2])
 //                    - r^2 y[n-2] / 2^13 - (r m / 2^28) y[n-1]
 // with floor divisions, evaluated from whole histories in 64 bits (the
-// inputs used here keep every term far inside that range).
-Seq model(int r, int m, const Seq& in) {
+// inputs used here keep every term far inside that range). The centre
+// becomes `m2` from sample `from` on, the history kept.
+Seq model(int r, int m, const Seq& in, int m2 = 0, size_t from = SIZE_MAX) {
   std::vector<int64_t> x, y;
   int64_t e = 0;
   Seq out;
   auto at = [](const std::vector<int64_t>& v, size_t n, size_t k) -> int64_t { return n >= k ? v[n - k] : 0; };
   auto floordiv = [](int64_t a, int64_t d) { return a >= 0 ? a / d : -((-a + d - 1) / d); };
   for (size_t n = 0; n < in.size(); ++n) {
+    if (n == from) m = m2;
     x.push_back(in[n]);
     int64_t acc = floordiv(at(x, n + 1, 2) * m, 1 << 15) + e + 8192 * (x[n] + at(x, n + 1, 3));
     acc -= floordiv(static_cast<int64_t>(r) * r * at(y, n, 2), 1 << 13);
@@ -123,25 +125,23 @@ TEST(Notch, RemovesTheCentreAndPassesTheRest) {
 }
 
 TEST(Notch, GlidesWithoutClearingAndResets) {
+  // notch_setfi moves the centre and keeps the history; setcoef and
+  // resetstate clear it (zeros in, zeros out); end clears the record.
+  const Seq in = {1000000, -2000000, 3000000, 500000, -700000, 0, 0, 0, 0, 0};
+  const int m1 = centre_for(1000, 48000), m2 = centre_for(2000, 48000);
   notch n;
-  notch_init(&n, 7000, centre_for(1000, 48000));
-  const Seq in = {1000000, -2000000, 3000000, 500000};
-  run(&n, in);
-  const int64_t before[5] = {n.state[0], n.state[1], n.state[2], n.state[3], n.state[4]};
-  notch_setfi(&n, centre_for(2000, 48000));  // centre only, history kept
+  notch_init(&n, 7000, m1);
+  Seq out = run(&n, Seq(in.begin(), in.begin() + 4));
+  notch_setfi(&n, m2);
   EXPECT_EQ(n.radius, 7000);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(n.state[i], before[i]);
-  EXPECT_EQ(n.state[0], 500000);  // x[n-1]
-  // Continuing equals a filter that ran the whole input with the new centre
-  // for the later part: compare against the model split the same way.
-  Seq more = {-700000, 0, 0, 0, 0, 0};
-  const Seq cont = run(&n, more);
-  notch_setcoef(&n, 7000, centre_for(2000, 48000));  // clears the history
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(n.state[i], 0);
-  EXPECT_EQ(run(&n, {0, 0, 0}), (Seq{0, 0, 0}));
-  EXPECT_NE(cont, run(&n, more));  // the continued filter carried history
+  const Seq rest = run(&n, Seq(in.begin() + 4, in.end()));
+  out.insert(out.end(), rest.begin(), rest.end());
+  EXPECT_EQ(out, model(7000, m1, in, m2, 4));
+  notch_setcoef(&n, 7000, m2);
+  EXPECT_EQ(run(&n, Seq(6, 0)), Seq(6, 0));
+  run(&n, in);
   notch_resetstate(&n);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(n.state[i], 0);
+  EXPECT_EQ(run(&n, Seq(6, 0)), Seq(6, 0));
   notch_end(&n);
   EXPECT_TRUE(n.state == nullptr && n.radius == 0 && n.centre == 0);
 }

@@ -1,7 +1,6 @@
 // Reverb: parameter mapping against the stated values, the first echo of an
-// impulse worked by hand, every path against its exported blocks wired
-// together, the mono path as the left network of the 16-bit path, tails to
-// exact silence, and extreme settings (run under the sanitizers: no access
+// impulse worked by hand, every path (the mono one as the left network only)
+// against its exported blocks wired together, tails to exact silence, and extreme settings (run under the sanitizers: no access
 // outside the delay lines, no overflow).
 #include "kafx_proc/reverb.h"
 
@@ -20,10 +19,9 @@ namespace {
 using Seq = std::vector<int>;
 using Seq16 = std::vector<short>;
 
-const int kCombLeft[8] = {1109, 1399, 1489, 1777, 1973, 2069, 2267, 2549};
-const int kCombRight[8] = {1151, 1423, 1523, 1801, 1997, 2099, 2293, 2579};
-const int kAllpassLeft[4] = {619, 523, 337, 241};
-const int kAllpassRight[4] = {643, 547, 367, 269};
+// Delay lengths, left and right.
+const int kComb[2][8] = {{1109, 1399, 1489, 1777, 1973, 2069, 2267, 2549}, {1151, 1423, 1523, 1801, 1997, 2099, 2293, 2579}};
+const int kAllpass[2][4] = {{619, 523, 337, 241}, {643, 547, 367, 269}};
 
 int64_t sat(int64_t v) { return v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v); }
 int no_m1(int64_t v) { return v == -1 ? 0 : static_cast<int>(v); }
@@ -44,67 +42,51 @@ void apply(reverb_t* r, const Params& p) {
 }
 
 // The reverb rebuilt from its exported blocks: combs, all-passes and DC
-// blockers of their own, configured with the derived gains of `r`.
+// blockers of their own per channel, configured with the derived gains of `r`.
 struct Wired {
-  comber cl[8], cr[8];
-  allpass al[4], ar[4];
-  dc_remove dl, dr;
+  comber c[2][8];
+  allpass a[2][4];
+  dc_remove dc[2];
   int wet1, wet2, dry_gain, gain;
 
   explicit Wired(const reverb_t& r) : wet1(r.wet1), wet2(r.wet2), dry_gain(r.dry_gain), gain(r.gain) {
-    for (int k = 0; k < 8; ++k) {
-      comb_init(&cl[k], kCombLeft[k]);
-      comb_init(&cr[k], kCombRight[k]);
-      comb_setsetdamp(&cl[k], r.damping);
-      comb_setsetdamp(&cr[k], r.damping);
-      cl[k].feedback = cr[k].feedback = r.feedback;
+    allpass* const* ap[2] = {r.allpass_left, r.allpass_right};
+    for (int ch = 0; ch < 2; ++ch) {
+      for (int k = 0; k < 8; ++k)
+        comb_init(&c[ch][k], kComb[ch][k]), comb_setsetdamp(&c[ch][k], r.damping), c[ch][k].feedback = r.feedback;
+      for (int k = 0; k < 4; ++k) allpass_init(&a[ch][k], kAllpass[ch][k]), a[ch][k].feedback = ap[ch][k]->feedback;
+      dc_remove_init(&dc[ch]);
     }
-    for (int k = 0; k < 4; ++k) {
-      allpass_init(&al[k], kAllpassLeft[k]);
-      allpass_init(&ar[k], kAllpassRight[k]);
-      al[k].feedback = r.allpass_left[k]->feedback;
-      ar[k].feedback = r.allpass_right[k]->feedback;
-    }
-    dc_remove_init(&dl);
-    dc_remove_init(&dr);
   }
   ~Wired() {
-    for (int k = 0; k < 8; ++k) comb_end(&cl[k]), comb_end(&cr[k]);
-    for (int k = 0; k < 4; ++k) allpass_end(&al[k]), allpass_end(&ar[k]);
+    for (int ch = 0; ch < 2; ++ch) {
+      for (comber& x : c[ch]) comb_end(&x);
+      for (allpass& x : a[ch]) allpass_end(&x);
+    }
   }
-
   // Comb bank (32-bit wrap-around sum) and all-pass chain of one channel.
-  static int network(int x, comber* c, allpass* a, bool wide) {
+  int network(int x, int ch, bool wide) {
     uint32_t acc = 0;
-    for (int k = 0; k < 8; ++k)
-      acc += static_cast<uint32_t>(wide ? comb_process_24(x, &c[k]) : comb_process_16(x, &c[k]));
+    for (comber& k : c[ch]) acc += static_cast<uint32_t>(wide ? comb_process_24(x, &k) : comb_process_16(x, &k));
     int y = static_cast<int>(acc);
-    for (int k = 0; k < 4; ++k) y = allpass_process(y, &a[k]);
+    for (allpass& k : a[ch]) y = allpass_process(y, &k);
     return y;
   }
-  int mix(int own, int other, int dry) const {
-    return static_cast<int>(sat((int64_t{wet1} * own + int64_t{wet2} * other + int64_t{dry_gain} * dry) >> 13));
+  // Stereo: 24-bit words (`wide`) or 16-bit samples, clamped on the way out.
+  void stereo(const int in[2], int out[2], bool wide) {
+    int acc[2];
+    for (int ch = 0; ch < 2; ++ch) acc[ch] = network(no_m1(sat((int64_t{in[ch]} * gain) >> 13)), ch, wide);
+    for (int ch = 0; ch < 2; ++ch) {
+      int y = static_cast<int>(
+          sat((int64_t{wet1} * acc[ch] + int64_t{wet2} * acc[1 - ch] + int64_t{dry_gain} * in[ch]) >> 13));
+      (wide ? dc_remove_process_24 : dc_remove_process_16)(&dc[ch], &y, &out[ch]);
+      if (!wide) out[ch] = clamp16(out[ch]);
+    }
   }
-  void stereo24(int inl, int inr, int* ol, int* orr) {
-    const int accl = network(no_m1(sat((int64_t{inl} * gain) >> 13)), cl, al, true);
-    const int accr = network(no_m1(sat((int64_t{inr} * gain) >> 13)), cr, ar, true);
-    int l = mix(accl, accr, inl), r = mix(accr, accl, inr);
-    dc_remove_process_24(&dl, &l, ol);
-    dc_remove_process_24(&dr, &r, orr);
-  }
-  void stereo16(short inl, short inr, short* ol, short* orr) {
-    const int accl = network(no_m1((int64_t{inl} * gain) >> 13), cl, al, false);
-    const int accr = network(no_m1((int64_t{inr} * gain) >> 13), cr, ar, false);
-    int l = mix(accl, accr, inl), r = mix(accr, accl, inr);
-    dc_remove_process_16(&dl, &l, &l);
-    dc_remove_process_16(&dr, &r, &r);
-    *ol = clamp16(l);
-    *orr = clamp16(r);
-  }
-  // 32-bit products with wrap-around.
+  // Mono: 32-bit products with wrap-around, the left network only.
   short mono(short in) {
     auto wrap_mul = [](int a, int b) { return static_cast<uint32_t>(a) * static_cast<uint32_t>(b); };
-    const int acc = network(static_cast<int>(wrap_mul(gain, in)) >> 14, cl, al, false);
+    const int acc = network(static_cast<int>(wrap_mul(gain, in)) >> 14, 0, false);
     return clamp16(static_cast<int>(wrap_mul(dry_gain, in) + wrap_mul(wet1, acc)) >> 13);
   }
 };
@@ -127,16 +109,11 @@ TEST(Reverb, DefaultsAndParameterMapping) {
   EXPECT_EQ((Seq{r.wet_gain, r.wet1, r.wet2, r.dry_gain, r.feedback, r.damping, r.width, r.gain, r.status, r.wet, r.dry,
                  r.roomsize, r.damp}),
             (Seq{8190, 8190, 4095, 0, 6945, 1650, 8192, 127, 0, 2730, 0, 4096, 4096}));
-  for (int k = 0; k < 8; ++k) {
-    EXPECT_EQ(r.comb_left[k]->size, kCombLeft[k]);
-    EXPECT_EQ(r.comb_right[k]->size, kCombRight[k]);
-    EXPECT_TRUE(r.comb_left[k]->damp == 1650 && r.comb_left[k]->damp_complement == 6542 &&
-                r.comb_right[k]->feedback == 6945);
-  }
-  for (int k = 0; k < 4; ++k) {
-    EXPECT_EQ(r.allpass_left[k]->size, kAllpassLeft[k]);
-    EXPECT_EQ(r.allpass_right[k]->size, kAllpassRight[k]);
-  }
+  for (int k = 0; k < 8; ++k)
+    EXPECT_TRUE(r.comb_left[k]->size == kComb[0][k] && r.comb_right[k]->size == kComb[1][k] &&
+                r.allpass_left[k % 4]->size == kAllpass[0][k % 4] && r.allpass_right[k % 4]->size == kAllpass[1][k % 4] &&
+                r.comb_left[k]->damp == 1650 && r.comb_left[k]->damp_complement == 6542 &&
+                r.comb_right[k]->feedback == 6945) << k;
   // Setter -> derived field, and the getter returns the value as set.
   struct Row {
     void (*set)(reverb_t*, int);
@@ -185,9 +162,9 @@ TEST(Reverb, DefaultsAndParameterMapping) {
   reverb_update(&r);
   EXPECT_TRUE(r.wet1 == (8190 * 4095 >> 13) && r.wet2 == (8190 * 8193 >> 13));
   reverb_end(&r);
-  for (int k = 0; k < 8; ++k) EXPECT_TRUE(r.comb_left[k] == nullptr && r.comb_right[k] == nullptr);
-  for (int k = 0; k < 4; ++k) EXPECT_TRUE(r.allpass_left[k] == nullptr && r.allpass_right[k] == nullptr);
-  EXPECT_TRUE(r.dc_left == nullptr && r.dc_right == nullptr);
+  for (int k = 0; k < 8; ++k)
+    EXPECT_TRUE(!r.comb_left[k] && !r.comb_right[k] && !r.allpass_left[k % 4] && !r.allpass_right[k % 4]);
+  EXPECT_TRUE(!r.dc_left && !r.dc_right);
 }
 
 TEST(Reverb, FirstEchoOfAnImpulse) {
@@ -219,12 +196,11 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
     Params p;
     int allpass_g;
   } settings[] = {
-      {{4096, 4096, 2730, 0, 8192, 127}, 4096},         // init values
-      {{8192, 0, 8192, 4096, 0, 8192}, 4096},           // longest tail, loud, dry
-      {{1000, 8192, 5000, 3000, 16384, 20000}, 4096},   // no cross term (wet2 = 0)
-      {{7168, 2048, 8191, 8191, -8192, 127}, 4096},     // negative width
-      {{7000, 3000, 8192, 4096, 8192, 1 << 24}, 4096},  // huge input gain: loops wrap, all-passes saturate
-      {{20000, -4096, 8192, 2048, 8192, 8192}, 4915},  {{6000, 12000, 8192, 2048, 8192, 8192}, -2458},
+      {{4096, 4096, 2730, 0, 8192, 127}, 4096},          // init values
+      {{8192, 0, 8192, 4096, 0, 8192}, 4096},            // longest tail, loud, dry, cross term doubled
+      {{7000, 3000, 8192, 4096, 16384, 1 << 24}, 4096},  // huge input gain: loops wrap, all-passes saturate; no cross term
+      {{20000, -4096, 8192, 2048, 8192, 8192}, 4915},
+      {{6000, 12000, 8192, 2048, -8192, 8192}, -2458},   // negative width
   };
   const Seq inl = noise(6000, -8388608, 8388607, 1), inr = noise(6000, -8388608, 8388607, 2);
   const Seq16 sl = to16(noise(6000, -32768, 32767, 3)), sr = to16(noise(6000, -32768, 32767, 4));
@@ -233,79 +209,33 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
     reverb_init(&r);
     apply(&r, p);
     for (int k = 0; k < 4; ++k) r.allpass_left[k]->feedback = r.allpass_right[k]->feedback = allpass_g;
-    {
+    for (int path = 0; path < 3; ++path) {  // 24-bit, 16-bit, mono
+      reverb_reset(&r);
       Wired w(r);
       Seq ol(inl.size()), orr(inl.size());
-      // Odd block lengths, including 0.
+      Seq16 bl = sl, br = sr;  // the 16-bit paths in place
       size_t at = 0;
-      for (unsigned n : {0u, 1u, 17u, 37u, 1031u, 240u, 4674u}) {
-        reverb_process_stereo_24(&r, const_cast<int*>(&inl[at]), const_cast<int*>(&inr[at]), &ol[at], &orr[at], n);
+      for (unsigned n : {0u, 1u, 17u, 37u, 1031u, 240u, 4674u}) {  // odd block lengths, including 0
+        if (path == 0)
+          reverb_process_stereo_24(&r, const_cast<int*>(&inl[at]), const_cast<int*>(&inr[at]), &ol[at], &orr[at], n);
+        if (path == 1) reverb_process_stereo_16(&r, &bl[at], &br[at], &bl[at], &br[at], n);
+        if (path == 2) reverb_processMono(&r, &bl[at], &bl[at], static_cast<int>(n));
         at += n;
       }
       ASSERT_EQ(at, inl.size());
       for (size_t i = 0; i < inl.size(); ++i) {
-        int el, er;
-        w.stereo24(inl[i], inr[i], &el, &er);
-        ASSERT_TRUE(ol[i] == el && orr[i] == er) << "24-bit, room " << p.roomsize << " at " << i;
+        int e[2] = {0, 0};
+        const int in24[2] = {inl[i], inr[i]}, in16[2] = {sl[i], sr[i]};
+        if (path < 2) w.stereo(path ? in16 : in24, e, path == 0);
+        if (path) ol[i] = bl[i], orr[i] = path == 1 ? br[i] : 0;
+        if (path == 2) e[0] = w.mono(sl[i]);
+        ASSERT_TRUE(ol[i] == e[0] && orr[i] == e[1]) << "path " << path << " room " << p.roomsize << " at " << i;
       }
-    }
-    reverb_reset(&r);
-    {
-      Wired w(r);
-      Seq16 ol = sl, orr = sr;  // in place
-      reverb_process_stereo_16(&r, ol.data(), orr.data(), ol.data(), orr.data(), static_cast<unsigned>(ol.size()));
-      for (size_t i = 0; i < sl.size(); ++i) {
-        short el, er;
-        w.stereo16(sl[i], sr[i], &el, &er);
-        ASSERT_TRUE(ol[i] == el && orr[i] == er) << "16-bit, room " << p.roomsize << " at " << i;
-      }
-    }
-    reverb_reset(&r);
-    {
-      Wired w(r);
-      Seq16 out(sl.size());
-      reverb_processMono(&r, const_cast<short*>(sl.data()), out.data(), static_cast<int>(sl.size()));
-      for (size_t i = 0; i < sl.size(); ++i)
-        ASSERT_EQ(out[i], w.mono(sl[i])) << "mono, room " << p.roomsize << " at " << i;
+      for (comber* c : r.comb_right)  // mono has no right-channel stage
+        ASSERT_TRUE(path < 2 || std::count(c->buffer, c->buffer + c->size, 0) == c->size);
     }
     reverb_end(&r);
   }
-}
-
-TEST(Reverb, MonoIsTheLeftNetworkOfTheStereoPath) {
-  // With twice the gain, the mono input (2g x) >> 14 equals the stereo
-  // path's (g x) >> 13 (inputs kept clear of the -1 that only the stereo
-  // path flushes), so both leave identical left combs and all-passes; the
-  // right network of the mono reverb is never touched.
-  reverb_t mono, stereo;
-  reverb_init(&mono);
-  reverb_init(&stereo);
-  apply(&mono, {6000, 3000, 4000, 2000, 8192, 2 * 300});
-  apply(&stereo, {6000, 3000, 4000, 2000, 8192, 300});
-  Seq16 in = to16(noise(5000, -32768, 32767, 8));
-  for (short& v : in)
-    if (v > -28 && v < 0) v = 0;
-  Seq16 out(in.size()), zr(in.size());
-  reverb_processMono(&mono, in.data(), out.data(), static_cast<int>(in.size()));
-  reverb_process_stereo_16(&stereo, in.data(), zr.data(), out.data(), zr.data(), static_cast<unsigned>(in.size()));
-  for (int k = 0; k < 8; ++k) {
-    const comber &a = *mono.comb_left[k], &b = *stereo.comb_left[k];
-    ASSERT_TRUE(a.index == b.index && a.lowpass_state == b.lowpass_state) << k;
-    ASSERT_TRUE(std::equal(a.buffer, a.buffer + a.size, b.buffer)) << k;
-    EXPECT_EQ(std::count(mono.comb_right[k]->buffer, mono.comb_right[k]->buffer + mono.comb_right[k]->size, 0),
-              mono.comb_right[k]->size);
-  }
-  for (int k = 0; k < 4; ++k) {
-    const allpass &a = *mono.allpass_left[k], &b = *stereo.allpass_left[k];
-    ASSERT_TRUE(a.index == b.index && std::equal(a.buffer, a.buffer + a.size, b.buffer)) << k;
-  }
-  // Dry only: the mono path returns its input.
-  apply(&mono, {6000, 3000, 0, 4096, 8192, 600});
-  Seq16 dry = {1, -1, 32767, -32768, 123};
-  reverb_processMono(&mono, dry.data(), out.data(), 5);
-  EXPECT_EQ(Seq16(out.begin(), out.begin() + 5), dry);
-  reverb_end(&mono);
-  reverb_end(&stereo);
 }
 
 TEST(Reverb, TailsDecayToSilence) {
@@ -327,7 +257,7 @@ TEST(Reverb, TailsDecayToSilence) {
   // each.
   struct Setting {
     Params p;
-    std::vector<int> paths;
+    std::vector<int> paths;  // 0 24-bit, 1 16-bit, 2 mono
   } settings[] = {{{4096, 4096, 2730, 0, 8192, 127}, {0, 1, 2}},
                   {{0, 1000, 8192, 0, 8192, 8192}, {0, 1, 2}},
                   {{8192, 8192, 8192, 4096, 0, 8192}, {0}},
@@ -341,42 +271,31 @@ TEST(Reverb, TailsDecayToSilence) {
       Seq l(240), rr(240);
       Seq16 s(240), t(240);
       long changed = 0, n = 0;
-      int last_l = 0, last_r = 0;
       const long limit = 6000000;
       for (; n < limit && n - changed < 50000; n += 240) {
-        for (int i = 0; i < 240; ++i) {
-          const int x = n + i < 4800 ? burst[n + i] : 0;
-          l[i] = rr[i] = x;
-          s[i] = t[i] = static_cast<short>(x);
-        }
+        const Seq before = {l.back(), rr.back()};
+        for (int i = 0; i < 240; ++i) l[i] = rr[i] = n + i < 4800 ? burst[n + i] : 0, s[i] = t[i] = static_cast<short>(l[i]);
         if (path == 0) reverb_process_stereo_24(&r, l.data(), rr.data(), l.data(), rr.data(), 240);
         if (path == 1) reverb_process_stereo_16(&r, s.data(), t.data(), s.data(), t.data(), 240);
-        if (path == 2) reverb_processMono(&r, s.data(), s.data(), 240);
-        if (path) std::copy(s.begin(), s.end(), l.begin()), std::copy(t.begin(), t.end(), rr.begin());
-        if (path == 2) rr = l;
-        for (int i = 0; i < 240; ++i) {
-          if (l[i] != last_l || rr[i] != last_r) changed = n + i;
-          last_l = l[i];
-          last_r = rr[i];
-        }
+        if (path == 2) reverb_processMono(&r, s.data(), s.data(), 240), t = s;
+        if (path) l.assign(s.begin(), s.end()), rr.assign(t.begin(), t.end());
+        for (int i = 0; i < 240; ++i)
+          if (l[i] != (i ? l[i - 1] : before[0]) || rr[i] != (i ? rr[i - 1] : before[1])) changed = n + i;
       }
       const std::string what = "path " + std::to_string(path) + " room " + std::to_string(p.roomsize);
       EXPECT_LT(n, limit) << what << ": tail still moving";
-      if (path == 0) {
-        EXPECT_TRUE(last_l <= 0 && last_l >= -8 && last_r <= 0 && last_r >= -8)
-            << what << ": " << last_l << " " << last_r;
-      } else {
-        EXPECT_TRUE(last_l == 0 && last_r == 0) << what << ": " << last_l << " " << last_r;
-      }
+      const int low = path ? 0 : -8;
+      EXPECT_TRUE(l.back() <= 0 && l.back() >= low && rr.back() <= 0 && rr.back() >= low)
+          << what << ": " << l.back() << " " << rr.back();
       if (path) {  // a comb word reads back as word >> 13, -1 flushed
         for (comber* c : r.comb_left)
-          EXPECT_TRUE(std::all_of(c->buffer, c->buffer + c->size, [](int w) {
-            return (w >> 13) == 0 || (w >> 13) == -1;
-          })) << what;
+          EXPECT_TRUE(std::all_of(c->buffer, c->buffer + c->size, [](int w) { return (w >> 13) == 0 || (w >> 13) == -1; }))
+              << what;
         for (allpass* a : r.allpass_left) EXPECT_EQ(std::count(a->buffer, a->buffer + a->size, 0), a->size) << what;
       }
       reverb_reset(&r);
-      for (int i = 0; i < 240; ++i) l[i] = rr[i] = 0;
+      std::fill(l.begin(), l.end(), 0);
+      rr = l;
       reverb_process_stereo_24(&r, l.data(), rr.data(), l.data(), rr.data(), 240);
       EXPECT_EQ(std::count(l.begin(), l.end(), 0) + std::count(rr.begin(), rr.end(), 0), 480);
       reverb_end(&r);
@@ -404,10 +323,9 @@ TEST(Reverb, ExtremeSettingsStayInsideTheDelayLines) {
     Seq16 s = to16(noise(6000, -32768, 32767, 14)), t = s;
     reverb_process_stereo_16(&r, s.data(), t.data(), s.data(), t.data(), static_cast<unsigned>(s.size()));
     reverb_processMono(&r, s.data(), s.data(), static_cast<int>(s.size()));
-    for (int k = 0; k < 8; ++k) {
-      EXPECT_TRUE(r.comb_left[k]->index >= 0 && r.comb_left[k]->index < kCombLeft[k]);
-      EXPECT_TRUE(r.comb_right[k]->index >= 0 && r.comb_right[k]->index < kCombRight[k]);
-    }
+    for (int k = 0; k < 8; ++k)
+      EXPECT_TRUE(r.comb_left[k]->index >= 0 && r.comb_left[k]->index < kComb[0][k] && r.comb_right[k]->index >= 0 &&
+                  r.comb_right[k]->index < kComb[1][k]);
     reverb_end(&r);
   }
 }
