@@ -92,6 +92,11 @@ constexpr int32_t shl_sat(int32_t v) {
   return v > hi ? INT32_MAX : (v < lo ? INT32_MIN : static_cast<int32_t>(static_cast<uint32_t>(v) << Shift));
 }
 
+// Host full-scale 32-bit sample (Q31) to working sample: add half an LSB of
+// the result, saturating, then drop 8 bits, so 2147483647 gives 8388607.
+// The way back is shl_sat<8>.
+constexpr int32_t full_scale_to_working(int32_t x) { return sat_add(x, 128) >> 8; }
+
 // Clamp to the symmetric 24-bit range of a working sample.
 constexpr int32_t clamp24(int32_t v) {
   return v > kWorkMax ? kWorkMax : (v < -kWorkMax ? -kWorkMax : v);

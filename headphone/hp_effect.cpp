@@ -23,10 +23,6 @@ constexpr unsigned int kHighestRate = 48050;  // 48000 Hz + 50
 
 kafx_hp_effect_t* as_handle(void* h) { return static_cast<kafx_hp_effect_t*>(h); }
 
-// Full-scale 32-bit sample to working sample: round, keep 24 bits (the
-// rounding add saturates, so 2147483647 gives 8388607).
-inline int32_t from_full_scale(int32_t x) { return sat_add(x, 128) >> 8; }
-
 // Block length for a buffer of `frames` frames: 240 for multiples of 240;
 // otherwise the length that leaves the longer last block, 256 on a tie and
 // for multiples of 256.
@@ -146,7 +142,7 @@ void kafx_hp_effect_process(void* handle, void* buffer, unsigned int bytes) {
   const size_t samples = 2 * frames;  // whole frames only: a trailing odd sample stays as it is
   const bool full_scale = h->format_type == 3;
   if (full_scale)
-    for (size_t i = 0; i < samples; ++i) s[i] = from_full_scale(s[i]);
+    for (size_t i = 0; i < samples; ++i) s[i] = full_scale_to_working(s[i]);
   run_blocks<int32_t, false>(h, s, frames);
   if (full_scale)
     for (size_t i = 0; i < samples; ++i) s[i] = shl_sat<8>(s[i]);

@@ -22,19 +22,6 @@ constexpr int kBlock = KAFX_SPEAKER_BOOST_BLOCK;
 
 kafx_speaker_boost_t* as_handle(void* h) { return static_cast<kafx_speaker_boost_t*>(h); }
 
-// Full-scale 32-bit sample to working sample: round, then keep 24 bits.
-inline int32_t from_full_scale(int32_t x) {
-  const int32_t v = sat_add(x, 128) >> 8;
-  return v > kWorkMax ? kWorkMax : v;
-}
-
-// Working sample to full-scale 32-bit sample.
-inline int32_t to_full_scale(int32_t x) {
-  if (x > kWorkMax) return INT32_MAX;
-  if (x < -kWorkMax - 1) return INT32_MIN;
-  return x * 256;
-}
-
 // Working sample to 16-bit: round and saturate (the add wraps in 32 bits).
 inline int16_t to_16(int32_t x) { return sat16(wrap_add(x, 128) >> 8); }
 
@@ -89,14 +76,14 @@ void process_frames(kafx_speaker_boost_t* h, Sample* s, size_t frames, size_t ch
     int32_t l = s[0];
     int32_t r = channels >= 2 ? s[1] : s[0];
     if constexpr (FullScale) {
-      l = from_full_scale(l);
-      r = from_full_scale(r);
+      l = full_scale_to_working(l);
+      r = full_scale_to_working(r);
     }
     int32_t ol, orr;
     exchange(h, l, r, &ol, &orr);
     if constexpr (FullScale) {
-      ol = to_full_scale(ol);
-      orr = to_full_scale(orr);
+      ol = shl_sat<8>(ol);
+      orr = shl_sat<8>(orr);
     }
     s[0] = static_cast<Sample>(ol);
     if (channels >= 2) s[1] = static_cast<Sample>(orr);
