@@ -1,15 +1,13 @@
 // The audio commands through the shared streaming runner: output aligned
 // with the input (an impulse in the last frame survives, the cross-correlation
-// peaks at lag 0), every PCM width, honest warnings and --strict, standard
-// input and output, and nothing left behind when a run fails.
+// peaks at lag 0) and of the input's length, every PCM width and block size,
+// honest warnings and --strict, standard input and output, and nothing left
+// behind when a run fails.
 #include <gtest/gtest.h>
-#include <sndfile.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,15 +17,12 @@
 namespace {
 
 namespace fs = std::filesystem;
+using kafx_test::extremes_then_noise;
 using kafx_test::read_wav;
 using kafx_test::run_tool;
 using kafx_test::Wav;
+using kafx_test::source_dir;
 using kafx_test::write_wav;
-
-std::string source_dir() {
-  const char* root = std::getenv("KAFX_SOURCE_DIR");
-  return root != nullptr ? root : ".";
-}
 
 // Stereo (or `channels`) white noise at about -20 dBFS, 16-bit values.
 Wav noise(int rate, int channels, size_t frames, int subtype = SF_FORMAT_PCM_16) {
@@ -59,24 +54,8 @@ long best_lag(const Wav& in, const Wav& out, long max_lag) {
   return best;
 }
 
-class KafxStreamTest : public ::testing::Test {
+class KafxStreamTest : public kafx_test::ToolTest {
  protected:
-  void SetUp() override {
-    if (!fs::exists(kafx_test::tool_path())) GTEST_SKIP() << "tool not built";
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_, ec_); }
-  std::string path(const char* name) const { return (dir_ / name).string(); }
-  // Runs `kafx CMD OPTIONS in.wav out.wav`; expects `code`; returns the output file (empty on failure).
-  Wav run(const std::string& cmd, const Wav& in, const std::string& options, std::string* text = nullptr,
-          int code = 0) {
-    write_wav(path("in.wav"), in);
-    fs::remove(path("out.wav"), ec_);
-    std::string t;
-    EXPECT_EQ(run_tool(cmd + " " + options + " " + path("in.wav") + " " + path("out.wav"), &t), code) << t;
-    if (text != nullptr) *text = t;
-    return code == 0 ? read_wav(path("out.wav")) : Wav{};
-  }
   // No temporary or output file is left in the folder besides the given ones.
   void expect_only(std::vector<std::string> names) {
     for (const auto& e : fs::directory_iterator(dir_)) {
@@ -84,8 +63,6 @@ class KafxStreamTest : public ::testing::Test {
       EXPECT_NE(std::find(names.begin(), names.end(), n), names.end()) << "left behind: " << n;
     }
   }
-  std::error_code ec_;
-  const fs::path dir_ = fs::temp_directory_path() / ("kafx_stream_test_" + std::to_string(getpid()));
 };
 
 // RMS of channel 0 over the last `frames` frames.
@@ -148,30 +125,55 @@ TEST_F(KafxStreamTest, OutputIsAlignedAndKeepsTheLastFrame) {
   }
 }
 
-// The karaoke chain has no latency: a click in the last frame of the voice is
-// in the last frame of the output.
-TEST_F(KafxStreamTest, KaraokeKeepsTheLastFrame) {
-  Wav in{48000, 1, SF_FORMAT_PCM_16, std::vector<int32_t>(4801, 0)};
+// The karaoke chain has no latency and with no block copies the voice to
+// both sides bit for bit, up to a click in the last, partial frame.
+TEST_F(KafxStreamTest, KaraokeCopiesTheVoiceToBothSides) {
+  Wav in{48000, 1, SF_FORMAT_PCM_16, extremes_then_noise(48000 + 17, 16)};
   in.samples.back() = 16000 * 65536;
   const Wav out = run("ktv", in, "");
-  ASSERT_EQ(out.samples.size(), 2 * in.samples.size());
-  EXPECT_EQ(out.samples[out.samples.size() - 2], in.samples.back());
+  ASSERT_TRUE(out.rate == 48000 && out.channels == 2 && out.subtype == SF_FORMAT_PCM_16 &&
+              out.samples.size() == 2 * in.samples.size());
+  for (size_t i = 0; i < in.samples.size(); ++i) {
+    ASSERT_EQ(out.samples[2 * i], in.samples[i]) << i;
+    ASSERT_EQ(out.samples[2 * i + 1], in.samples[i]) << i;
+  }
 }
 
-// libsndfile converts: 8-bit, float and double files run (as 16-bit and
-// full-scale 32-bit hosts) and come back in their own format; with every
-// block off the speaker product returns them exactly (8-bit) or to 24 bits.
+// Every sample format through the speaker product with every block off (its
+// 239-frame delay taken out), each back in its own format. 16-bit x goes in
+// as x * 256 and back as (x * 256 + 128) >> 8 = x whatever the block size,
+// 8-bit likewise. 32-bit (host format 3) goes in as (x + 128) >> 8 with the
+// add saturating, is clamped to +-8388607 by the chain (-2^31 returns as
+// -2^31 + 256) and goes out << 8. libsndfile converts float and double to
+// full-scale 32-bit hosts: back within the 24-bit step.
 TEST_F(KafxStreamTest, EveryPcmWidthIsConverted) {
-  for (int subtype : {SF_FORMAT_PCM_U8, SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE}) {
-    SCOPED_TRACE(subtype);
-    Wav in = noise(48000, 2, 3000, subtype);
+  const auto host32 = [](int32_t x) {
+    const int64_t w = std::min<int64_t>(x + int64_t{128}, INT32_MAX) >> 8;
+    return std::clamp<int64_t>(w, -8388607, 8388607) * 256;
+  };
+  struct Case {
+    int subtype, rate, channels, bits;  // bits 0: noise only
+    const char* options;
+    int tolerance;
+  };
+  const Case cases[] = {
+      {SF_FORMAT_PCM_16, 48000, 2, 16, "--block 1", 0}, {SF_FORMAT_PCM_16, 48000, 2, 16, "--block 241", 0},
+      {SF_FORMAT_PCM_32, 44100, 1, 32, "--block 100", 0}, {SF_FORMAT_PCM_U8, 48000, 2, 0, "", 0},
+      {SF_FORMAT_FLOAT, 48000, 2, 0, "", 256}, {SF_FORMAT_DOUBLE, 48000, 2, 0, "", 256},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.subtype) + " " + c.options);
+    const size_t frames = 3001;
+    Wav in = c.bits > 0 ? Wav{c.rate, c.channels, c.subtype, extremes_then_noise(frames * c.channels, c.bits)}
+                        : noise(c.rate, c.channels, frames, c.subtype);
     write_wav(path("in.wav"), in);
     in = read_wav(path("in.wav"));  // the values the file really holds
-    const Wav out = run("speaker", in, "");
-    ASSERT_EQ(out.subtype, subtype);
-    ASSERT_EQ(out.samples.size(), in.samples.size());
+    const Wav out = run("speaker", in, c.options);
+    ASSERT_TRUE(out.rate == c.rate && out.channels == c.channels && out.subtype == c.subtype &&
+                out.samples.size() == in.samples.size());
     for (size_t i = 0; i < in.samples.size(); ++i)
-      ASSERT_NEAR(out.samples[i], in.samples[i], subtype == SF_FORMAT_PCM_U8 ? 0 : 256) << i;
+      ASSERT_NEAR(out.samples[i], c.subtype == SF_FORMAT_PCM_32 ? host32(in.samples[i]) : in.samples[i], c.tolerance)
+          << i;
   }
 }
 
@@ -248,7 +250,7 @@ TEST_F(KafxStreamTest, StandardInputAndOutput) {
   const std::string xml = source_dir() + "/examples/speaker.xml";
   const Wav in = noise(48000, 2, 9000);
   const Wav by_file = run("speaker", in, "--config " + xml);
-  const std::string tool = kafx_test::program_command(kafx_test::tool_path().string());  // through the emulator on a cross build
+  const std::string tool = kafx_test::program_command(kafx_test::tool_path().string());  // the emulator on a cross build
   const std::string cmd = "cat " + path("in.wav") + " | " + tool + " speaker --config " + xml + " - - > " +
                           path("piped.wav") + " 2>" + path("err.txt");
   ASSERT_EQ(std::system(cmd.c_str()), 0);

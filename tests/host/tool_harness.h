@@ -5,11 +5,14 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/program_command.h"
@@ -21,7 +24,14 @@ inline std::filesystem::path tool_path() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../tools/kafx";
 }
 
-// Runs `kafx ARGS`; returns the exit code, with stdout and stderr in *output.
+// The source tree (examples/ and the shipped configurations).
+inline std::string source_dir() {
+  const char* root = std::getenv("KAFX_SOURCE_DIR");
+  return root != nullptr ? root : ".";
+}
+
+// Runs `kafx ARGS` (through the emulator on a cross build); returns the exit
+// code, with stdout and stderr in *output.
 inline int run_tool(const std::string& args, std::string* output) {
   FILE* p = popen((program_command(tool_path().string()) + " " + args + " 2>&1").c_str(), "r");
   char buf[512];
@@ -51,6 +61,54 @@ inline Wav read_wav(const std::filesystem::path& path) {
   sf_close(f);
   return w;
 }
+
+// The extreme codes of a `bits`-wide sample, then noise; full-scale.
+inline std::vector<int32_t> extremes_then_noise(size_t count, int bits) {
+  const uint32_t mask = ~0u << (32 - bits);
+  std::vector<int32_t> out;
+  for (uint32_t code : {0x7fffffffu, 0x80000000u, 0u, ~0u, 1u << (32 - bits)}) out.push_back(int32_t(code & mask));
+  for (uint32_t x = 1u; out.size() < count;) out.push_back(int32_t((x = x * 1664525u + 1013904223u) & mask));
+  return out;
+}
+
+// A scratch folder of the test's own, removed afterwards; skipped when the
+// tool is not built.
+class ToolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!std::filesystem::exists(tool_path())) GTEST_SKIP() << "tool not built: " << tool_path();
+    std::filesystem::create_directories(dir_);
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_, ec_); }
+  std::string path(const std::string& name) const { return (dir_ / name).string(); }
+
+  // Runs `kafx CMD OPTIONS in.wav out.wav` on `in` and expects exit `code`;
+  // returns the output file (empty on failure), the tool's text in *text.
+  Wav run(const std::string& cmd, const Wav& in, const std::string& options, std::string* text = nullptr,
+          int code = 0) {
+    write_wav(path("in.wav"), in);
+    std::filesystem::remove(path("out.wav"), ec_);
+    std::string t;
+    EXPECT_EQ(run_tool(cmd + " " + options + " " + path("in.wav") + " " + path("out.wav"), &t), code)
+        << cmd << " " << options << "\n" << t;
+    if (text != nullptr) *text = t;
+    return code == 0 ? read_wav(path("out.wav")) : Wav{};
+  }
+
+  // Each {arguments, exit code}: the tool exits so and says why; `never`
+  // (an output path some cases name) is not created.
+  void expect_exit_codes(const std::vector<std::pair<std::string, int>>& cases, const std::string& never) {
+    for (const auto& [args, code] : cases) {
+      std::string text;
+      EXPECT_TRUE(run_tool(args, &text) == code && !text.empty()) << args << ": not " << code << "\n" << text;
+    }
+    EXPECT_FALSE(std::filesystem::exists(never)) << never;
+  }
+
+  std::error_code ec_;
+  const std::filesystem::path dir_ =
+      std::filesystem::temp_directory_path() / ("kafx_host_test_" + std::to_string(getpid()));
+};
 
 }  // namespace kafx_test
 
