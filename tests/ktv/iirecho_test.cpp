@@ -1,9 +1,10 @@
 // IIR echo against a queue model written from the block's description (a
 // history of written loop values instead of a circular buffer), and its
-// stated edges: delay clamp, dry-only output after a change, -1 flush and a
-// tail that reaches exact silence.
+// stated edges: defaults, delay clamp, dry-only output after a change, -1
+// flush and a tail that reaches exact silence.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -25,8 +26,7 @@ struct ChannelModel {
   std::vector<int32_t> written;  // every value written into the loop
   int32_t x1 = 0, y1 = 0;
   int32_t step(int32_t x, int dry, int wet) {
-    const size_t n = written.size();
-    const size_t d = delay < 1 ? 1 : static_cast<size_t>(delay);
+    const size_t n = written.size(), d = delay < 1 ? 1 : static_cast<size_t>(delay);
     const int32_t w = n >= d ? written[n - d] : 0;
     const int32_t y = no_m1(low32((int64_t{w} * 4096 + int64_t{x1} * 4096 - int64_t{y1} * 5734) >> 13));
     x1 = w;
@@ -42,8 +42,8 @@ struct Echo {
   iirecho e{};
   Echo() { iirecho_init(&e); }
   ~Echo() { iirecho_end(&e); }
-  // Processes in blocks of the given lengths (cycled), in place on copies.
-  void run(Seq& l, Seq& r, std::initializer_list<int> blocks) {
+  // Processes in place, in blocks of the given lengths (cycled).
+  void run(Seq& l, Seq& r, std::initializer_list<int> blocks = {240}) {
     size_t at = 0;
     for (auto it = blocks.begin(); at < l.size(); it = (it + 1 == blocks.end()) ? blocks.begin() : it + 1) {
       const int n = static_cast<int>(std::min<size_t>(*it, l.size() - at));
@@ -63,31 +63,25 @@ Seq noise(size_t n, int amplitude, uint32_t seed) {
 
 }  // namespace
 
-TEST(IirEcho, InitDefaultsAndDelayClamp) {
-  Echo h;
+// Defaults (feedback, delay, dry, wet, status) and the delay clamp: 1000 ms
+// stores 350 and gives loops of 16800 and 16824 samples; end nulls both combs.
+TEST(IirEcho, DefaultsDelayClampAndEnd) {
+  iirecho e{};
+  iirecho_init(&e);
   int v[5];
-  iirecho_getfeedback(&h.e, &v[0]);
-  iirecho_getdelay(&h.e, &v[1]);
-  iirecho_getdry(&h.e, &v[2]);
-  iirecho_getwet(&h.e, &v[3]);
-  iirecho_getstatus(&h.e, &v[4]);
+  iirecho_getfeedback(&e, &v[0]);
+  iirecho_getdelay(&e, &v[1]);
+  iirecho_getdry(&e, &v[2]);
+  iirecho_getwet(&e, &v[3]);
+  iirecho_getstatus(&e, &v[4]);
   EXPECT_EQ(Seq(v, v + 5), (Seq{4096, 1, 2703, 5489, 1}));
-  EXPECT_EQ((Seq{h.e.left->size, h.e.right->size, h.e.left->delay, h.e.right->delay}), (Seq{16800, 16824, 48, 72}));
-  // (delay stored, left and right loop lengths)
-  const int rows[][4] = {{1000, 350, 16800, 16824}, {350, 350, 16800, 16824}, {20, 20, 960, 984},
-                         {0, 0, 0, 24},            {-1, -1, -48, -24}};
-  for (auto& r : rows) {
-    iirecho_setdelay(&h.e, r[0]);
-    int d = 0;
-    iirecho_getdelay(&h.e, &d);
-    EXPECT_EQ((Seq{d, h.e.left->delay, h.e.right->delay}), (Seq{r[1], r[2], r[3]})) << r[0];
-  }
-  iirecho_setstatus(&h.e, 0);
-  iirecho_getstatus(&h.e, &v[4]);
-  EXPECT_EQ(v[4], 0);
-  EXPECT_EQ(h.e.left->feedback, 4096);
-  iirecho_setfeedback(&h.e, 7000);
-  EXPECT_EQ((Seq{h.e.left->feedback, h.e.right->feedback}), (Seq{7000, 7000}));
+  iirecho_setdelay(&e, 1000);
+  iirecho_getdelay(&e, &v[1]);
+  EXPECT_EQ((Seq{v[1], e.left->delay, e.right->delay}), (Seq{350, 16800, 16824}));
+  iirecho_end(&e);
+  EXPECT_EQ(e.left, nullptr);
+  EXPECT_EQ(e.right, nullptr);
+  iirecho_end(&e);  // a second end is harmless
 }
 
 // Worked by hand with the defaults (1 ms: loops of 48 and 72 samples): an
@@ -99,7 +93,7 @@ TEST(IirEcho, HandWorkedImpulse) {
   Echo h;
   Seq l(80, 0), r(80, 0);
   l[0] = r[0] = 8192;
-  h.run(l, r, {80});
+  h.run(l, r);
   EXPECT_EQ((Seq{l[0], l[47], l[48], l[49], r[71], r[72], r[73]}), (Seq{8192, 0, 1372, 411, 0, 1372, 411}));
 }
 
@@ -117,9 +111,8 @@ TEST(IirEcho, MatchesQueueModel) {
     iirecho_setdry(&h.e, r[2]);
     iirecho_setwet(&h.e, r[3]);
     const size_t n = r[0] == 350 ? 40000 : 3000;
-    Seq l = noise(n, r[4], 1 + r[0]), rr = noise(n, r[4], 99 + r[1]);
+    Seq l = noise(n, r[4], 1 + r[0]), rr = noise(n, r[4], 99 + r[1]), want_l, want_r;
     ChannelModel ml{r[0] * 48, r[1], {}}, mr{r[0] * 48 + 24, r[1], {}};
-    Seq want_l, want_r;
     for (size_t i = 0; i < n; ++i) {
       want_l.push_back(ml.step(l[i], r[2], r[3]));
       want_r.push_back(mr.step(rr[i], r[2], r[3]));
@@ -133,34 +126,31 @@ TEST(IirEcho, MatchesQueueModel) {
 TEST(IirEcho, GainChangesActAtOnceAndSettingChangesCutTheEcho) {
   Echo h;
   Seq l = noise(500, 3000000, 5), r = noise(500, 3000000, 6);
-  h.run(l, r, {240});
+  h.run(l, r);
   // Wet 0, dry 1.0: the input comes back, except that -1 becomes 0; the
-  // loop keeps running underneath.
+  // loop keeps running underneath (no reset on a gain change).
   iirecho_setwet(&h.e, 0);
   iirecho_setdry(&h.e, 8192);
-  Seq in = {5, -1, 0, -2, 8388607, -8388608, 1, -1};
-  Seq a = in, b = in;
-  iirecho_processStereo(&h.e, a.data(), b.data(), a.data(), b.data(), 8);
-  Seq want = {5, 0, 0, -2, 8388607, -8388608, 1, 0};
+  Seq a = {5, -1, 0, -2, 8388607, -8388608, 1, -1}, b = a;
+  h.run(a, b);
+  const Seq want = {5, 0, 0, -2, 8388607, -8388608, 1, 0};
   EXPECT_EQ(a, want);
   EXPECT_EQ(b, want);
-  EXPECT_NE(h.e.left->y1 | h.e.left->x1, 0);  // history kept: no reset on a gain change
+  EXPECT_NE(h.e.left->y1 | h.e.left->x1, 0);
   // A feedback change clears the loops: the first 48 (left) / 72 (right)
-  // samples are dry + wet of the input alone, i.e. the input itself.
+  // samples are dry + wet of the input alone, i.e. the input itself; the
+  // echo arrives after one loop.
   iirecho_setdry(&h.e, 2703);
   iirecho_setwet(&h.e, 5489);
   iirecho_setfeedback(&h.e, 4096);
-  Seq x = noise(100, 4000000, 7), xl = x, xr = x;
-  iirecho_processStereo(&h.e, xl.data(), xr.data(), xl.data(), xr.data(), 100);
-  for (int i = 0; i < 72; ++i) {
-    if (i < 48) {
-      EXPECT_EQ(xl[i], x[i]) << i;
-    }
-    EXPECT_EQ(xr[i], x[i]) << i;
-  }
+  const Seq x = noise(100, 4000000, 7);
+  Seq xl = x, xr = x;
+  h.run(xl, xr);
+  EXPECT_TRUE(std::equal(x.begin(), x.begin() + 48, xl.begin()));
+  EXPECT_TRUE(std::equal(x.begin(), x.begin() + 72, xr.begin()));
   int differ = 0;
   for (int i = 48; i < 100; ++i) differ += xl[i] != x[i];
-  EXPECT_GT(differ, 40);  // the echo arrives after one loop
+  EXPECT_GT(differ, 40);
   // Count 0 or negative does nothing.
   Seq z = {7};
   iirecho_processStereo(&h.e, z.data(), z.data(), z.data(), z.data(), 0);
@@ -169,7 +159,7 @@ TEST(IirEcho, GainChangesActAtOnceAndSettingChangesCutTheEcho) {
 }
 
 // Loud impulses and bursts, then silence: every loop value and output reaches
-// exact 0 (no -1 residue, no limit cycle) and stays there.
+// exact 0 (no -1 residue, no limit cycle) and stays there for 4 frames.
 TEST(IirEcho, TailsDecayToExactZero) {
   const int rows[][2] = {{1, 4096}, {3, 8191}, {10, 6000}, {0, 8191}};
   for (auto& r : rows) {
@@ -179,30 +169,19 @@ TEST(IirEcho, TailsDecayToExactZero) {
       iirecho_setfeedback(&h.e, r[1]);
       Seq l = noise(300, 8388607, 11), rr = noise(300, 8388607, 12);
       l[0] = rr[0] = sign * 8388607;
-      h.run(l, rr, {300});
-      int quiet_run = 0, frames = 0;
-      for (; frames < 20000 && quiet_run < 4; ++frames) {
+      h.run(l, rr);
+      int quiet_run = 0;
+      for (int frames = 0; frames < 20000 && quiet_run < 4; ++frames) {
         Seq zl(240, 0), zr(240, 0);
-        iirecho_processStereo(&h.e, zl.data(), zr.data(), zl.data(), zr.data(), 240);
-        bool zero = true;
-        for (int i = 0; i < 240; ++i) zero = zero && zl[i] == 0 && zr[i] == 0;
+        h.run(zl, zr);
+        const bool zero = std::count(zl.begin(), zl.end(), 0) + std::count(zr.begin(), zr.end(), 0) == 480;
         quiet_run = zero ? quiet_run + 1 : 0;
       }
-      EXPECT_EQ(quiet_run, 4) << r[0] << " " << r[1] << " did not decay in " << frames << " frames";
+      EXPECT_EQ(quiet_run, 4) << r[0] << " " << r[1] << " did not decay";
       for (iircomber* c : {h.e.left, h.e.right}) {
-        bool loop_zero = c->x1 == 0 && c->y1 == 0;
-        for (int i = 0; i < c->size; ++i) loop_zero = loop_zero && c->buffer[i] == 0;
-        EXPECT_TRUE(loop_zero) << r[0] << " " << r[1];
+        EXPECT_EQ(c->x1 | c->y1, 0) << r[0] << " " << r[1];
+        EXPECT_EQ(std::count(c->buffer, c->buffer + c->size, 0), c->size) << r[0] << " " << r[1];
       }
     }
   }
-}
-
-TEST(IirEcho, EndFreesAndNullsBothCombs) {
-  iirecho e{};
-  iirecho_init(&e);
-  iirecho_end(&e);
-  EXPECT_EQ(e.left, nullptr);
-  EXPECT_EQ(e.right, nullptr);
-  iirecho_end(&e);  // a second end is harmless
 }
