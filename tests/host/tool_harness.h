@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +83,10 @@ class ToolTest : public ::testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(dir_, ec_); }
   std::string path(const std::string& name) const { return (dir_ / name).string(); }
+  std::string read_text(const std::string& name) const {
+    std::ifstream f(path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
+  }
 
   // Runs `kafx CMD OPTIONS in.wav out.wav` on `in` and expects exit `code`;
   // returns the output file (empty on failure), the tool's text in *text.
