@@ -7,8 +7,9 @@
 
 #include <cmath>
 #include <cstdint>
-#include <random>
 #include <vector>
+
+#include "support/variants.h"
 
 namespace {
 
@@ -25,14 +26,6 @@ Seq run(const Seq& in, bool wide = true, dc_remove* d = nullptr) {
     out.push_back(y);
   }
   return out;
-}
-
-Seq noise(size_t n, int amp, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> d(-amp, amp);
-  Seq v(n);
-  for (int& x : v) x = d(rng);
-  return v;
 }
 
 constexpr double kPole = 66840428.0 / 67108864.0;
@@ -67,7 +60,7 @@ TEST(DcRemove, StepResponseFollowsThePole) {
 TEST(DcRemove, SixteenBitFormIsTheWideFormAt256x) {
   // Both enter the same internal value (x << 13); the 16-bit output is the
   // 24-bit one shifted down by 8 more bits, with -1 flushed in both.
-  const Seq in = noise(5000, 32767, 5);
+  const Seq in = kafx_test::random_values<int>(5000, 5, -32768, 32767);
   Seq wide_in;
   for (int v : in) wide_in.push_back(v * 256);
   const Seq wide = run(wide_in), narrow = run(in, false);
@@ -99,7 +92,7 @@ TEST(DcRemove, SaturatesWideWrapsNarrowAndClears) {
 
 TEST(DcRemove, BufferFunction) {
   for (int count : {1, 17, 37, 127}) {
-    const Seq in = noise(count + 1, 8388607, 9 + count);
+    const Seq in = kafx_test::random_values<int>(count + 1, 9 + count, -8388608, 8388607);
     Seq buf = in;  // in place, with a canary past the end
     dc_remove d;
     dc_remove_init(&d);

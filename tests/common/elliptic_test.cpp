@@ -7,8 +7,9 @@
 
 #include <cmath>
 #include <cstdint>
-#include <random>
 #include <vector>
+
+#include "support/variants.h"
 
 namespace {
 
@@ -89,17 +90,11 @@ TEST(Elliptic, HandWorkedSequences) {
 TEST(Elliptic, MatchesDirectEvaluation) {
   // The band-pass on random full-scale working samples, and random
   // coefficients with inputs beyond 24 bits where sums wrap.
-  std::mt19937 rng(7);
-  std::uniform_int_distribution<int> work(-8388608, 8388607), any(INT32_MIN, INT32_MAX);
-  Seq in(3000);
-  for (int& v : in) v = work(rng);
+  const Seq in = kafx_test::random_values<int>(3000, 7, -8388608, 8388607);
   EXPECT_EQ(run(kBandPass, in), model(kBandPass, in));
-  for (int trial = 0; trial < 20; ++trial) {
-    int coef[13];
-    for (int& c : coef) c = any(rng);
-    for (int& v : in) v = any(rng);
-    in.resize(200);
-    ASSERT_EQ(run(coef, in), model(coef, in)) << "trial " << trial;
+  for (unsigned trial = 0; trial < 20; ++trial) {
+    const Seq coef = kafx_test::random_values<int>(13, 100 + trial), wild = kafx_test::random_values<int>(200, trial);
+    ASSERT_EQ(run(coef.data(), wild), model(coef.data(), wild)) << "trial " << trial;
   }
 }
 
@@ -137,10 +132,7 @@ TEST(Elliptic, ResetNewTableEndAndBufferForm) {
 
   // remove_high_freq_process leaves in >> 2 (-1 -> 0) in the input buffer
   // and filters it; odd length, one shared table for two filters.
-  std::mt19937 rng(3);
-  std::uniform_int_distribution<int> work(-8388608, 8388607);
-  Seq buf(37), out(37, 12345);
-  for (int& v : buf) v = work(rng);
+  Seq buf = kafx_test::random_values<int>(37, 3, -8388608, 8388607), out(37, 12345);
   buf[0] = -1, buf[1] = -4, buf[2] = -5;
   Seq quarter;
   for (int v : buf) quarter.push_back((v >> 2) == -1 ? 0 : v >> 2);

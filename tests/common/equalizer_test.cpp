@@ -10,10 +10,10 @@
 #include <cmath>
 #include <cstddef>
 #include <numbers>
-#include <random>
 #include <vector>
 
 #include "kafx_proc/equalizer.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -64,13 +64,6 @@ struct Model {
   }
 };
 
-std::vector<int> noise(std::mt19937& rng, int n, int amp) {
-  std::uniform_int_distribution<int> d(-amp, amp);
-  std::vector<int> v(n);
-  for (int& x : v) x = d(rng);
-  return v;
-}
-
 TEST(GraphicEq, InitAndDocumentedTableRows) {
   Eq e;
   EXPECT_EQ(e.eq.status, 0);
@@ -104,7 +97,7 @@ TEST(GraphicEq, InitAndDocumentedTableRows) {
   for (int rate = 0; rate < 3; ++rate) {
     equalizer_set_param_index(&e.eq, idx, static_cast<SampleRateType>(rate));
     const Bands by_type = e.coefficients();
-    equalizer_reset(&e.eq);
+    e.set(pass_through());
     entry[rate](&e.eq, idx);
     EXPECT_EQ(e.coefficients(), by_type) << rate;
   }
@@ -196,22 +189,21 @@ TEST(GraphicEq, CascadeMatchesDirectModelInAnyBlockSplit) {
     std::vector<int> off_left, off_right;
   } cases[] = {{0, 8192, {}, {}},     {1, 5000, {}, {}},      {2, 12000, {}, {}},
                {1, 8192, {4, 7}, {4, 7}}, {0, 12000, {4, 7}, {}}, {2, 5000, {}, {4}}};
-  std::mt19937 rng(8);
-  std::uniform_int_distribution<int> pick(-15, 15);
+  unsigned seed = 8;
   for (const Case& c : cases) {
     Eq st, mono;
-    int idx[10];
-    for (int& i : idx) i = pick(rng);
+    std::vector<int> idx = kafx_test::random_values<int>(10, ++seed, -15, 15);
     idx[0] = 15, idx[5] = -15;  // the extremes, hot and deep
     for (Eq* e : {&st, &mono}) {
-      equalizer_set_param_index(&e->eq, idx, static_cast<SampleRateType>(c.rate));
+      equalizer_set_param_index(&e->eq, idx.data(), static_cast<SampleRateType>(c.rate));
       e->eq.gain = c.gain;
       for (int b : c.off_left) IIR_set_status(e->eq.left_band[b], 0);
       for (int b : c.off_right) IIR_set_status(e->eq.right_band[b], 0);
     }
     Model ml{c.gain, st.coefficients(), c.off_left}, mr{c.gain, st.coefficients(), c.off_right};
     // Full scale noise (which saturates inside) with quiet stretches.
-    std::vector<int> inl = noise(rng, 1400, 8388607), inr = noise(rng, 1400, 3000000);
+    std::vector<int> inl = kafx_test::random_values<int>(1400, ++seed, -8388607, 8388607),
+                     inr = kafx_test::random_values<int>(1400, ++seed, -3000000, 3000000);
     std::fill(inl.begin() + 600, inl.begin() + 900, 0);
     std::vector<int> l = inl, r = inr, m = inl;
     size_t pos = 0;

@@ -11,6 +11,8 @@
 #include <random>
 #include <vector>
 
+#include "support/variants.h"
+
 namespace {
 
 using Seq = std::vector<int>;
@@ -86,11 +88,10 @@ TEST(Notch, HandWorkedSequences) {
 
 TEST(Notch, MatchesDirectEvaluation) {
   std::mt19937 rng(11);
-  std::uniform_int_distribution<int> work(-8388608, 8388607), radius(0, 8191), centre(-(1 << 29), 1 << 29);
-  for (int trial = 0; trial < 30; ++trial) {
+  std::uniform_int_distribution<int> radius(0, 8191), centre(-(1 << 29), 1 << 29);
+  for (unsigned trial = 0; trial < 30; ++trial) {
     const int r = radius(rng), m = centre(rng);
-    Seq in(500);
-    for (int& v : in) v = work(rng);
+    const Seq in = kafx_test::random_values<int>(500, trial, -8388608, 8388607);
     ASSERT_EQ(run(r, m, in), model(r, m, in)) << "r " << r << " m " << m;
   }
 }
