@@ -345,10 +345,12 @@ TEST_F(Tuning, PlotSpeakerResponse) {
   EXPECT_EQ(hp.size(), 16u * 400);
   const std::tuple<std::string, double, double> wanted[] = {
       {"headphone preset 3", 44100, 20}, {"headphone preset 3", 48000, -1}, {"adapter 7", 44100, -1}, {"adapter 1", 48000, -1}};
-  for (const auto& [record, rate, f] : wanted)
-    EXPECT_TRUE(std::any_of(hp.begin(), hp.end(), [&](const Point& p) {
-      return p.record == record && p.rate == rate && (f < 0 || p.f == f);
+  for (const auto& w : wanted) {
+    const auto& [record, rate, f] = w;
+    EXPECT_TRUE(std::any_of(hp.begin(), hp.end(), [&w](const Point& p) {
+      return p.record == std::get<0>(w) && p.rate == std::get<1>(w) && (std::get<2>(w) < 0 || p.f == std::get<2>(w));
     })) << record << " at " << rate;
+  }
 
   const std::vector<Point> geq = csv_points(read_text("g.csv"));
   EXPECT_EQ(geq.size(), 3u * 400);
