@@ -25,6 +25,7 @@ int frame_length(SampleRateType rate) {
 
 dynamic_range_control_t* new_controller(int volume, int delay_frames) {
   auto* d = kafx::alloc_record<dynamic_range_control_t>();
+  if (d == nullptr) return nullptr;
   dynamic_range_control_init(d, delay_frames, kInitFrameLen);
   dynamic_range_control_set_threshold(d, kThreshold);
   dynamic_range_control_set_denoise_threshold(d, kDenoiseThreshold);
@@ -35,9 +36,8 @@ dynamic_range_control_t* new_controller(int volume, int delay_frames) {
 }
 
 void free_controller(dynamic_range_control_t*& d) {
-  dynamic_range_control_end(d);
-  std::free(d);
-  d = nullptr;
+  if (d != nullptr) dynamic_range_control_end(d);
+  kafx::free_null(d);
 }
 
 }  // namespace

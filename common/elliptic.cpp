@@ -48,11 +48,13 @@ void elliptic_setcoef(elliptic* e, const int* coefficients) {
   elliptic_resetstate(e);
 }
 
-void elliptic_resetstate(elliptic* e) { std::memset(e->state, 0, kTaps * sizeof(int32_t)); }
+// A state that could not be allocated stays null and is left alone.
+void elliptic_resetstate(elliptic* e) {
+  if (e->state != nullptr) std::memset(e->state, 0, kTaps * sizeof(int32_t));
+}
 
 void elliptic_end(elliptic* e) {
-  std::free(e->state);
-  e->state = nullptr;
+  kafx::free_null(e->state);
   e->coefficients = nullptr;
 }
 

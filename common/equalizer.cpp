@@ -23,14 +23,13 @@ constexpr int32_t kPassThrough[5] = {kQ28One, 0, 0, 0, 0};
 
 IIR_t* new_section() {
   auto* s = kafx::alloc_record<IIR_t>();
-  IIR_init(s, kPassThrough);
+  if (s != nullptr) IIR_init(s, kPassThrough);
   return s;
 }
 
 void free_section(IIR_t*& s) {
-  IIR_end(s);
-  std::free(s);
-  s = nullptr;
+  if (s != nullptr) IIR_end(s);
+  kafx::free_null(s);
 }
 
 int clamp_index(int i) {

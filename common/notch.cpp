@@ -19,7 +19,10 @@ namespace {
 
 constexpr int kWords = 5;  // x[n-1], x[n-2], y[n-1], y[n-2], remainder
 
-void clear_state(int64_t* s) { std::memset(s, 0, kWords * sizeof(int64_t)); }
+// A state that could not be allocated stays null and is left alone.
+void clear_state(int64_t* s) {
+  if (s != nullptr) std::memset(s, 0, kWords * sizeof(int64_t));
+}
 
 }  // namespace
 
@@ -43,8 +46,7 @@ void notch_setfi(notch* n, int centre) { n->centre = centre; }
 void notch_resetstate(notch* n) { clear_state(n->state); }
 
 void notch_end(notch* n) {
-  std::free(n->state);
-  n->state = nullptr;
+  kafx::free_null(n->state);
   n->radius = 0;
   n->centre = 0;
 }

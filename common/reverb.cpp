@@ -293,27 +293,63 @@ void stereo_process(reverb_t* r, const Sample* in_left, const Sample* in_right, 
   }
 }
 
+// Parts of the reverb, each left null when it cannot be allocated.
+comber* new_comb(int len) {
+  auto* c = alloc_record<comber>();
+  if (c != nullptr) comb_init(c, len);
+  return c;
+}
+
+void free_comb(comber*& c) {
+  if (c != nullptr) comb_end(c);
+  free_null(c);
+}
+
+allpass* new_allpass(int len) {
+  auto* a = alloc_record<allpass>();
+  if (a != nullptr) allpass_init(a, len);
+  return a;
+}
+
+void free_allpass(allpass*& a) {
+  if (a != nullptr) allpass_end(a);
+  free_null(a);
+}
+
+dc_remove* new_dc_remove() {
+  auto* d = alloc_record<dc_remove>();
+  if (d != nullptr) dc_remove_init(d);
+  return d;
+}
+
+void free_dc_remove(dc_remove*& d) {
+  if (d != nullptr) dc_remove_end(d);
+  free_null(d);
+}
+
+bool complete(const reverb_t* r) {
+  for (int k = 0; k < kCombs; ++k)
+    if (r->comb_left[k] == nullptr || r->comb_right[k] == nullptr) return false;
+  return true;
+}
+
 }  // namespace
 
 extern "C" {
 
+// A part that cannot be allocated stays null; the comb tuning is then left
+// undone (the owner ends the half-built reverb).
 void reverb_init(reverb_t* r) {
   for (int k = 0; k < kCombs; ++k) {
-    r->comb_left[k] = alloc_record<comber>();
-    comb_init(r->comb_left[k], kCombLeft[k]);
-    r->comb_right[k] = alloc_record<comber>();
-    comb_init(r->comb_right[k], kCombRight[k]);
+    r->comb_left[k] = new_comb(kCombLeft[k]);
+    r->comb_right[k] = new_comb(kCombRight[k]);
   }
   for (int k = 0; k < kAllpasses; ++k) {
-    r->allpass_left[k] = alloc_record<allpass>();
-    allpass_init(r->allpass_left[k], kAllpassLeft[k]);
-    r->allpass_right[k] = alloc_record<allpass>();
-    allpass_init(r->allpass_right[k], kAllpassRight[k]);
+    r->allpass_left[k] = new_allpass(kAllpassLeft[k]);
+    r->allpass_right[k] = new_allpass(kAllpassRight[k]);
   }
-  r->dc_left = alloc_record<dc_remove>();
-  dc_remove_init(r->dc_left);
-  r->dc_right = alloc_record<dc_remove>();
-  dc_remove_init(r->dc_right);
+  r->dc_left = new_dc_remove();
+  r->dc_right = new_dc_remove();
 
   r->wet_gain = 8190;
   r->dry_gain = 0;
@@ -326,7 +362,7 @@ void reverb_init(reverb_t* r) {
   r->dry = 0;
   r->roomsize = 4096;
   r->damp = 4096;
-  reverb_update(r);
+  if (complete(r)) reverb_update(r);
 }
 
 void reverb_reset(reverb_t* r) {
@@ -344,27 +380,15 @@ void reverb_reset(reverb_t* r) {
 
 void reverb_end(reverb_t* r) {
   for (int k = 0; k < kCombs; ++k) {
-    comb_end(r->comb_left[k]);
-    std::free(r->comb_left[k]);
-    r->comb_left[k] = nullptr;
-    comb_end(r->comb_right[k]);
-    std::free(r->comb_right[k]);
-    r->comb_right[k] = nullptr;
+    free_comb(r->comb_left[k]);
+    free_comb(r->comb_right[k]);
   }
   for (int k = 0; k < kAllpasses; ++k) {
-    allpass_end(r->allpass_left[k]);
-    std::free(r->allpass_left[k]);
-    r->allpass_left[k] = nullptr;
-    allpass_end(r->allpass_right[k]);
-    std::free(r->allpass_right[k]);
-    r->allpass_right[k] = nullptr;
+    free_allpass(r->allpass_left[k]);
+    free_allpass(r->allpass_right[k]);
   }
-  dc_remove_end(r->dc_left);
-  std::free(r->dc_left);
-  r->dc_left = nullptr;
-  dc_remove_end(r->dc_right);
-  std::free(r->dc_right);
-  r->dc_right = nullptr;
+  free_dc_remove(r->dc_left);
+  free_dc_remove(r->dc_right);
 }
 
 // wet1 weights a channel's own reverb, wet2 the other channel's:

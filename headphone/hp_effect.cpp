@@ -69,7 +69,8 @@ extern "C" {
 void* kafx_hp_effect_init(unsigned int sample_rate, int format_type) {
   __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s: sample_rate %u, format_type %d", "kafx_hp_effect_init",
                       sample_rate, format_type);
-  auto* h = static_cast<kafx_hp_effect_t*>(std::calloc(1, sizeof(kafx_hp_effect_t)));
+  const kafx::AllocWatch watch;
+  auto* h = kafx::alloc_record<kafx_hp_effect_t>();
   if (h == nullptr) return nullptr;
   h->enabled = 1;
   h->sample_rate = static_cast<int32_t>(sample_rate);
@@ -83,6 +84,10 @@ void* kafx_hp_effect_init(unsigned int sample_rate, int format_type) {
   h->bytes_per_sample = h->format_type == 1 ? 2 : 4;
 
   kedo_hp_effect_init(&h->chain);
+  if (watch.failed()) {  // the rate setting below needs every block
+    kafx_hp_effect_deinit(h);
+    return nullptr;
+  }
   kedo_hp_effect_set_sample_rate(&h->chain, sample_rate);
   kedo_hp_effect_setstatus(&h->chain, h->enabled);
   kedo_hp_effect_reset(&h->chain);
@@ -91,6 +96,10 @@ void* kafx_hp_effect_init(unsigned int sample_rate, int format_type) {
   h->block_len = kWork;
   h->work_left = kafx::alloc_words(kWork);
   h->work_right = kafx::alloc_words(kWork);
+  if (watch.failed()) {
+    kafx_hp_effect_deinit(h);
+    return nullptr;
+  }
   return h;
 }
 
@@ -98,8 +107,8 @@ void kafx_hp_effect_deinit(void* handle) {
   if (handle == nullptr) return;
   auto* h = as_handle(handle);
   kedo_hp_effect_end(&h->chain);
-  std::free(h->work_left);
-  std::free(h->work_right);
+  kafx::free_null(h->work_left);
+  kafx::free_null(h->work_right);
   std::free(h);
 }
 

@@ -83,25 +83,28 @@ void kedo_hp_effect_init(kedo_hp_effect_t* h) {
   h->active = 0;
   h->fade_state = kFadeIdle;
   h->rate_type = SAMPLE_RATE_48000;
+  // A block that cannot be allocated stays null (the owner checks and ends
+  // the chain); a block whose own parts failed is half-built, which its end
+  // accepts.
   h->params = alloc_record<audio_effect_control_acdb_t>();
   h->equalizer = alloc_record<equalizer_t>();
-  equalizer_init(h->equalizer);
+  if (h->equalizer != nullptr) equalizer_init(h->equalizer);
   h->parameter_equalizer = alloc_record<parameter_equalizer_t>();
-  parameter_equalizer_init(h->parameter_equalizer);
+  if (h->parameter_equalizer != nullptr) parameter_equalizer_init(h->parameter_equalizer);
   h->reverb = alloc_record<reverb_t>();
-  reverb_init(h->reverb);
+  if (h->reverb != nullptr) reverb_init(h->reverb);
   h->stereo_widening = alloc_record<stereo_widening_system>();
-  stereo_widening_system_init(h->stereo_widening);
+  if (h->stereo_widening != nullptr) stereo_widening_system_init(h->stereo_widening);
   h->virtual_bass = alloc_record<virtual_bass_system>();
-  virtual_bass_system_init(h->virtual_bass);
+  if (h->virtual_bass != nullptr) virtual_bass_system_init(h->virtual_bass);
   h->smart_volume = alloc_record<smart_volume_control_t>();
-  smart_volume_control_init(h->smart_volume);
+  if (h->smart_volume != nullptr) smart_volume_control_init(h->smart_volume);
   h->channel_balance = alloc_record<channel_balance_t>();
-  channel_balance_init(h->channel_balance);
+  if (h->channel_balance != nullptr) channel_balance_init(h->channel_balance);
   h->compressor = alloc_record<compressor_t>();
-  compressor_init(h->compressor, kQ13One, 2);
+  if (h->compressor != nullptr) compressor_init(h->compressor, kQ13One, 2);
   h->smooth_volume = alloc_record<smooth_volume_t>();
-  smooth_volume_init(h->smooth_volume);
+  if (h->smooth_volume != nullptr) smooth_volume_init(h->smooth_volume);
   h->work_left = alloc_words(kMaxBlock);
   h->work_right = alloc_words(kMaxBlock);
 }
@@ -130,23 +133,23 @@ void kedo_hp_effect_end(kedo_hp_effect_t* h) {
   free_null(h->work_left);
   free_null(h->work_right);
   free_null(h->params);
-  equalizer_end(h->equalizer);
+  if (h->equalizer != nullptr) equalizer_end(h->equalizer);
   free_null(h->equalizer);
-  parameter_equalizer_end(h->parameter_equalizer);
+  if (h->parameter_equalizer != nullptr) parameter_equalizer_end(h->parameter_equalizer);
   free_null(h->parameter_equalizer);
-  reverb_end(h->reverb);
+  if (h->reverb != nullptr) reverb_end(h->reverb);
   free_null(h->reverb);
-  stereo_widening_system_end(h->stereo_widening);
+  if (h->stereo_widening != nullptr) stereo_widening_system_end(h->stereo_widening);
   free_null(h->stereo_widening);
-  virtual_bass_system_end(h->virtual_bass);
+  if (h->virtual_bass != nullptr) virtual_bass_system_end(h->virtual_bass);
   free_null(h->virtual_bass);
-  smart_volume_control_end(h->smart_volume);
+  if (h->smart_volume != nullptr) smart_volume_control_end(h->smart_volume);
   free_null(h->smart_volume);
-  channel_balance_end(h->channel_balance);
+  if (h->channel_balance != nullptr) channel_balance_end(h->channel_balance);
   free_null(h->channel_balance);
-  compressor_end(h->compressor);
+  if (h->compressor != nullptr) compressor_end(h->compressor);
   free_null(h->compressor);
-  smooth_volume_end(h->smooth_volume);
+  if (h->smooth_volume != nullptr) smooth_volume_end(h->smooth_volume);
   free_null(h->smooth_volume);
 }
 

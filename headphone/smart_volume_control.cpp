@@ -143,8 +143,8 @@ void smart_volume_control_init(smart_volume_control_t* s) {
   for (int f = 0; f < 3; ++f) {
     s->lp_left[f] = kafx::alloc_record<IIR_t>();
     s->lp_right[f] = kafx::alloc_record<IIR_t>();
-    IIR_init(s->lp_left[f], kSmartVolumeFilters[1][f]);
-    IIR_init(s->lp_right[f], kSmartVolumeFilters[1][f]);
+    if (s->lp_left[f] != nullptr) IIR_init(s->lp_left[f], kSmartVolumeFilters[1][f]);
+    if (s->lp_right[f] != nullptr) IIR_init(s->lp_right[f], kSmartVolumeFilters[1][f]);
   }
 }
 
@@ -169,12 +169,10 @@ void smart_volume_control_reset(smart_volume_control_t* s) {
 
 void smart_volume_control_end(smart_volume_control_t* s) {
   for (int f = 0; f < 3; ++f) {
-    IIR_end(s->lp_left[f]);
-    IIR_end(s->lp_right[f]);
-    std::free(s->lp_left[f]);
-    std::free(s->lp_right[f]);
-    s->lp_left[f] = nullptr;
-    s->lp_right[f] = nullptr;
+    if (s->lp_left[f] != nullptr) IIR_end(s->lp_left[f]);
+    if (s->lp_right[f] != nullptr) IIR_end(s->lp_right[f]);
+    kafx::free_null(s->lp_left[f]);
+    kafx::free_null(s->lp_right[f]);
   }
 }
 

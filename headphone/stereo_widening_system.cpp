@@ -43,15 +43,49 @@ constexpr int kAllpassRight[2] = {269, 367};
 
 
 
+// Parts that cannot be allocated stay null; ending accepts them.
 IIR_t* new_section(const int32_t* row) {
   IIR_t* f = alloc_record<IIR_t>();
-  IIR_init(f, row);
+  if (f != nullptr) IIR_init(f, row);
   return f;
 }
 
 void delete_section(IIR_t*& f) {
-  IIR_end(f);
+  if (f != nullptr) IIR_end(f);
   free_null(f);
+}
+
+comber* new_comb(int len) {
+  auto* c = alloc_record<comber>();
+  if (c != nullptr) comb_init(c, len);
+  return c;
+}
+
+void delete_comb(comber*& c) {
+  if (c != nullptr) comb_end(c);
+  free_null(c);
+}
+
+allpass* new_allpass(int len) {
+  auto* a = alloc_record<allpass>();
+  if (a != nullptr) allpass_init(a, len);
+  return a;
+}
+
+void delete_allpass(allpass*& a) {
+  if (a != nullptr) allpass_end(a);
+  free_null(a);
+}
+
+dc_remove* new_dc_remove() {
+  auto* d = alloc_record<dc_remove>();
+  if (d != nullptr) dc_remove_init(d);
+  return d;
+}
+
+void delete_dc_remove(dc_remove*& d) {
+  if (d != nullptr) dc_remove_end(d);
+  free_null(d);
 }
 
 // Q13 gain product, saturated (no flush).
@@ -297,6 +331,7 @@ void crossfeed_network_init(crossfeed_network* c) {
   for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k) c->section[k] = new_section(crossfeed_row(k, 1));
   for (audio_delay*& d : c->delay) {
     d = alloc_record<audio_delay>();
+    if (d == nullptr) continue;
     audio_delay_init(d, CROSSFEED_NETWORK_MAX_DELAY);
     audio_delay_set_delay(d, kDelayLength[1]);
   }
@@ -317,7 +352,7 @@ void crossfeed_network_reset(crossfeed_network* c) {
 void crossfeed_network_end(crossfeed_network* c) {
   for (IIR_t*& f : c->section) delete_section(f);
   for (audio_delay*& d : c->delay) {
-    audio_delay_end(d);
+    if (d != nullptr) audio_delay_end(d);
     free_null(d);
   }
 }
@@ -348,29 +383,25 @@ void crossfeed_network_process_block(crossfeed_network* c, int* in_left, int* in
 // early_reflector
 
 void early_reflector_init(early_reflector* e) {
+  bool combs = true;
   for (int k = 0; k < 4; ++k) {
-    e->comb_left[k] = alloc_record<comber>();
-    comb_init(e->comb_left[k], kCombLeft[k]);
-    e->comb_right[k] = alloc_record<comber>();
-    comb_init(e->comb_right[k], kCombRight[k]);
+    e->comb_left[k] = new_comb(kCombLeft[k]);
+    e->comb_right[k] = new_comb(kCombRight[k]);
+    combs = combs && e->comb_left[k] != nullptr && e->comb_right[k] != nullptr;
   }
   for (int k = 0; k < 2; ++k) {
-    e->allpass_left[k] = alloc_record<allpass>();
-    allpass_init(e->allpass_left[k], kAllpassLeft[k]);
-    e->allpass_right[k] = alloc_record<allpass>();
-    allpass_init(e->allpass_right[k], kAllpassRight[k]);
+    e->allpass_left[k] = new_allpass(kAllpassLeft[k]);
+    e->allpass_right[k] = new_allpass(kAllpassRight[k]);
   }
-  e->dc_left = alloc_record<dc_remove>();
-  e->dc_right = alloc_record<dc_remove>();
-  dc_remove_init(e->dc_left);
-  dc_remove_init(e->dc_right);
+  e->dc_left = new_dc_remove();
+  e->dc_right = new_dc_remove();
   e->prefilter_left = new_section(tables::kReflectorPreFilter[1]);
   e->prefilter_right = new_section(tables::kReflectorPreFilter[1]);
   e->wet_gain = 6144;
   e->dry_gain = 6144;
   e->roomsize = 4096;
   e->damp = 4096;
-  reflector_update(e);
+  if (combs) reflector_update(e);  // else half-built: the owner ends it
 }
 
 void early_reflector_set_sample_rate(early_reflector* e, SampleRateType rate) {
@@ -396,21 +427,15 @@ void early_reflector_reset(early_reflector* e) {
 
 void early_reflector_end(early_reflector* e) {
   for (int k = 0; k < 4; ++k) {
-    comb_end(e->comb_left[k]);
-    free_null(e->comb_left[k]);
-    comb_end(e->comb_right[k]);
-    free_null(e->comb_right[k]);
+    delete_comb(e->comb_left[k]);
+    delete_comb(e->comb_right[k]);
   }
   for (int k = 0; k < 2; ++k) {
-    allpass_end(e->allpass_left[k]);
-    free_null(e->allpass_left[k]);
-    allpass_end(e->allpass_right[k]);
-    free_null(e->allpass_right[k]);
+    delete_allpass(e->allpass_left[k]);
+    delete_allpass(e->allpass_right[k]);
   }
-  dc_remove_end(e->dc_left);
-  dc_remove_end(e->dc_right);
-  free_null(e->dc_left);
-  free_null(e->dc_right);
+  delete_dc_remove(e->dc_left);
+  delete_dc_remove(e->dc_right);
   delete_section(e->prefilter_left);
   delete_section(e->prefilter_right);
 }
@@ -462,9 +487,9 @@ void stereo_widening_system_init(stereo_widening_system* s) {
   s->dc = alloc_record<difference_circuit>();
   s->cfn = alloc_record<crossfeed_network>();
   s->er = alloc_record<early_reflector>();
-  difference_circuit_init(s->dc);
-  crossfeed_network_init(s->cfn);
-  early_reflector_init(s->er);
+  if (s->dc != nullptr) difference_circuit_init(s->dc);
+  if (s->cfn != nullptr) crossfeed_network_init(s->cfn);
+  if (s->er != nullptr) early_reflector_init(s->er);
 }
 
 void stereo_widening_system_set_sample_rate(stereo_widening_system* s, SampleRateType rate) {
@@ -480,9 +505,9 @@ void stereo_widening_system_reset(stereo_widening_system* s) {
 }
 
 void stereo_widening_system_end(stereo_widening_system* s) {
-  difference_circuit_end(s->dc);
-  crossfeed_network_end(s->cfn);
-  early_reflector_end(s->er);
+  if (s->dc != nullptr) difference_circuit_end(s->dc);
+  if (s->cfn != nullptr) crossfeed_network_end(s->cfn);
+  if (s->er != nullptr) early_reflector_end(s->er);
   free_null(s->dc);
   free_null(s->cfn);
   free_null(s->er);

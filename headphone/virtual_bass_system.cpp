@@ -208,17 +208,19 @@ void virtual_bass_system_init(virtual_bass_system* v) {
   v->high_gain = 8192;
   v->bass_buffer = alloc_words(kMaxBlock);
   v->nld = alloc_record<NLD>();
-  NLD_init(v->nld);
+  if (v->nld != nullptr) NLD_init(v->nld);
   v->split_left = alloc_record<spectral_band_split>();
   v->split_right = alloc_record<spectral_band_split>();
-  spectral_band_split_init(v->split_left, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
-  spectral_band_split_init(v->split_right, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
+  if (v->split_left != nullptr)
+    spectral_band_split_init(v->split_left, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
+  if (v->split_right != nullptr)
+    spectral_band_split_init(v->split_right, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
   for (int i = 0; i < 4; ++i) {
     *section(v, i) = alloc_record<IIR_t>();
-    IIR_init(*section(v, i), section_row(i, 1));
+    if (*section(v, i) != nullptr) IIR_init(*section(v, i), section_row(i, 1));
   }
   v->compressor = alloc_record<compressor_bass>();
-  compressor_bass_init(v->compressor);
+  if (v->compressor != nullptr) compressor_bass_init(v->compressor);
 }
 
 void virtual_bass_system_set_sample_rate(virtual_bass_system* v, SampleRateType rate) {
@@ -238,17 +240,17 @@ void virtual_bass_system_reset(virtual_bass_system* v) {
 }
 
 void virtual_bass_system_end(virtual_bass_system* v) {
-  spectral_band_split_end(v->split_left);
-  spectral_band_split_end(v->split_right);
+  if (v->split_left != nullptr) spectral_band_split_end(v->split_left);
+  if (v->split_right != nullptr) spectral_band_split_end(v->split_right);
   free_null(v->split_left);
   free_null(v->split_right);
-  NLD_end(v->nld);
+  if (v->nld != nullptr) NLD_end(v->nld);
   free_null(v->nld);
   for (int i = 0; i < 4; ++i) {
-    IIR_end(*section(v, i));
+    if (*section(v, i) != nullptr) IIR_end(*section(v, i));
     free_null(*section(v, i));
   }
-  compressor_bass_end(v->compressor);
+  if (v->compressor != nullptr) compressor_bass_end(v->compressor);
   free_null(v->compressor);
   free_null(v->bass_buffer);
 }

@@ -58,7 +58,7 @@ extern "C" {
 void gramophone_init(gramophone* g) {
   g->status = 0;
   g->filter = kafx::alloc_record<elliptic>();
-  elliptic_init(g->filter, kGramophoneCoefficients);
+  if (g->filter != nullptr) elliptic_init(g->filter, kGramophoneCoefficients);
 }
 
 void gramophone_end(gramophone* g) {

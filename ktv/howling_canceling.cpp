@@ -424,10 +424,13 @@ void howling_canceling_init(howlingCancel* h) {
   h->status = 0;
   h->gain = kQ13One;
   auto* w = kafx::alloc_record<howling_canceling_work>();
+  h->work = w;
+  if (w == nullptr) return;
+  // A filter state that cannot be allocated stays null (clear leaves it
+  // alone); the owner ends the half-built canceller.
   dc_remove_init(&w->dc);
   elliptic_init(&w->lowpass, kHowlingLowpass);
   for (notch& n : w->notches) notch_init(&n, HOWLING_NOTCH_RADIUS, 0);
-  h->work = w;
   clear(w);
 }
 

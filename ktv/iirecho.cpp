@@ -28,7 +28,7 @@ void apply_settings(iirecho* e) {
 
 iircomber* new_comb(int capacity) {
   auto* c = kafx::alloc_record<iircomber>();
-  iircomber_init(c, capacity);
+  if (c != nullptr) iircomber_init(c, capacity);
   return c;
 }
 
@@ -58,7 +58,7 @@ void iirecho_init(iirecho* e) {
   // The settings are applied with a delay of 1 ms. (A first application with
   // the record's previous delay would be overwritten entirely by this one.)
   e->delay = 1;
-  apply_settings(e);
+  if (e->left != nullptr && e->right != nullptr) apply_settings(e);  // else half-built: the owner ends it
   e->dry = 2703;
   e->wet = 5489;
 }

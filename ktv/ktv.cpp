@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "common/lifecycle.h"
+
 namespace {
 
 constexpr const char* kTag = "kafx_ktv_wrapper";
@@ -27,10 +29,15 @@ kedo_audio_tx_ktv_t* chain_of(void* handle) {
 extern "C" {
 
 void* kafx_ktv_init(void) {
-  auto* h = static_cast<kafx_ktv_t*>(std::malloc(sizeof(kafx_ktv_t)));
+  const kafx::AllocWatch watch;
+  auto* h = kafx::alloc_record<kafx_ktv_t>();
   if (h == nullptr) return nullptr;
   h->sample_format = 16;
   kedo_audio_tx_ktv_init(&h->chain);
+  if (watch.failed()) {  // a block, a buffer or a resampler stage is missing
+    kafx_ktv_deinit(h);
+    return nullptr;
+  }
   return h;
 }
 

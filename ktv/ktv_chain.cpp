@@ -25,16 +25,6 @@ constexpr int kVoiceRate = 48000;
 
 int32_t* alloc_frame() { return kafx::alloc_words(kFrameMax); }
 
-
-SampleRateType rate_class(unsigned int rate) {
-  switch (rate) {
-    case 44100: return SAMPLE_RATE_44100;
-    case 96000: return SAMPLE_RATE_96000;
-    case 192000: return SAMPLE_RATE_192000;
-    default: return SAMPLE_RATE_48000;
-  }
-}
-
 // The noise branch: left to 16 bits in the memory of `right`, down to
 // 32 kHz, high-pass sample by sample, one suppressor frame (160 samples for
 // a 240-sample chain frame), back up to 48 kHz, and into left at 24 bits.
@@ -68,38 +58,45 @@ void kedo_audio_tx_ktv_init(kedo_audio_tx_ktv_t* c) {
   c->up = kafx::alloc_record<Resampler_t>();
   c->left = alloc_frame();
   c->right = alloc_frame();
-  equalizer_init(c->equalizer);
-  reverb_init(c->reverb);
-  howling_canceling_init(c->howling);
-  compressor_init(c->compressor, kQ13One, 0);
-  iirecho_init(c->echo);
-  gramophone_init(c->gramo);
+  // A block that cannot be allocated stays null and is not initialised; the
+  // owner sees the failure and ends the chain. (The suppressor's own calls
+  // refuse a null instance.)
+  if (c->equalizer != nullptr) equalizer_init(c->equalizer);
+  if (c->reverb != nullptr) reverb_init(c->reverb);
+  if (c->howling != nullptr) howling_canceling_init(c->howling);
+  if (c->compressor != nullptr) compressor_init(c->compressor, kQ13One, 0);
+  if (c->echo != nullptr) iirecho_init(c->echo);
+  if (c->gramo != nullptr) gramophone_init(c->gramo);
   kedoNs_InitCore(c->ns, kNsRate);
   kedoNs_set_policy_core(c->ns, 3);
-  IIR_init(c->highpass, kFilterCoefficients);
-  Resampler_init(c->down);
-  Resampler_init(c->up);
-  Resampler_config(c->down, kVoiceRate, kNsRate);
-  Resampler_config(c->up, kNsRate, kVoiceRate);
+  if (c->highpass != nullptr) IIR_init(c->highpass, kFilterCoefficients);
+  if (c->down != nullptr) {
+    Resampler_init(c->down);
+    Resampler_config(c->down, kVoiceRate, kNsRate);
+  }
+  if (c->up != nullptr) {
+    Resampler_init(c->up);
+    Resampler_config(c->up, kNsRate, kVoiceRate);
+  }
 }
 
 void kedo_audio_tx_ktv_set_sample_rate(kedo_audio_tx_ktv_t* c, unsigned int rate) {
-  c->rate_type = rate_class(rate);
+  c->rate_type = rate_type_of(rate);
   compressor_set_sample_rate(c->compressor, c->rate_type);
   IIR_reinit(c->highpass, kFilterCoefficients);
 }
 
 void kedo_audio_tx_ktv_end(kedo_audio_tx_ktv_t* c) {
-  equalizer_end(c->equalizer);
-  reverb_end(c->reverb);
-  howling_canceling_end(c->howling);
-  compressor_end(c->compressor);
-  iirecho_end(c->echo);
-  gramophone_end(c->gramo);
-  kedoNs_FreeCore(c->ns);
-  Resampler_delete(c->down);
-  Resampler_delete(c->up);
-  IIR_end(c->highpass);
+  if (c->equalizer != nullptr) equalizer_end(c->equalizer);
+  if (c->reverb != nullptr) reverb_end(c->reverb);
+  howling_canceling_end(c->howling);  // accepts null
+  if (c->compressor != nullptr) compressor_end(c->compressor);
+  if (c->echo != nullptr) iirecho_end(c->echo);
+  if (c->gramo != nullptr) gramophone_end(c->gramo);
+  kedoNs_FreeCore(c->ns);  // accepts null
+  if (c->down != nullptr) Resampler_delete(c->down);
+  if (c->up != nullptr) Resampler_delete(c->up);
+  if (c->highpass != nullptr) IIR_end(c->highpass);
   kafx::free_null(c->equalizer);
   kafx::free_null(c->reverb);
   kafx::free_null(c->howling);

@@ -102,6 +102,7 @@ int sigmoid(int x) {
 BPInfo_tag* BP_ns_init(int fs, int bin_count) {
   (void)fs;
   BPInfo_tag* r = kafx::alloc_record<BPInfo_tag>();
+  if (r == nullptr) return nullptr;
   r->bin_count = bin_count;
   r->reset_count[0] = 600;
   r->reset_count[1] = 300;

@@ -1068,6 +1068,10 @@ int kedoNs_InitCore(NsxInst_t_* inst, unsigned int fs) {
   install_routine(kedoNsx_CreateComplexBuffer, static_cast<kedoNsx_CreateComplexBuffer_t>(create_complex_buffer_c));
 
   inst->bp_info = BP_ns_init(static_cast<int>(fs), inst->magn_len);
+  if (inst->bp_info == nullptr) {  // no band post-processing record: unusable
+    inst->init_flag = 0;
+    return -1;
+  }
   inst->init_flag = 1;
   return 0;
 }

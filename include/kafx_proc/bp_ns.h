@@ -48,7 +48,8 @@ typedef struct BPInfo_tag {
 
 KAFX_EXTERN_C_BEGIN
 
-/* malloc'ed, zeroed record (allocation not checked); fs is not used. */
+/* malloc'ed, zeroed record, or NULL when it cannot be allocated; fs is not
+ * used. */
 KAFX_API BPInfo_tag* BP_ns_init(int fs, int bin_count);
 KAFX_API void BP_ns_delete(BPInfo_tag* r);
 /* Records the block's largest signed sample among in[0..len-2] (at least 1). Returns 0. */

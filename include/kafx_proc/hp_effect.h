@@ -30,7 +30,8 @@
  *  - `bytes` that is not a whole number of stereo frames: the whole frames
  *    are processed, and the trailing bytes (an odd sample and any stray
  *    bytes) are neither read nor written, in every format;
- *  - init returns NULL only when the handle itself cannot be allocated.
+ *  - init returns NULL when any allocation it makes fails (the handle, a
+ *    block of the chain or a buffer); what it had built is freed.
  * Log lines go to the Android log under the tag "kafx_hp_wrapper" (the
  * chain's under "kafx_hp_proc").
  */

@@ -32,7 +32,8 @@ typedef struct kafx_ktv_t {
 
 KAFX_EXTERN_C_BEGIN
 
-/* Null when the handle cannot be allocated. */
+/* Null when any allocation of the handle or its chain fails (what was
+ * built is freed). */
 KAFX_API void* kafx_ktv_init(void);
 KAFX_API void kafx_ktv_deinit(void* handle);
 /* Returns 0, or -1 for a null handle or count > 256 (nothing written). */

@@ -152,7 +152,9 @@ KAFX_API extern const short kedoNsx_kLogTable[9];
 /* round(32768 / k) for the counter values k = 1..200 (index 0 holds 32767). */
 KAFX_API extern const short kedoNsx_kCounterDiv[201];
 
-/* -1 for a null instance or a rate other than 8000, 16000, 32000. */
+/* -1 for a null instance, a rate other than 8000, 16000, 32000, or when the
+ * band post-processing record cannot be allocated (the instance is then not
+ * initialised: kedoNs_ProcessCore refuses it). */
 KAFX_API int kedoNs_InitCore(NsxInst_t_* inst, unsigned int fs);
 /* Policy 0..3 (mode tested as unsigned); -1 otherwise, keeping the old one. */
 KAFX_API int kedoNs_set_policy_core(NsxInst_t_* inst, int mode);

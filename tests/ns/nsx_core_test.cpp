@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kafx_proc/ns.h"
+#include "support/alloc_hooks.h"
 #include "ns/nsx_internal.h"
 #include "ns/nsx_tables.h"
 #include "tests/ns/ns_signals.h"
@@ -230,6 +231,28 @@ TEST(NsxCore, RejectedCallsAndNulls) {
     EXPECT_EQ(status, v);
     EXPECT_EQ(ns->canceling_status, v);
   }
+}
+
+// Init's one allocation (the band post-processing record) failing leaves an
+// instance that refuses to run; a working instance never allocates while it
+// processes.
+TEST(NsxCore, AllocationFailureAndRealTimeProcess) {
+  const long n = kafx_test::for_each_failing_allocation([](long failing) {
+    NsxInst_t_ ns{};
+    short frame[160] = {};
+    EXPECT_EQ(kedoNs_InitCore(&ns, 16000), failing == 0 ? 0 : -1);
+    EXPECT_EQ(kedoNs_ProcessCore(&ns, frame, frame), failing == 0 ? 0 : -1);
+    kedoNs_FreeCore(&ns);
+  });
+  EXPECT_EQ(n, 1);
+  const std::vector<int16_t> sig = make_signal(kBurstsInNoise, 16000, 16000);
+  NsPtr ns = make_ns(16000, 3);
+  std::vector<short> out(160);
+  kafx_test::AllocCounter c;
+  for (size_t at = 0; at + 160 <= sig.size(); at += 160)
+    kedoNs_ProcessCore(ns.get(), const_cast<short*>(sig.data() + at), out.data());
+  EXPECT_EQ(c.allocations(), 0);
+  EXPECT_EQ(c.frees(), 0);
 }
 
 // An all-zero block goes through analysis and synthesis only: the overlap
