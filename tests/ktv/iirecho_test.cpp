@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
+#include <numeric>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "kafx_proc/iirecho.h"
@@ -133,13 +136,12 @@ TEST(IirEcho, GainChangesActAtOnceAndSettingChangesCutTheEcho) {
   iirecho_setdry(&h.e, 8192);
   Seq a = {5, -1, 0, -2, 8388607, -8388608, 1, -1}, b = a;
   h.run(a, b);
-  const Seq want = {5, 0, 0, -2, 8388607, -8388608, 1, 0};
-  EXPECT_EQ(a, want);
-  EXPECT_EQ(b, want);
+  EXPECT_EQ(a, (Seq{5, 0, 0, -2, 8388607, -8388608, 1, 0}));
+  EXPECT_EQ(b, a);
   EXPECT_NE(h.e.left->y1 | h.e.left->x1, 0);
   // A feedback change clears the loops: the first 48 (left) / 72 (right)
   // samples are dry + wet of the input alone, i.e. the input itself; the
-  // echo arrives after one loop.
+  // echo arrives after one loop. Then count 0 or negative does nothing.
   iirecho_setdry(&h.e, 2703);
   iirecho_setwet(&h.e, 5489);
   iirecho_setfeedback(&h.e, 4096);
@@ -148,40 +150,33 @@ TEST(IirEcho, GainChangesActAtOnceAndSettingChangesCutTheEcho) {
   h.run(xl, xr);
   EXPECT_TRUE(std::equal(x.begin(), x.begin() + 48, xl.begin()));
   EXPECT_TRUE(std::equal(x.begin(), x.begin() + 72, xr.begin()));
-  int differ = 0;
-  for (int i = 48; i < 100; ++i) differ += xl[i] != x[i];
-  EXPECT_GT(differ, 40);
-  // Count 0 or negative does nothing.
+  EXPECT_GT(std::inner_product(x.begin() + 48, x.end(), xl.begin() + 48, 0, std::plus<>(), std::not_equal_to<>()), 40);
   Seq z = {7};
-  iirecho_processStereo(&h.e, z.data(), z.data(), z.data(), z.data(), 0);
-  iirecho_processStereo(&h.e, z.data(), z.data(), z.data(), z.data(), -5);
+  for (int n : {0, -5}) iirecho_processStereo(&h.e, z.data(), z.data(), z.data(), z.data(), n);
   EXPECT_EQ(z, Seq{7});
 }
 
 // Loud impulses and bursts, then silence: every loop value and output reaches
 // exact 0 (no -1 residue, no limit cycle) and stays there for 4 frames.
 TEST(IirEcho, TailsDecayToExactZero) {
-  const int rows[][2] = {{1, 4096}, {3, 8191}, {10, 6000}, {0, 8191}};
-  for (auto& r : rows) {
-    for (int sign : {1, -1}) {
-      Echo h;
-      iirecho_setdelay(&h.e, r[0]);
-      iirecho_setfeedback(&h.e, r[1]);
-      Seq l = noise(300, 8388607, 11), rr = noise(300, 8388607, 12);
-      l[0] = rr[0] = sign * 8388607;
-      h.run(l, rr);
-      int quiet_run = 0;
-      for (int frames = 0; frames < 20000 && quiet_run < 4; ++frames) {
-        Seq zl(240, 0), zr(240, 0);
-        h.run(zl, zr);
-        const bool zero = std::count(zl.begin(), zl.end(), 0) + std::count(zr.begin(), zr.end(), 0) == 480;
-        quiet_run = zero ? quiet_run + 1 : 0;
-      }
-      EXPECT_EQ(quiet_run, 4) << r[0] << " " << r[1] << " did not decay";
-      for (iircomber* c : {h.e.left, h.e.right}) {
-        EXPECT_EQ(c->x1 | c->y1, 0) << r[0] << " " << r[1];
-        EXPECT_EQ(std::count(c->buffer, c->buffer + c->size, 0), c->size) << r[0] << " " << r[1];
-      }
+  for (auto [delay, feedback, sign] : {std::tuple{1, 4096, 1}, {3, 8191, 1}, {10, 6000, 1}, {0, 8191, 1},
+                                       {1, 4096, -1}, {3, 8191, -1}, {10, 6000, -1}, {0, 8191, -1}}) {
+    Echo h;
+    iirecho_setdelay(&h.e, delay);
+    iirecho_setfeedback(&h.e, feedback);
+    Seq l = noise(300, 8388607, 11), r = noise(300, 8388607, 12);
+    l[0] = r[0] = sign * 8388607;
+    h.run(l, r);
+    int quiet_run = 0;
+    for (int frames = 0; frames < 20000 && quiet_run < 4; ++frames) {
+      Seq zl(240, 0), zr(240, 0);
+      h.run(zl, zr);
+      quiet_run = zl == Seq(240, 0) && zr == zl ? quiet_run + 1 : 0;
+    }
+    EXPECT_EQ(quiet_run, 4) << delay << " " << feedback << " " << sign;
+    for (iircomber* c : {h.e.left, h.e.right}) {
+      EXPECT_EQ(c->x1 | c->y1, 0) << delay << " " << feedback << " " << sign;
+      EXPECT_EQ(std::count(c->buffer, c->buffer + c->size, 0), c->size) << delay << " " << feedback;
     }
   }
 }
