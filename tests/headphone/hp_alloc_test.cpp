@@ -7,52 +7,36 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "kafx_proc/hp_effect.h"
 #include "support/alloc_hooks.h"
 #include "support/log_capture.h"
+#include "support/variants.h"
 
 namespace {
 
 using kafx_test::AllocCounter;
+using kafx_test::random_values;
 
-std::vector<int32_t> noise(size_t n, int32_t full, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int32_t> d(-full, full);
-  std::vector<int32_t> v(n);
-  for (auto& x : v) x = d(rng);
-  return v;
-}
-
+// Adapter 2 is loaded where the preset allows it; the data are the reverb's
+// settings or the graphic equalizer's indices (6000 etc. clamp to 15).
 audio_effect_control_acdb_t preset(int effect) {
-  audio_effect_control_acdb_t r{};
-  r.effect_type = effect;
-  r.hpadapter_type = 2;  // loads the adapter correction where the preset allows it
-  const int reverb[6] = {6000, 3000, 4000, 4000, 8192, 127};
-  const int bands[10] = {3, -2, 5, 0, -7, 15, -15, 1, 2, -3};
-  const int* data = effect == KEDO_HP_EFFECT_REVERB ? reverb : bands;
-  for (int i = 0; i < (effect == KEDO_HP_EFFECT_REVERB ? 6 : 10); ++i) r.effect_data[i] = data[i];
-  return r;
+  return {effect, 2, {6000, 3000, 4000, 4000, 8192, 127, -15, 1, 2, -3}};
 }
 
 // The status word of the block a preset turns on.
 int preset_block_status(const kedo_hp_effect_t& c, int effect) {
-  switch (effect) {
-    case KEDO_HP_EFFECT_STEREO_WIDENING: return c.stereo_widening->status;
-    case KEDO_HP_EFFECT_VIRTUAL_BASS: return c.virtual_bass->status;
-    case KEDO_HP_EFFECT_PARAMETRIC_EQ: return c.parameter_equalizer->status;
-    case KEDO_HP_EFFECT_REVERB: return c.reverb->status;
-    default: return c.equalizer->status;
-  }
+  const int32_t s[] = {c.stereo_widening->status, c.virtual_bass->status, c.parameter_equalizer->status,
+                       c.reverb->status, c.equalizer->status};
+  return s[effect - 1];
 }
 
 // Every front-end process call, through the preset's fade and with the
 // preset in force, for each format, rate and preset; buffer sizes change so
 // that the block length is chosen again and last blocks are partial.
 TEST(HpAlloc, FrontEndProcessNeverAllocates) {
-  const size_t kFrames[] = {240, 256, 480, 17, 1024, 960, 1, 511, 240};
+  const unsigned kFrames[] = {240, 256, 480, 17, 1024, 960, 1, 511, 240};
   for (int format : {1, 2, 3})
     for (unsigned rate : {44100u, 48000u})
       for (int effect = 1; effect <= 5; ++effect) {
@@ -61,20 +45,18 @@ TEST(HpAlloc, FrontEndProcessNeverAllocates) {
         kedo_hp_effect_t& chain = static_cast<kafx_hp_effect_t*>(h)->chain;
         audio_effect_control_acdb_t rec = preset(effect);
         kafx_hp_effect_set_parameters(h, &rec);
-        const int32_t full = format == 1 ? 32767 : (format == 2 ? 8388607 : INT32_MAX);
-        std::vector<int32_t> in32 = noise(2 * 1024, full, rate + 10 * format + effect);
+        const int64_t full = format == 1 ? 32767 : (format == 2 ? 8388607 : INT32_MAX);
+        std::vector<int32_t> in32 = random_values<int32_t>(2 * 1024, rate + 10 * format + effect, -full, full);
         std::vector<int16_t> in16(in32.begin(), in32.end());
         void* buf = format == 1 ? static_cast<void*>(in16.data()) : static_cast<void*>(in32.data());
-        const unsigned frame_bytes = format == 1 ? 4u : 8u;
         for (int pass = 0; pass < 2; ++pass) {
-          for (size_t frames : kFrames) {
+          for (unsigned frames : kFrames) {
             AllocCounter c;
-            kafx_hp_effect_process(h, buf, static_cast<unsigned>(frames) * frame_bytes);
-            EXPECT_EQ(c.allocations(), 0) << format << " " << rate << " " << effect << " " << frames;
-            EXPECT_EQ(c.frees(), 0) << format << " " << rate << " " << effect << " " << frames;
+            kafx_hp_effect_process(h, buf, frames * (format == 1 ? 4u : 8u));
+            EXPECT_TRUE(c.allocations() == 0 && c.frees() == 0) << format << " " << rate << " " << effect << " "
+                                                                << frames;
           }
-          ASSERT_EQ(chain.active, 1);
-          ASSERT_NE(preset_block_status(chain, effect), 0) << effect;
+          ASSERT_TRUE(chain.active == 1 && preset_block_status(chain, effect) != 0) << effect;
           // The two blocks a preset leaves off, for the second pass.
           const smart_volume_control_param_acdb_t svc = {1, 4096, 2, 6};
           const channel_balance_param_acdb_t cb = {1, 2, 6000};
@@ -91,9 +73,9 @@ TEST(HpAlloc, ChainAndBlockProcessNeverAllocate) {
   void* h = kafx_hp_effect_init(48000, 2);
   ASSERT_NE(h, nullptr);
   kedo_hp_effect_t* c = &static_cast<kafx_hp_effect_t*>(h)->chain;
-  std::vector<int32_t> l = noise(300, 8388607, 1), r = noise(300, 8388607, 2);
-  std::vector<int16_t> l16(l.begin(), l.end()), r16(r.begin(), r.end());
-  std::vector<int16_t> m16(l16);
+  std::vector<int32_t> l = random_values<int32_t>(300, 1, -8388607, 8388607);
+  std::vector<int32_t> r = random_values<int32_t>(300, 2, -8388607, 8388607);
+  std::vector<int16_t> l16(l.begin(), l.end()), r16(r.begin(), r.end()), m16(l16);
   int32_t* L = l.data();
   int32_t* R = r.data();
   AllocCounter counter;
@@ -136,8 +118,7 @@ TEST(HpAlloc, ChainAndBlockProcessNeverAllocate) {
   smart_volume_control_process(c->smart_volume, L, R, L, R, 256);
   compressor_process(c->compressor, L, R, L, R, 256);
   smooth_volume_process(c->smooth_volume, L, R, L, R, 256);
-  EXPECT_EQ(counter.allocations(), 0);
-  EXPECT_EQ(counter.frees(), 0);
+  EXPECT_TRUE(counter.allocations() == 0 && counter.frees() == 0);
   kafx_hp_effect_deinit(h);
 }
 
@@ -145,16 +126,11 @@ TEST(HpAlloc, ChainAndBlockProcessNeverAllocate) {
 // a part of a block, a buffer) gives a null handle and frees what was built;
 // also at a bypassed rate, which builds the same chain.
 TEST(HpAlloc, InitFailureAtEveryAllocationReturnsNullAndLeaksNothing) {
-  const struct { unsigned rate; int format; } kCases[] = {{44100, 1}, {48000, 3}, {32000, 2}};
   const kafx_test::LogCapture quiet;  // the bypass warning of every init
-  for (const auto& k : kCases) {
-    const long n = kafx_test::for_each_failing_allocation([&](long failing) {
-      void* h = kafx_hp_effect_init(k.rate, k.format);
-      if (failing == 0) {
-        ASSERT_NE(h, nullptr);
-      } else {
-        EXPECT_EQ(h, nullptr) << k.rate << " " << k.format << ": allocation " << failing << " failed";
-      }
+  for (auto [rate, format] : {std::pair{44100u, 1}, {48000u, 3}, {32000u, 2}}) {
+    const long n = kafx_test::for_each_failing_allocation([&, rate = rate, format = format](long failing) {
+      void* h = kafx_hp_effect_init(rate, format);
+      EXPECT_EQ(h == nullptr, failing != 0) << rate << " " << format << ": allocation " << failing << " failed";
       kafx_hp_effect_deinit(h);
     });
     EXPECT_GT(n, 100) << "every block's memory comes from the allocator";

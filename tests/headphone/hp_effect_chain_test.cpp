@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "headphone/hp_effect_tables.h"
 #include "kafx_proc/hp_effect_chain.h"
 #include "support/log_capture.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -48,13 +48,6 @@ struct Chain {
     kedo_hp_effect_update_parameter(&c);
   }
 };
-
-V noise(size_t n, int lo, int hi, unsigned seed) {
-  std::mt19937 rng(seed);
-  V v(n);
-  for (auto& x : v) x = std::uniform_int_distribution<int>(lo, hi)(rng);
-  return v;
-}
 
 TEST(HpChain, InitAndRateClasses) {
   Chain ch;
@@ -241,9 +234,6 @@ TEST(HpChain, CoreProcessIsTheBlocksInOrder) {
       {"parametric wins over graphic, widening over reverb; virtual bass",
        [&](Chain& ch) {
          ch.run_at(8192);
-         kedo_hp_effect_p_eq_setparameter(&ch.c, &peq);
-         kedo_hp_effect_eq_setparameter_index(&ch.c, &geq);
-         kedo_hp_effect_reverb_setparameter(&ch.c, &rev);
          ch.apply(1, 0);  // widening on (and balance off)
          kedo_hp_effect_p_eq_setparameter(&ch.c, &peq);
          kedo_hp_effect_eq_setparameter_index(&ch.c, &geq);
@@ -264,7 +254,8 @@ TEST(HpChain, CoreProcessIsTheBlocksInOrder) {
     prepare(a);
     prepare(b);
     kedo_hp_effect_t& h = b.c;
-    V in_l = noise(240 * 6 + 17, -6000000, 6000000, 11), in_r = noise(in_l.size(), -6000000, 6000000, 12);
+    const V in_l = kafx_test::random_values<int32_t>(240 * 6 + 17, 11, -6000000, 6000000);
+    const V in_r = kafx_test::random_values<int32_t>(in_l.size(), 12, -6000000, 6000000);
     V al = in_l, ar = in_r, bl = in_l, br = in_r;
     for (size_t pos = 0, n = 240; pos < in_l.size(); pos += n) {
       n = std::min<size_t>(240, in_l.size() - pos);

@@ -7,18 +7,20 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "kafx_proc/hp_effect.h"
 #include "support/log_capture.h"
+#include "support/variants.h"
 
 namespace {
 
 using V = std::vector<int32_t>;
 using kafx_test::LogCapture;
+using kafx_test::random_values;
+using Record = audio_effect_control_acdb_t;
 
 struct Hp {
   kafx_hp_effect_t* h;
@@ -49,21 +51,6 @@ struct Hp {
     smooth_volume_set_soft_volume(chain()->smooth_volume, gain);
   }
 };
-
-audio_effect_control_acdb_t record(int effect, int adapter, V data = {}) {
-  audio_effect_control_acdb_t r{};
-  r.effect_type = effect;
-  r.hpadapter_type = adapter;
-  std::copy(data.begin(), data.end(), r.effect_data);
-  return r;
-}
-
-V noise(size_t n, int lo, int hi, unsigned seed) {
-  std::mt19937 rng(seed);
-  V v(n);
-  for (auto& x : v) x = std::uniform_int_distribution<int>(lo, hi)(rng);
-  return v;
-}
 
 // Messages of the front end's own tag (the chain logs under another).
 std::vector<std::string> wrapper_lines(const LogCapture& log) {
@@ -107,11 +94,11 @@ TEST(HpFrontEnd, UnsupportedRatesBypassBitExactly) {
   for (unsigned rate : {44049u, 48051u, 96000u}) {
     for (int format : {1, 2, 3}) {
       Hp hp(rate, format);
-      const auto rec = record(5, 2, {3, 3, 3, 3, 3, 3, 3, 3, 3, 3});
-      kafx_hp_effect_set_parameters(hp.h, const_cast<audio_effect_control_acdb_t*>(&rec));
-      const V in = noise(2 * 1000, format == 1 ? -32768 : INT32_MIN, format == 1 ? 32767 : INT32_MAX, rate);
+      Record rec = {5, 2, {3, 3, 3, 3, 3, 3, 3, 3, 3, 3}};
+      kafx_hp_effect_set_parameters(hp.h, &rec);
+      const V in = random_values<int32_t>(2 * 1000, rate, format == 1 ? -32768 : INT32_MIN, format == 1 ? 32767 : INT32_MAX);
       EXPECT_EQ(hp.run(in, 333), in) << rate << " " << format;
-      audio_effect_control_acdb_t back{};
+      Record back{};
       kafx_hp_effect_get_parameters(hp.h, &back);
       EXPECT_EQ(0, std::memcmp(&back, &rec, sizeof rec)) << rate;
     }
@@ -151,11 +138,11 @@ TEST(HpFrontEnd, FadeSequenceBlockByBlock) {
   kedo_hp_effect_t* c = hp.chain();
   ASSERT_TRUE(c->fade_state == -1 && c->active == 1);
   log.clear();
-  const auto rec = record(3, 0);
-  kafx_hp_effect_set_parameters(hp.h, const_cast<audio_effect_control_acdb_t*>(&rec));
+  Record rec = {3, 0, {}};
+  kafx_hp_effect_set_parameters(hp.h, &rec);
   EXPECT_EQ(log.messages(), std::vector<std::string>{"kafx_hp_effect_set_parameters: effect 3 hpadapter 0"});
   EXPECT_EQ(c->fade_state, 6);
-  const V in = noise(2 * 240, -12000, 12000, 3);
+  const V in = random_values<int32_t>(2 * 240, 3, -12000, 12000);
   // After block k: fade state, target, parametric equalizer status, log lines of the chain so far.
   const int want[][4] = {{5, 0, 0, 1}, {4, 0, 0, 1}, {3, 0, 1, 2}, {2, 0, 1, 2},
                          {1, 8192, 1, 2}, {0, 8192, 1, 2}, {-1, 8192, 1, 2}, {-1, 8192, 1, 2}};
@@ -164,9 +151,7 @@ TEST(HpFrontEnd, FadeSequenceBlockByBlock) {
     EXPECT_EQ((V{c->fade_state, c->smooth_volume->target_gain, c->parameter_equalizer->status,
                  static_cast<int32_t>(log.all().size())}),
               (V{want[k][0], want[k][1], want[k][2], want[k][3]})) << "block " << k;
-    if (k == 3) {
-      EXPECT_EQ(c->smooth_volume->current_gain, 0);  // muted while the record changes
-    }
+    EXPECT_TRUE(k != 3 || c->smooth_volume->current_gain == 0) << "muted while the record changes";
   }
   EXPECT_EQ(c->smooth_volume->current_gain, 8192);
   EXPECT_TRUE(log.all()[1].tag == "kafx_hp_proc" && log.all()[1].priority == ANDROID_LOG_DEBUG);
@@ -206,7 +191,7 @@ TEST(HpFrontEnd, NullsAndPartialFrames) {
   hp.transparent(16384);
   kafx_hp_effect_process(hp.h, nullptr, 100);
   kafx_hp_effect_set_parameters(hp.h, nullptr);
-  auto untouched = record(9, 9);
+  Record untouched = {9, 9, {}};
   kafx_hp_effect_get_parameters(hp.h, &untouched);
   EXPECT_EQ(untouched.effect_type, 0);  // a real call: the record set so far (none)
   std::vector<int16_t> s16 = {100, -100, 200, -200, 300, 0x5555, 0x5555};

@@ -23,6 +23,16 @@ std::vector<int> gains(smooth_volume_t* v, int n, int block = 1 << 20) {
   return l;
 }
 
+// A smooth volume with setting n gliding from `from` to `to`.
+smooth_volume_t glide(int n, int from, int to) {
+  smooth_volume_t v{};
+  smooth_volume_init(&v);
+  smooth_volume_set_smooth_buffer_num(&v, n);
+  smooth_volume_set_volume(&v, to);
+  smooth_volume_set_soft_volume(&v, from);
+  return v;
+}
+
 TEST(SmoothVolume, InitAccessorsAndReset) {
   smooth_volume_t v{};
   smooth_volume_init(&v);
@@ -65,11 +75,7 @@ TEST(SmoothVolume, HandWorkedGlides) {
       {30, 8192, 0, {8192, 8191, 8190, 8189}},
   };
   for (const Case& c : cases) {
-    smooth_volume_t v{};
-    smooth_volume_init(&v);
-    smooth_volume_set_smooth_buffer_num(&v, c.n);
-    smooth_volume_set_volume(&v, c.target);
-    smooth_volume_set_soft_volume(&v, c.start);
+    smooth_volume_t v = glide(c.n, c.start, c.target);
     EXPECT_EQ(gains(&v, static_cast<int>(c.expect.size())), c.expect) << c.n << " " << c.start << " " << c.target;
   }
 }
@@ -77,13 +83,7 @@ TEST(SmoothVolume, HandWorkedGlides) {
 TEST(SmoothVolume, GlidesEndExactlyOnTheTargetInAnyBlockSplit) {
   for (int n : {0, 1, 2, 4}) {
     for (auto [from, to] : {std::pair{0, 8192}, {8192, 0}, {8192, 2000}, {100, 16384}, {-3000, 5000}}) {
-      smooth_volume_t a{}, b{};
-      for (smooth_volume_t* v : {&a, &b}) {
-        smooth_volume_init(v);
-        smooth_volume_set_smooth_buffer_num(v, n);
-        smooth_volume_set_volume(v, to);
-        smooth_volume_set_soft_volume(v, from);
-      }
+      smooth_volume_t a = glide(n, from, to), b = a;
       const std::vector<int> whole = gains(&a, 6000);
       EXPECT_EQ(gains(&b, 6000, 37), whole);
       EXPECT_EQ(a.current_gain, to);
@@ -98,8 +98,7 @@ TEST(SmoothVolume, GlidesEndExactlyOnTheTargetInAnyBlockSplit) {
 }
 
 TEST(SmoothVolume, ProductRuleAndIdleBlocks) {
-  smooth_volume_t v{};
-  smooth_volume_init(&v);
+  smooth_volume_t v = glide(2, 0, 0);
   // {gain, input, output}: 64-bit product, floor shift by 13, saturated; a
   // -1 stays -1 (this stage has no flush).
   const int rows[][3] = {{8192, 8388607, 8388607}, {8192, INT_MIN, INT_MIN}, {16384, INT_MAX, INT_MAX},
@@ -112,8 +111,7 @@ TEST(SmoothVolume, ProductRuleAndIdleBlocks) {
     EXPECT_TRUE(ol == r[2] && orr == r[2] && l == r[1]) << r[0] << " " << r[1];  // inputs untouched
   }
   // count < 1 changes neither samples nor the gain.
-  smooth_volume_set_volume(&v, 8192);
-  smooth_volume_set_soft_volume(&v, 0);
+  v = glide(2, 0, 8192);
   int z = 55;
   smooth_volume_process(&v, &z, &z, &z, &z, 0);
   smooth_volume_process(&v, &z, &z, &z, &z, -2);
