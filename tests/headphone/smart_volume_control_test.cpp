@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <numbers>
@@ -21,13 +20,12 @@
 
 namespace {
 
-using Set = std::array<int, 5>;
-
 using kafx::kSmartVolumeFilters;
-Set coef(const IIR_t* f) { return {f->coef[0], f->coef[1], f->coef[2], f->coef[3], f->coef[4]}; }
-Set row(int rate, int f) {
-  const int32_t* r = kSmartVolumeFilters[rate][f];
-  return {r[0], r[1], r[2], r[3], r[4]};
+
+// Both channels' measuring filter f hold set f of table row `row`.
+bool holds(const smart_volume_control_t& s, int row, int f) {
+  const int32_t* want = kSmartVolumeFilters[row][f];
+  return std::equal(want, want + 5, s.lp_left[f]->coef) && std::equal(want, want + 5, s.lp_right[f]->coef);
 }
 
 struct Svc {
@@ -48,8 +46,7 @@ TEST(SmartVolume, DefaultsRatesLevelAndReset) {
     s.lp_left[1]->state[3] = 77;
     smart_volume_control_set_sample_rate(&s, static_cast<SampleRateType>(r[0]));
     EXPECT_EQ(s.lp_left[1]->state[3], 0);  // history cleared
-    for (int f = 0; f < 3; ++f)
-      EXPECT_TRUE(coef(s.lp_left[f]) == row(r[1], f) && coef(s.lp_right[f]) == row(r[1], f)) << r[0] << " " << f;
+    for (int f = 0; f < 3; ++f) EXPECT_TRUE(holds(s, r[1], f)) << r[0] << " " << f;
   }
   // p = level^2 * 67277003: threshold p >> 34, reference p >> 26, energy p >> 28.
   EXPECT_TRUE(s.threshold == 262800 && s.reference == 67277003 && s.energy == 16819250);
@@ -78,7 +75,7 @@ struct Model {
   int64_t gain = 0, peak_env = 0, energy, threshold, reference;
   int attack = 3, release = 7, weights[4] = {3, 1, 0, 2};
   int hits[5] = {0, 0, 0, 0, 0};  // quiet hold, dead band, cut, boost, peak guard
-  std::array<IIR_t, 6> lp{};  // left low, mid, high, right low, mid, high
+  IIR_t lp[6]{};  // left low, mid, high, right low, mid, high
   explicit Model(int rate_row) {
     const int64_t p = int64_t{8192} * 8192 * 67277003;
     threshold = p >> 34, reference = p >> 26, energy = p >> 28;
@@ -153,21 +150,15 @@ struct Model {
 // guard), a tone in the dead band, a very loud one (cut), noise; blocks of
 // uneven lengths including empty ones.
 std::vector<int> programme(int n, double fs, unsigned seed, double scale) {
+  // Segments of 4800 samples: {tone amplitude, tone frequency, noise amplitude, click every 997 samples}.
+  const double segments[6][4] = {{0, 0, 0, 0},          {20000, 300, 0, 0},       {300000, 700, 0, 8300000},
+                                 {3000000, 1000, 50000, 0}, {7000000, 3000, 0, 0}, {0, 0, 2000000, 0}};
   std::mt19937 rng(seed);
   std::normal_distribution<double> g(0, 1);
   std::vector<int> x(n);
   for (int i = 0; i < n; ++i) {
-    const int seg = i / 4800;
-    const double t = i / fs;
-    double v = 0;
-    switch (seg % 6) {
-      case 0: v = 0; break;
-      case 1: v = 20000 * std::sin(2 * std::numbers::pi * 300 * t); break;
-      case 2: v = 300000 * std::sin(2 * std::numbers::pi * 700 * t) + ((i % 997) == 0 ? 8300000 : 0); break;
-      case 3: v = 3000000 * std::sin(2 * std::numbers::pi * 1000 * t) + 50000 * g(rng); break;
-      case 4: v = 7000000 * std::sin(2 * std::numbers::pi * 3000 * t); break;
-      default: v = 2000000 * g(rng); break;
-    }
+    const double* k = segments[i / 4800 % 6];
+    const double v = k[0] * std::sin(2 * std::numbers::pi * k[1] * i / fs) + k[2] * g(rng) + (i % 997 == 0 ? k[3] : 0);
     x[i] = static_cast<int>(std::clamp(v * scale, -8388608.0, 8388607.0));
   }
   return x;
