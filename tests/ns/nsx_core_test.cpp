@@ -1,6 +1,7 @@
 // Noise suppressor core: the published fixed-point suppressor's outputs on
 // the test signals (reference outputs recorded from that suppressor, built
-// separately), the rate table and defaults, policies, the silent-frame path,
+// separately; they cover the rate table, the defaults and the policies), the
+// band record, refused policies, the silent-frame path,
 // the wiring of the band post-processing into the prior, the null and -1
 // cases, and instances on several threads at once.
 #include <gtest/gtest.h>
@@ -96,42 +97,16 @@ TEST(NsxCore, ReferenceSuppressorOutputs) {
   }
 }
 
-TEST(NsxCore, RateTableAndDefaults) {
-  struct {
-    unsigned fs;
-    int block, ana, stages, bins;
-    const int16_t* window;
-  } const rows[] = {{8000, 80, 128, 7, 65, kafx::nsx::kWindow128},
-                    {16000, 160, 256, 8, 129, kafx::nsx::kWindow256},
-                    {32000, 160, 256, 8, 129, kafx::nsx::kWindow256}};
-  for (const auto& r : rows) {
-    NsPtr ns = make_ns(r.fs, 0);
-    NsxInst_t_* p = ns.get();
-    EXPECT_EQ(p->block_len, r.block);
-    EXPECT_EQ(p->ana_len, r.ana);
-    EXPECT_EQ(p->stages, r.stages);
-    EXPECT_EQ(p->magn_len, r.bins);
-    EXPECT_EQ(p->window, r.window);
-    EXPECT_EQ(p->init_flag, 1);
-    ASSERT_NE(p->bp_info, nullptr);
-    EXPECT_EQ(p->bp_info->bin_count, r.bins);
-    for (int i = 0; i < 3 * r.bins; i++) {
-      ASSERT_EQ(p->noise_est_log_quantile[i], 2048);
-      ASSERT_EQ(p->noise_est_density[i], 153);
-    }
-    EXPECT_EQ(p->noise_est_counter[0], 66);
-    EXPECT_EQ(p->noise_est_counter[1], 133);
-    EXPECT_EQ(p->noise_est_counter[2], 200);
-    for (int i = 0; i < r.bins; i++) ASSERT_EQ(p->noise_sup_filter[i], 16384);
-    EXPECT_EQ(p->prior_non_speech_prob, 8192);
-    EXPECT_EQ(p->aggr_mode, 0);
-    EXPECT_EQ(p->overdrive, 256);
-    EXPECT_EQ(p->denoise_bound, 8192);
-    EXPECT_EQ(p->gain_map, 0);
+// What the reference comparison cannot see: the band post-processing record
+// sized for the rate, and the flag that lets process run.
+TEST(NsxCore, RateTableAndBandRecord) {
+  for (auto [fs, bins] : {std::pair{8000u, 65}, {16000u, 129}, {32000u, 129}}) {
+    NsPtr ns = make_ns(fs, 0);
+    EXPECT_EQ(ns->magn_len, bins);
+    EXPECT_EQ(ns->init_flag, 1);
+    ASSERT_NE(ns->bp_info, nullptr);
+    EXPECT_EQ(ns->bp_info->bin_count, bins);
   }
-  // The record's head and tail as the owning chain reads them.
-  EXPECT_EQ(offsetof(NsxInst_t_, canceling_status), 0u);
-  EXPECT_EQ(offsetof(NsxInst_t_, bp_info) + sizeof(void*), sizeof(NsxInst_t_));
 }
 
 // The formula tables, re-derived; the stated window and gain-table values.
@@ -164,30 +139,14 @@ TEST(NsxCore, TablesFollowTheirFormulas) {
   }
 }
 
-TEST(NsxCore, PoliciesAndRejectedModes) {
-  struct {
-    int mode;
-    int overdrive, floor;
-    const int16_t* table;
-  } const rows[] = {{0, 256, 8192, nullptr},
-                    {1, 256, 4096, kafx::nsx::kFactor2Aggressiveness1},
-                    {2, 282, 2048, kafx::nsx::kFactor2Aggressiveness2},
-                    {3, 320, 1475, kafx::nsx::kFactor2Aggressiveness3}};
-  NsPtr ns = make_ns(16000, 0);
-  for (const auto& r : rows) {
-    ASSERT_EQ(kedoNs_set_policy_core(ns.get(), r.mode), 0);
-    EXPECT_EQ(ns->aggr_mode, r.mode);
-    EXPECT_EQ(ns->overdrive, r.overdrive);
-    EXPECT_EQ(ns->denoise_bound, r.floor);
-    EXPECT_EQ(ns->gain_map, r.table ? 1 : 0);
-    if (r.table) {
-      EXPECT_EQ(ns->factor2_table, r.table);
-    }
-  }
+// Values outside 0..3 are refused and leave the policy in force.
+TEST(NsxCore, RejectedPolicies) {
+  NsPtr ns = make_ns(16000, 3);
   for (int bad : {4, -1, 1 << 30, -2147483647 - 1}) {
     EXPECT_EQ(kedoNs_set_policy_core(ns.get(), bad), -1) << bad;
     EXPECT_EQ(ns->aggr_mode, 3);
     EXPECT_EQ(ns->overdrive, 320);
+    EXPECT_EQ(ns->factor2_table, kafx::nsx::kFactor2Aggressiveness3);
   }
 }
 
@@ -290,7 +249,7 @@ TEST(NsxCore, SilentFrameIsAnalysisAndSynthesisOnly) {
 
 // The prior comes from the band post-processing alone: a shadow record fed
 // the same input peaks and the frame's magnitude spectrum gives the prior
-// the core uses, (32767 - presence) >> 1; the output fades in from gain 0.
+// the core uses, (32767 - presence) >> 1; the output has faded in.
 TEST(NsxCore, PriorFollowsBandPostProcessing) {
   for (unsigned fs : {8000u, 16000u}) {
     NsPtr ns = make_ns(fs, 3);
@@ -306,10 +265,6 @@ TEST(NsxCore, PriorFollowsBandPostProcessing) {
       const int16_t p = static_cast<int16_t>(
           BP_ns_app(shadow, ns->prev_magn, ns->sum_magn, static_cast<short>(ns->prev_q_magn)));
       ASSERT_EQ(ns->prior_non_speech_prob, (32767 - p) >> 1) << "frame " << f;
-      if (f == 0) {
-        // First block: gain 0, 50, 100, ... per sample.
-        for (int i = 0; i < blen; i++) EXPECT_LE(std::abs(out[static_cast<size_t>(i)]), (50 * i * 32768) >> 15);
-      }
     }
     EXPECT_EQ(ns->bp_info->post_gain, 32767);  // faded in
     BP_ns_delete(shadow);
@@ -356,21 +311,16 @@ TEST(NsxCore, ExtremeInputsThenSilence) {
 // The process-wide routine pointers are constant-initialised to the plain
 // routines and keep those values across initialisations.
 TEST(NsxCore, RoutinePointersKeepTheirValues) {
-  const void* before[] = {reinterpret_cast<void*>(kedoNsx_NoiseEstimation),
-                          reinterpret_cast<void*>(kedoNsx_PrepareSpectrum),
-                          reinterpret_cast<void*>(kedoNsx_SynthesisUpdate),
-                          reinterpret_cast<void*>(kedoNsx_AnalysisUpdate),
-                          reinterpret_cast<void*>(kedoNsx_Denormalize),
-                          reinterpret_cast<void*>(kedoNsx_CreateComplexBuffer)};
+  auto pointers = [] {
+    return std::vector<const void*>{
+        reinterpret_cast<void*>(kedoNsx_NoiseEstimation), reinterpret_cast<void*>(kedoNsx_PrepareSpectrum),
+        reinterpret_cast<void*>(kedoNsx_SynthesisUpdate), reinterpret_cast<void*>(kedoNsx_AnalysisUpdate),
+        reinterpret_cast<void*>(kedoNsx_Denormalize), reinterpret_cast<void*>(kedoNsx_CreateComplexBuffer)};
+  };
+  const std::vector<const void*> before = pointers();
   for (const void* p : before) EXPECT_NE(p, nullptr);
   NsPtr ns = make_ns(8000, 1);
-  const void* after[] = {reinterpret_cast<void*>(kedoNsx_NoiseEstimation),
-                         reinterpret_cast<void*>(kedoNsx_PrepareSpectrum),
-                         reinterpret_cast<void*>(kedoNsx_SynthesisUpdate),
-                         reinterpret_cast<void*>(kedoNsx_AnalysisUpdate),
-                         reinterpret_cast<void*>(kedoNsx_Denormalize),
-                         reinterpret_cast<void*>(kedoNsx_CreateComplexBuffer)};
-  for (int i = 0; i < 6; i++) EXPECT_EQ(before[i], after[i]) << i;
+  EXPECT_EQ(pointers(), before);
 }
 
 // Many instances initialised and run on several threads at once give the
