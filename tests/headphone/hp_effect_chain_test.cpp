@@ -214,14 +214,11 @@ TEST(HpChain, CoreProcessIsTheBlocksInOrder) {
   const smart_volume_control_param_acdb_t svc = {1, 8192, 3, 7};
   const equalizer_params geq = {1, {6, 5, 3, 0, -2, -3, 0, 2, 4, 6}};
   const reverb_param_acdb_t rev = {1, 6000, 3000, 3000, 6000, 8192, 200};
-  param_eq_param_acdb_t peq{};
+  param_eq_param_acdb_t peq = kafx::kHpParametricPreset[1];  // unequal channels and gains
+  std::memcpy(peq.right_band, kafx::kHpAdapterTable[1][3].right_band, sizeof peq.right_band);
   peq.status = 1;
   peq.gain_left = 12000;
   peq.gain_right = 6000;
-  for (int k = 0; k < 10; ++k) {
-    std::memcpy(peq.left_band[k], kafx::kHpParametricPreset[1].left_band[k], sizeof peq.left_band[k]);
-    std::memcpy(peq.right_band[k], kafx::kHpAdapterTable[1][3].right_band[k], sizeof peq.right_band[k]);
-  }
   const std::tuple<const char*, Prepare, int> cases[] = {
       {"balance, graphic eq, reverb, smart volume",
        [&](Chain& ch) {

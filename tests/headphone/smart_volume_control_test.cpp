@@ -111,16 +111,12 @@ struct Model {
     int64_t g;
     if (threshold < e) {
       energy += (e - energy) >> (energy < e ? attack : release);
-      if (reference / 2 <= energy && energy <= 2 * reference) {
-        g = 8192;
-        ++hits[1];
-      } else {
-        const int64_t m = energy > 2 * reference ? 640 : 448;
-        ++hits[m == 640 ? 2 : 3];
-        const int64_t q = 2 * ((m * reference) / energy);
-        g = int64_t{static_cast<int>(std::sqrt(static_cast<double>(q)))} << 8;
-        if (q > 65535) g = int64_t{sqrt_fixed(static_cast<unsigned>(q))} << 8;  // outside its 16-bit range
-      }
+      // Dead band, cut (towards 1.25 times the reference) or boost (towards 0.875 times).
+      const int region = energy > 2 * reference ? 2 : (energy < reference / 2 ? 3 : 1);
+      ++hits[region];
+      const int64_t q = region == 1 ? 0 : 2 * (((region == 2 ? 640 : 448) * reference) / energy);
+      g = region == 1 ? 8192 : int64_t{static_cast<int>(std::sqrt(static_cast<double>(q)))} << 8;
+      if (q > 65535) g = int64_t{sqrt_fixed(static_cast<unsigned>(q))} << 8;  // outside its 16-bit range
       g = std::clamp<int64_t>(g, 2048, 32768);
       const int64_t p = sat((g * peak_env) >> 13);
       if (p >= 32769) {
