@@ -138,9 +138,9 @@ TEST(GraphicEq, GainStageWiringAndEmptyBlocks) {
   Bands b = pass_through();
   // {gain, input, output} through ten unity sections (the product rule itself
   // is checked in the arithmetic tests): the gain stage flushes -1 and
-  // saturates; the first section's x32 input saturates too.
+  // saturates, and the first section's x32 input saturates after it.
   const int rows[][3] = {{4096, -1, 0}, {16384, -1, -2}, {16384, INT32_MAX, INT32_MAX >> 5},
-                         {16384, INT32_MIN, INT32_MIN >> 5}, {8192, 70000000, 67108863}};
+                         {16384, INT32_MIN, INT32_MIN >> 5}};
   e.set(b);
   for (auto& r : rows) {
     e.eq.gain = r[0];
