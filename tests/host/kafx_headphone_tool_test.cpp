@@ -7,36 +7,14 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/host/tool_harness.h"
 #include "kafx_proc/hp_effect.h"
 
+namespace kafx_test {
 namespace {
-
-using kafx_test::read_wav;
-using kafx_test::run_tool;
-using kafx_test::Wav;
-using kafx_test::write_wav;
-
-// A busy programme (two tones, a bass note and noise) in `bits`-wide full-scale samples.
-Wav programme(int rate, int channels, int bits, size_t frames) {
-  Wav w{rate, channels, bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32, {}};
-  const uint32_t mask = ~0u << (32 - bits);
-  uint32_t seed = 12345;
-  for (size_t f = 0; f < frames; ++f) {
-    for (int c = 0; c < channels; ++c) {
-      seed = seed * 1664525u + 1013904223u;
-      const double t = static_cast<double>(f) / rate;
-      const double v = 0.3 * std::sin(2 * M_PI * 80 * t) + 0.2 * std::sin(2 * M_PI * (700 + 300 * c) * t) +
-                       0.1 * std::sin(2 * M_PI * 5000 * t) + 0.05 * (static_cast<int32_t>(seed) / 2147483648.0);
-      w.samples.push_back(static_cast<int32_t>(static_cast<uint32_t>(std::lround(v * 2147483647.0)) & mask));
-    }
-  }
-  return w;
-}
 
 // The front end driven directly on a 16-bit stereo programme: calls of 480 frames over the input and a zero tail
 // (every call whole, as from a host), the output read two 5 ms frames (the compressor's look-ahead) later.
@@ -63,7 +41,7 @@ audio_effect_control_acdb_t record(int effect, int adapter, std::vector<int> dat
   return r;
 }
 
-class KafxHeadphoneToolTest : public kafx_test::ToolTest {
+class KafxHeadphoneToolTest : public ToolTest {
  protected:
   Wav run(const Wav& in, const std::string& options, std::string* text = nullptr) {
     return ToolTest::run("headphone", in, options, text);
@@ -86,7 +64,7 @@ TEST_F(KafxHeadphoneToolTest, PresetsAndAdaptersEqualTheFrontEnd) {
   };
   for (int a = 1; a <= 7; ++a) cases.push_back({"--adapter " + std::to_string(a), record(0, a), 48000});
   for (const auto& c : cases) {
-    const Wav in = programme(c.rate, 2, 16, 4000);
+    const Wav in = noise(c.rate, 2, 4000);
     std::string text;
     const Wav out = run(in, c.options, &text);
     EXPECT_TRUE(out.samples == direct(in, c.rec)) << c.options;
@@ -98,7 +76,7 @@ TEST_F(KafxHeadphoneToolTest, PresetsAndAdaptersEqualTheFrontEnd) {
 
 // --save-record writes a readable record; --record reads it back (the options then replace their own fields).
 TEST_F(KafxHeadphoneToolTest, RecordFilesRoundTrip) {
-  const Wav in = programme(48000, 2, 16, 3000);
+  const Wav in = noise(48000, 2, 3000);
   const Wav a = run(in, "--geq 1,2,3,4,5,6,7,8,9,10 --adapter 3 --save-record " + path("rec.txt"));
   const std::string text = read_text("rec.txt");
   for (const char* line : {"effect_type = 5\n", "hpadapter_type = 3\n", "effect_data[9] = 10  #", "effect_data[28] = 0\n"})
@@ -106,21 +84,18 @@ TEST_F(KafxHeadphoneToolTest, RecordFilesRoundTrip) {
   EXPECT_TRUE(run(in, "--record " + path("rec.txt")).samples == a.samples);
   EXPECT_TRUE(run(in, "--record " + path("rec.txt") + " --effect 3 --adapter 0").samples ==
               direct(in, record(3, 0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10})));
-  std::ofstream(path("hand.txt")) << "# by hand\neffect_type = 5\n\n  effect_data[0]=  -4  # bass\n";
-  EXPECT_TRUE(run(in, "--record " + path("hand.txt")).samples == direct(in, record(5, 0, {-4})));
+  EXPECT_TRUE(run(in, "--record " + write("hand.txt", "# by hand\neffect_type = 5\n\n  effect_data[0]=  -4  # bass\n"))
+                  .samples == direct(in, record(5, 0, {-4})));
 }
 
-// Rates outside 44050..48050 Hz: the file comes back bit for bit.
-TEST_F(KafxHeadphoneToolTest, BypassedRatesAreCopied) {
+// Rates outside 44050..48050 Hz: a 32-bit file comes back bit for bit. A mono
+// file feeds both sides and takes the left result.
+TEST_F(KafxHeadphoneToolTest, BypassedRatesAndMono) {
   for (int rate : {96000, 32000, 44049}) {
-    const Wav in = programme(rate, 2, 32, 2000);
+    const Wav in{rate, 2, SF_FORMAT_PCM_32, extremes_then_noise(4000, 32)};
     EXPECT_TRUE(run(in, "--effect 5 --adapter 1").samples == in.samples) << rate;
   }
-}
-
-// A mono file feeds both sides and takes the left result.
-TEST_F(KafxHeadphoneToolTest, MonoFeedsBothSides) {
-  const Wav mono = programme(44100, 1, 16, 3000);
+  const Wav mono = noise(44100, 1, 3000);
   Wav stereo{44100, 2, SF_FORMAT_PCM_16, {}};
   for (int32_t s : mono.samples) stereo.samples.insert(stereo.samples.end(), {s, s});
   const std::vector<int32_t> both = direct(stereo, record(0, 5));
@@ -129,19 +104,16 @@ TEST_F(KafxHeadphoneToolTest, MonoFeedsBothSides) {
   for (size_t f = 0; f < mono.samples.size(); ++f) ASSERT_EQ(out.samples[f], both[2 * f]) << f;
 }
 
-TEST_F(KafxHeadphoneToolTest, BuiltInExcerpt) {
+// The built-in excerpt (its writer is the speaker command's, checked there) is processed; bad arguments exit
+// with 2, unusable files with 1, and leave no output.
+TEST_F(KafxHeadphoneToolTest, BuiltInExcerptAndErrors) {
   std::string text;
   ASSERT_EQ(run_tool("headphone --effect 3 " + path("result.wav"), &text), 0) << text;
-  const Wav in = read_wav(path("default_in.wav")), out = read_wav(path("result.wav"));
-  EXPECT_TRUE(in.rate == 48000 && in.channels == 2 && out.samples.size() == in.samples.size());
-  EXPECT_TRUE(out.samples == direct(in, record(3, 0)));
-}
-
-// Bad arguments exit with 2, unusable files with 1, and leave no output.
-TEST_F(KafxHeadphoneToolTest, Errors) {
-  write_wav(path("ok.wav"), programme(48000, 2, 16, 100));
-  std::ofstream(path("bad.txt")) << "effect_type = 5\nvolume = 3\n";
-  std::ofstream(path("twice.txt")) << "effect_type = 5\neffect_type = 3\n";
+  const Wav excerpt = read_wav(path("default_in.wav"));
+  EXPECT_TRUE(read_wav(path("result.wav")).samples == direct(excerpt, record(3, 0)));
+  write_wav(path("ok.wav"), noise(48000, 2, 100));
+  write("bad.txt", "effect_type = 5\nvolume = 3\n");
+  write("twice.txt", "effect_type = 5\neffect_type = 3\n");
   const std::string out = " " + path("never.wav"), io = " " + path("ok.wav") + out;
   expect_exit_codes({{"headphone", 2}, {"headphone --effect 6" + io, 2}, {"headphone --adapter 8" + io, 2},
                      {"headphone --reverb 1,2,3" + io, 2}, {"headphone --geq 16,0,0,0,0,0,0,0,0,0" + io, 2},
@@ -152,3 +124,4 @@ TEST_F(KafxHeadphoneToolTest, Errors) {
 }
 
 }  // namespace
+}  // namespace kafx_test

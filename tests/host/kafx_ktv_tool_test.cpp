@@ -14,27 +14,10 @@
 #include "kafx_proc/ktv.h"
 #include "tests/host/tool_harness.h"
 
+namespace kafx_test {
 namespace {
 
-using kafx_test::read_wav;
-using kafx_test::run_tool;
-using kafx_test::Wav;
-
-// A voice-like mono 16-bit signal: gliding harmonics in bursts, full-scale codes.
-std::vector<int16_t> voice16(size_t n) {
-  std::vector<int16_t> s(n);
-  double phase = 0;
-  for (size_t i = 0; i < n; ++i) {
-    phase += 2 * M_PI * (200.0 + 40.0 * std::sin(i * 2e-4)) / 48000.0;
-    const double env = (i / 6000) % 2 == 0 ? 0.8 : 0.2;
-    s[i] = static_cast<int16_t>(std::lround(32767.0 * env * (0.6 * std::sin(phase) + 0.3 * std::sin(3 * phase))));
-  }
-  s[0] = 32767;
-  s[1] = -32768;
-  return s;
-}
-
-class KafxKtvToolTest : public kafx_test::ToolTest {};
+using KafxKtvToolTest = ToolTest;
 
 // Each option: the file equals the front end given the same calls (the tool
 // switches off the echo unless asked), and differs from the plain copy.
@@ -58,11 +41,20 @@ TEST_F(KafxKtvToolTest, EachOptionEqualsTheFrontEndAndIsAudible) {
       {"--compressor --voice-gain 16384", {{kafx_ktv_compressor_enable, 1}, {kafx_ktv_set_voice_gain, 16384}}},
       {"--howling", {{kafx_ktv_hw_howling_canceling_enable, 1}}},
   };
-  auto v = voice16(48000 * 2);
-  for (size_t i = 30000; i < v.size(); ++i)  // a steady whistle for the canceller
-    v[i] = static_cast<int16_t>(v[i] / 2 + std::lround(12000 * std::sin(2 * M_PI * 1500.0 * i / 48000.0)));
+  // A voice-like signal (gliding harmonics in bursts, from full-scale codes on), then a steady whistle for the
+  // canceller over it.
+  std::vector<int16_t> v(48000 * 2);
   Wav in{48000, 1, SF_FORMAT_PCM_16, {}};
-  for (int16_t x : v) in.samples.push_back(x * 65536);
+  double phase = 0;
+  for (size_t i = 0; i < v.size(); ++i) {
+    phase += 2 * M_PI * (200.0 + 40.0 * std::sin(i * 2e-4)) / 48000.0;
+    const double voice = ((i / 6000) % 2 == 0 ? 0.8 : 0.2) * (0.6 * std::sin(phase) + 0.3 * std::sin(3 * phase));
+    const double whistle = i < 30000 ? 0 : 12000 * std::sin(2 * M_PI * 1500.0 * i / 48000.0);
+    v[i] = static_cast<int16_t>(i == 0   ? 32767
+                                : i == 1 ? -32768
+                                         : std::lround(32767.0 * voice * (i < 30000 ? 1 : 0.5)) + std::lround(whistle));
+    in.samples.push_back(v[i] * 65536);
+  }
   for (const auto& [options, calls] : rows) {
     const Wav out = run("ktv", in, options);
     ASSERT_EQ(out.samples.size(), 2 * v.size()) << options;
@@ -123,3 +115,4 @@ TEST_F(KafxKtvToolTest, BuiltInVoiceAndErrors) {
 }
 
 }  // namespace
+}  // namespace kafx_test

@@ -14,28 +14,12 @@
 
 #include "tests/host/tool_harness.h"
 
+namespace kafx_test {
 namespace {
 
 namespace fs = std::filesystem;
-using kafx_test::extremes_then_noise;
-using kafx_test::read_wav;
-using kafx_test::run_tool;
-using kafx_test::Wav;
-using kafx_test::source_dir;
-using kafx_test::write_wav;
 
-std::string speaker_xml() { return source_dir() + "/examples/speaker.xml"; }
-
-// Stereo (or `channels`) white noise at about -20 dBFS, 16-bit values.
-Wav noise(int rate, int channels, size_t frames, int subtype = SF_FORMAT_PCM_16) {
-  Wav w{rate, channels, subtype, {}};
-  uint32_t seed = 12345u;
-  for (size_t i = 0; i < frames * static_cast<size_t>(channels); ++i) {
-    seed = seed * 1664525u + 1013904223u;
-    w.samples.push_back(static_cast<int32_t>((seed >> 16) % 6554) * 65536 - 3277 * 65536);
-  }
-  return w;
-}
+std::string speaker_xml() { return source_file("examples/speaker.xml"); }
 
 // Lag (output relative to input, in frames, within +-max_lag) at which the
 // cross-correlation of channel 0 is largest.
@@ -56,7 +40,7 @@ long best_lag(const Wav& in, const Wav& out, long max_lag) {
   return best;
 }
 
-class KafxStreamTest : public kafx_test::ToolTest {
+class KafxStreamTest : public ToolTest {
  protected:
   // No temporary or output file is left in the folder besides the given ones.
   void expect_only(std::vector<std::string> names) {
@@ -248,7 +232,7 @@ TEST_F(KafxStreamTest, StandardInputAndOutput) {
   const std::string xml = speaker_xml();
   const Wav in = noise(48000, 2, 9000);
   const Wav by_file = run("speaker", in, "--config " + xml);
-  const std::string tool = kafx_test::program_command(kafx_test::tool_path().string());  // the emulator on a cross build
+  const std::string tool = program_command(tool_path().string());  // the emulator on a cross build
   const std::string cmd = "cat " + path("in.wav") + " | " + tool + " speaker --config " + xml + " - - > " +
                           path("piped.wav") + " 2>" + path("err.txt");
   ASSERT_EQ(std::system(cmd.c_str()), 0);
@@ -269,3 +253,4 @@ TEST_F(KafxStreamTest, FailureLeavesNothingBehind) {
 }
 
 }  // namespace
+}  // namespace kafx_test

@@ -7,27 +7,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/host/tool_harness.h"
 
+namespace kafx_test {
 namespace {
 
-using kafx_test::extremes_then_noise;
-using kafx_test::read_wav;
-using kafx_test::run_tool;
-using kafx_test::Wav;
-using kafx_test::write_wav;
-
-std::string repeat(const std::string& s, int n) {
-  std::string out;
-  while (n-- > 0) out += s;
-  return out;
-}
-
-class KafxToolTest : public kafx_test::ToolTest {};
+using KafxToolTest = ToolTest;
 
 // Equalizer on, input gain 4096 (one half in Q13), pass-through bands (b0 = 1.0 in Q28): x * 128
 // in the working format returns as (x * 128 + 128) >> 8 = floor((x + 1) / 2), from --peq and --config alike.
@@ -38,9 +26,8 @@ TEST_F(KafxToolTest, ParameterStringsAndConfigurationAreApplied) {
   ASSERT_EQ(by_string.size(), in.samples.size());
   for (size_t i = 0; i < by_string.size(); ++i) ASSERT_EQ(by_string[i], half(in.samples[i])) << i;
   const std::string bands = "1;10000000;0;0;0;0" + repeat(";1;10000000;0;0;0;0", 9);
-  std::ofstream(path("eq.xml")) << "<kafxsp><sbs><channel_num>2</channel_num></sbs><peq><enable>1</enable><gain>"
-                                << "1000;1000</gain><Lfilter>" << bands << "</Lfilter><Rfilter>" << bands
-                                << "</Rfilter></peq></kafxsp>";
+  write("eq.xml", "<kafxsp><sbs><channel_num>2</channel_num></sbs><peq><enable>1</enable><gain>1000;1000</gain><Lfilter>" +
+                      bands + "</Lfilter><Rfilter>" + bands + "</Rfilter></peq></kafxsp>");
   EXPECT_TRUE(run("speaker", in, "--config " + path("eq.xml")).samples == by_string);
 }
 
@@ -59,16 +46,16 @@ TEST_F(KafxToolTest, DefaultSignalModeWritesInputAndOutput) {
 // (--strict on a warned rate: kafx_stream_test.cpp.)
 TEST_F(KafxToolTest, ErrorsGiveNonZeroExitCodes) {
   write_wav(path("ok.wav"), Wav{48000, 2, SF_FORMAT_PCM_16, extremes_then_noise(200, 16)});
-  std::ofstream(path("bad.xml")) << "<kafxsp><sbs>\n"; // not well-formed
-  const std::string out = std::string(" ") += path("never.wav"), io = (std::string(" ") += path("ok.wav")) += out;
+  write("bad.xml", "<kafxsp><sbs>\n"); // not well-formed
+  const std::string out = " " + path("never.wav"), io = " " + path("ok.wav") + out;
   expect_exit_codes({
       {"", 2}, {"frobnicate", 2}, {"speaker", 2}, {"speaker --format 20" + io, 2}, {"speaker --block 0" + io, 2},
       {"speaker --bogus" + io, 2}, {"speaker --sbs 1,2,3" + io, 2}, {"speaker " + path("missing.wav") + out, 1},
-      {"speaker --peq " + repeat("1,", 122) + "x" + io, 2},
-      {"speaker --config " + path("bad.xml") + io, 1},
+      {"speaker --peq " + repeat("1,", 122) + "x" + io, 2}, {"speaker --config " + path("bad.xml") + io, 1},
       {"speaker --config " + path("missing.xml") + out, 1}}, // checked before the built-in input is written
       path("never.wav"));
   EXPECT_FALSE(std::filesystem::exists(path("default_in.wav")));
 }
 
-} // namespace
+}  // namespace
+}  // namespace kafx_test

@@ -12,24 +12,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "support/program_command.h"
+#include "support/source_files.h"
 
 namespace kafx_test {
 
 // The tool in the build tree, beside the test programs' folder.
 inline std::filesystem::path tool_path() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../tools/kafx";
-}
-
-// The source tree (examples/ and the shipped configurations).
-inline std::string source_dir() {
-  const char* root = std::getenv("KAFX_SOURCE_DIR");
-  return root != nullptr ? root : ".";
 }
 
 // Runs `kafx ARGS` (through the emulator on a cross build); returns the exit
@@ -73,6 +67,17 @@ inline std::vector<int32_t> extremes_then_noise(size_t count, int bits) {
   return out;
 }
 
+// Stereo (or `channels`) white noise at about -20 dBFS, 16-bit values.
+inline Wav noise(int rate, int channels, size_t frames, int subtype = SF_FORMAT_PCM_16) {
+  Wav w{rate, channels, subtype, {}};
+  uint32_t seed = 12345u;
+  for (size_t i = 0; i < frames * static_cast<size_t>(channels); ++i) {
+    seed = seed * 1664525u + 1013904223u;
+    w.samples.push_back(static_cast<int32_t>((seed >> 16) % 6554) * 65536 - 3277 * 65536);
+  }
+  return w;
+}
+
 // A scratch folder of the test's own, removed afterwards; skipped when the
 // tool is not built.
 class ToolTest : public ::testing::Test {
@@ -83,9 +88,12 @@ class ToolTest : public ::testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(dir_, ec_); }
   std::string path(const std::string& name) const { return (dir_ / name).string(); }
-  std::string read_text(const std::string& name) const {
-    std::ifstream f(path(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
+  std::string read_text(const std::string& name) const { return slurp(path(name)); }
+  // Writes `text` to the scratch file `name` (its folder created); returns its path.
+  std::string write(const std::string& name, const std::string& text) const {
+    std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
+    std::ofstream(path(name), std::ios::binary) << text;
+    return path(name);
   }
 
   // Runs `kafx CMD OPTIONS in.wav out.wav` on `in` and expects exit `code`;

@@ -6,68 +6,48 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "kafx_proc/speaker_boost.h"
 #include "support/alloc_hooks.h"
+#include "support/source_files.h"
+#include "support/variants.h"
 
 namespace {
 
 using kafx_test::AllocCounter;
-
-std::string example_config() {
-  const char* root = std::getenv("KAFX_SOURCE_DIR");
-  return std::string(root != nullptr ? root : ".") + "/examples/speaker.xml";
-}
-
-std::vector<int32_t> noise(size_t n, int32_t lo, int32_t hi, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int32_t> d(lo, hi);
-  std::vector<int32_t> v(n);
-  for (auto& x : v) x = d(rng);
-  return v;
-}
+const std::string kExample = kafx_test::source_file("examples/speaker.xml");
 
 // Every process call of the front end, with the example tuning loaded (every
 // block on), for each host format, channel count and rate, with buffer sizes
-// that leave partial blocks in the FIFOs.
-TEST(SpeakerAlloc, FrontEndProcessNeverAllocates) {
+// that leave partial blocks in the FIFOs; then the chain's and the boost
+// system's own process entry points.
+TEST(SpeakerAlloc, ProcessNeverAllocates) {
   for (int format : {1, 2, 3})
     for (unsigned channels : {1u, 2u})
       for (unsigned rate : {44100u, 48000u, 96000u, 192000u}) {
         void* h = kafx_speaker_boost_init(channels, rate, format);
-        ASSERT_NE(h, nullptr);
-        ASSERT_EQ(kafx_speaker_boost_loadconfig(h, example_config().c_str()), 0);
+        ASSERT_EQ(kafx_speaker_boost_loadconfig(h, kExample.c_str()), 0);
         const int32_t full = format == 1 ? 32767 : (format == 2 ? 8388607 : INT32_MAX);
-        std::vector<int32_t> in32 = noise(channels * 2000u, -full, full, rate + format);
+        std::vector<int32_t> in32 = kafx_test::random_values<int32_t>(channels * 2000u, rate + format, -full, full);
         std::vector<int16_t> in16(in32.begin(), in32.end());
+        char* p = format == 1 ? reinterpret_cast<char*>(in16.data()) : reinterpret_cast<char*>(in32.data());
         const size_t bytes_per_frame = channels * (format == 1 ? 2u : 4u);
-        size_t frame = 0;
         for (size_t frames : {1u, 239u, 240u, 241u, 480u, 17u, 782u}) {
-          char* p = format == 1 ? reinterpret_cast<char*>(in16.data()) : reinterpret_cast<char*>(in32.data());
           AllocCounter c;
-          kafx_speaker_boost_process(h, p + frame * bytes_per_frame, static_cast<unsigned>(frames * bytes_per_frame));
-          EXPECT_EQ(c.allocations(), 0) << format << " " << channels << " " << rate << " " << frames;
-          EXPECT_EQ(c.frees(), 0) << format << " " << channels << " " << rate << " " << frames;
-          frame += frames;
+          kafx_speaker_boost_process(h, p, static_cast<unsigned>(frames * bytes_per_frame));
+          EXPECT_TRUE(c.allocations() == 0 && c.frees() == 0) << format << " " << channels << " " << rate << " " << frames;
+          p += frames * bytes_per_frame;
         }
         kafx_speaker_boost_deinit(h);
       }
-}
-
-// The chain's and the boost system's own process entry points.
-TEST(SpeakerAlloc, ChainAndBoostSystemProcessNeverAllocate) {
   void* h = kafx_speaker_boost_init(2, 48000, 2);
-  ASSERT_NE(h, nullptr);
-  ASSERT_EQ(kafx_speaker_boost_loadconfig(h, example_config().c_str()), 0);
+  ASSERT_EQ(kafx_speaker_boost_loadconfig(h, kExample.c_str()), 0);
   kedo_speaker_boost_t* chain = &static_cast<kafx_speaker_boost_t*>(h)->chain;
-  std::vector<int32_t> l = noise(600, -8388607, 8388607, 1), r = noise(600, -8388607, 8388607, 2);
-  std::vector<int16_t> l16(l.size()), r16(r.size());
-  for (size_t i = 0; i < l.size(); ++i) l16[i] = static_cast<int16_t>(l[i] >> 8), r16[i] = static_cast<int16_t>(r[i] >> 8);
+  std::vector<int32_t> l = kafx_test::random_values<int32_t>(600, 1, -8388607, 8388607), r = l;
+  std::vector<int16_t> l16(600, 1000), r16(600, -1000);
   AllocCounter c;
   for (int channels : {2, 1}) {
     kedo_speaker_boost_set_channel_num(chain, channels);
@@ -78,8 +58,7 @@ TEST(SpeakerAlloc, ChainAndBoostSystemProcessNeverAllocate) {
     speaker_boost_system_process_stereo(chain->sbs, l.data(), r.data(), l.data(), r.data(), 600);
     speaker_boost_system_process_mono(chain->sbs, l.data(), l.data(), 513);
   }
-  EXPECT_EQ(c.allocations(), 0);
-  EXPECT_EQ(c.frees(), 0);
+  EXPECT_TRUE(c.allocations() == 0 && c.frees() == 0);
   kafx_speaker_boost_deinit(h);
 }
 
@@ -89,11 +68,7 @@ TEST(SpeakerAlloc, InitFailureAtEveryAllocationReturnsNullAndLeaksNothing) {
   for (int format : {1, 3}) {
     const long n = kafx_test::for_each_failing_allocation([&](long failing) {
       void* h = kafx_speaker_boost_init(2, 44100, format);
-      if (failing == 0) {
-        ASSERT_NE(h, nullptr);
-      } else {
-        EXPECT_EQ(h, nullptr) << "allocation " << failing << " failed";
-      }
+      EXPECT_EQ(h == nullptr, failing != 0) << "allocation " << failing << " failed";
       kafx_speaker_boost_deinit(h);
     });
     EXPECT_GT(n, 100) << "every block's memory comes from the allocator";
@@ -105,25 +80,21 @@ TEST(SpeakerAlloc, InitFailureAtEveryAllocationReturnsNullAndLeaksNothing) {
 // allocations are counted on one handle and failed on another, fresh one.
 TEST(SpeakerAlloc, LoadconfigFailureReturnsMinusOneAndAppliesNothing) {
   void* counted = kafx_speaker_boost_init(2, 48000, 1);
-  void* h = kafx_speaker_boost_init(2, 48000, 1);
-  ASSERT_TRUE(counted != nullptr && h != nullptr);
-  auto* rec = static_cast<kafx_speaker_boost_t*>(h);
+  auto* h = static_cast<kafx_speaker_boost_t*>(kafx_speaker_boost_init(2, 48000, 1));
   const long n = kafx_test::for_each_failing_allocation([&](long failing) {
     if (failing == 0) {
-      ASSERT_EQ(kafx_speaker_boost_loadconfig(counted, example_config().c_str()), 0);
+      ASSERT_EQ(kafx_speaker_boost_loadconfig(counted, kExample.c_str()), 0);
       return;
     }
-    EXPECT_EQ(kafx_speaker_boost_loadconfig(h, example_config().c_str()), -1) << failing;
+    EXPECT_EQ(kafx_speaker_boost_loadconfig(h, kExample.c_str()), -1) << failing;
     const kafx_sp_params_t zero{};
-    EXPECT_EQ(std::memcmp(&zero, &rec->params, sizeof zero), 0) << failing;
     int p_eq = -1, sbs = -1;
-    kedo_speaker_boost_p_eq_getstatus(&rec->chain, &p_eq);
-    kedo_speaker_boost_sbs_getstatus(&rec->chain, &sbs);
-    EXPECT_EQ(p_eq, 0);
-    EXPECT_EQ(sbs, 0);
+    kedo_speaker_boost_p_eq_getstatus(&h->chain, &p_eq);
+    kedo_speaker_boost_sbs_getstatus(&h->chain, &sbs);
+    EXPECT_TRUE(std::memcmp(&zero, &h->params, sizeof zero) == 0 && p_eq == 0 && sbs == 0) << failing;
   });
   EXPECT_GE(n, 1) << "the file is read into allocated memory";
-  EXPECT_EQ(kafx_speaker_boost_loadconfig(h, example_config().c_str()), 0);
+  EXPECT_EQ(kafx_speaker_boost_loadconfig(h, kExample.c_str()), 0);
   kafx_speaker_boost_deinit(counted);
   kafx_speaker_boost_deinit(h);
 }

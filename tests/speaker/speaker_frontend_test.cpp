@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <tuple>
 #include <vector>
 
 #include "kafx_proc/speaker_boost.h"
 #include "support/log_capture.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -37,12 +37,7 @@ struct Handle {
   }
 };
 
-V noise(size_t n, int lo, int hi, unsigned seed) {
-  std::mt19937 rng(seed);
-  V v(n);
-  for (auto& x : v) x = std::uniform_int_distribution<int>(lo, hi)(rng);
-  return v;
-}
+V noise(size_t n, int lo, int hi, unsigned seed) { return kafx_test::random_values<int32_t>(n, seed, lo, hi); }
 
 TEST(SpeakerFrontEnd, InitLogLineAndRecord) {
   kafx_test::LogCapture log;

@@ -206,25 +206,21 @@ TEST(VectorOps, FillAndCopyMatchReference) {
   }
 }
 
+// Nothing written below one element; the length comes back.
 TEST(VectorOps, ZerosAndOnes) {
-  std::vector<int16_t> s(20, 9), s_ref = s;
-  std::vector<int32_t> w(20, 9), w_ref = w;
-  // Nothing written below one element; the length comes back.
-  EXPECT_EQ(kedoSpl_ZerosArrayW16(s.data(), 0), 0);
-  EXPECT_EQ(kedoSpl_ZerosArrayW32(w.data(), 0), 0);
-  EXPECT_EQ(kedoSpl_OnesArrayW16(s.data(), 0), 0);
-  EXPECT_EQ(kedoSpl_OnesArrayW32(w.data(), -2), -2);
-  EXPECT_TRUE(s == s_ref && w == w_ref);
-  EXPECT_EQ(kedoSpl_ZerosArrayW16(s.data(), 17), 17);
-  EXPECT_EQ(kedoSpl_ZerosArrayW32(w.data(), 18), 18);
-  WebRtcSpl_ZerosArrayW16(s_ref.data(), 17);
-  WebRtcSpl_ZerosArrayW32(w_ref.data(), 18);
-  EXPECT_TRUE(s == s_ref && w == w_ref);
-  EXPECT_EQ(kedoSpl_OnesArrayW16(s.data(), 5), 5);
-  EXPECT_EQ(kedoSpl_OnesArrayW32(w.data(), 6), 6);
-  std::fill_n(s_ref.begin(), 5, 1);
-  std::fill_n(w_ref.begin(), 6, 1);
-  EXPECT_TRUE(s == s_ref && w == w_ref);
+  for (int len : {-2, 0, 5, 17}) {
+    std::vector<int16_t> s(20, 9), s_ref = s;
+    std::vector<int32_t> w(20, 9), w_ref = w;
+    EXPECT_EQ(kedoSpl_ZerosArrayW16(s.data(), len), len);
+    EXPECT_EQ(kedoSpl_ZerosArrayW32(w.data(), len), len);
+    if (len > 0) WebRtcSpl_ZerosArrayW16(s_ref.data(), len), WebRtcSpl_ZerosArrayW32(w_ref.data(), len);
+    EXPECT_TRUE(s == s_ref && w == w_ref) << len;
+    EXPECT_EQ(kedoSpl_OnesArrayW16(s.data(), len), len);
+    EXPECT_EQ(kedoSpl_OnesArrayW32(w.data(), len), len);
+    std::fill_n(s_ref.begin(), std::max(len, 0), 1);
+    std::fill_n(w_ref.begin(), std::max(len, 0), 1);
+    EXPECT_TRUE(s == s_ref && w == w_ref) << len;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 // keeps nothing, leaks nothing and refuses every block with -1.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -26,26 +27,6 @@ const Pair kPairs[20] = {
     {11000, 32000, 110}, {32000, 16000, 1},   {48000, 16000, 480}, {32000, 8000, 1},   {48000, 8000, 480},
     {96000, 8000, 480},  {48000, 32000, 240}, {44000, 8000, 220},  {44000, 16000, 220}, {44000, 32000, 220}};
 
-TEST(SplAlloc, ResamplerProcNeverAllocates) {
-  spltest::Source src(spltest::Signal::kRandom, 5);
-  const std::vector<int16_t> in = src.block(5280);
-  std::vector<int16_t> out(12 * 5280 + 16);
-  for (const Pair& p : kPairs) {
-    Resampler_t r;
-    Resampler_init(&r);
-    Resampler_config(&r, p.in_rate, p.out_rate);
-    int out_len = 0;
-    for (int len : {p.block, p.block * (5280 / p.block), p.block + 1, 0}) {
-      AllocCounter c;
-      Resampler_proc(&r, in.data(), len, out.data(), static_cast<int>(out.size()), &out_len);
-      Resampler_proc(&r, in.data(), len, out.data(), 0, &out_len);  // no room: -1
-      EXPECT_EQ(c.allocations(), 0) << p.in_rate << " -> " << p.out_rate << ", " << len;
-      EXPECT_EQ(c.frees(), 0) << p.in_rate << " -> " << p.out_rate << ", " << len;
-    }
-    Resampler_delete(&r);
-  }
-}
-
 TEST(SplAlloc, StagesFftAndVectorRoutinesNeverAllocate) {
   spltest::Source src(spltest::Signal::kRandom, 6);
   std::vector<int16_t> in = src.block(1024), out(2048);
@@ -53,22 +34,14 @@ TEST(SplAlloc, StagesFftAndVectorRoutinesNeverAllocate) {
   std::vector<int32_t> state(64, 0);
   int scale = 0;
   AllocCounter c;
-  kedoSpl_State48khzTo16khz s48to16{};
-  kedoSpl_State16khzTo48khz s16to48{};
-  kedoSpl_State48khzTo8khz s48to8{};
-  kedoSpl_State8khzTo48khz s8to48{};
-  kedoSpl_State22khzTo16khz s22to16{};
-  kedoSpl_State16khzTo22khz s16to22{};
-  kedoSpl_State22khzTo8khz s22to8{};
-  kedoSpl_State8khzTo22khz s8to22{};
-  kedoSpl_Resample48khzTo16khz(in.data(), out.data(), &s48to16, tmp.data());
-  kedoSpl_Resample16khzTo48khz(in.data(), out.data(), &s16to48, tmp.data());
-  kedoSpl_Resample48khzTo8khz(in.data(), out.data(), &s48to8, tmp.data());
-  kedoSpl_Resample8khzTo48khz(in.data(), out.data(), &s8to48, tmp.data());
-  kedoSpl_Resample22khzTo16khz(in.data(), out.data(), &s22to16, tmp.data());
-  kedoSpl_Resample16khzTo22khz(in.data(), out.data(), &s16to22, tmp.data());
-  kedoSpl_Resample22khzTo8khz(in.data(), out.data(), &s22to8, tmp.data());
-  kedoSpl_Resample8khzTo22khz(in.data(), out.data(), &s8to22, tmp.data());
+#define FIXED(a, b)                                                         \
+  do {                                                                      \
+    kedoSpl_State##a##To##b st{};                                           \
+    kedoSpl_Resample##a##To##b(in.data(), out.data(), &st, tmp.data());    \
+  } while (0)
+  FIXED(48khz, 16khz); FIXED(16khz, 48khz); FIXED(48khz, 8khz); FIXED(8khz, 48khz);
+  FIXED(22khz, 16khz); FIXED(16khz, 22khz); FIXED(22khz, 8khz); FIXED(8khz, 22khz);
+#undef FIXED
   kedoSpl_DownsampleBy2(in.data(), 1000, out.data(), state.data());
   kedoSpl_UpsampleBy2(in.data(), 1000, out.data(), state.data());
   kedoSpl_DownBy2IntToShort(wide.data(), 1000, out.data(), state.data());
@@ -95,25 +68,33 @@ TEST(SplAlloc, StagesFftAndVectorRoutinesNeverAllocate) {
   EXPECT_EQ(c.frees(), 0);
 }
 
-// Every allocation of every mode's configuration fails in turn: no state is
-// kept, nothing leaks, every block is refused without writing, and delete
-// is harmless.
-TEST(SplAlloc, ResamplerConfigFailureKeepsNothingAndRefusesBlocks) {
+// Every mode: its blocks (whole, long, off the block rule, empty, with no
+// room) never reach the allocator; and every allocation of its configuration
+// fails in turn: no state is kept, nothing leaks, every block is refused
+// without writing, and delete is harmless.
+TEST(SplAlloc, ResamplerProcNeverAllocatesAndConfigFailureRefusesBlocks) {
   spltest::Source src(spltest::Signal::kRandom, 7);
-  const std::vector<int16_t> in = src.block(960);
+  const std::vector<int16_t> in = src.block(5280);
+  std::vector<int16_t> out(12 * in.size() + 16, 7);
   for (const Pair& p : kPairs) {
     const long n = kafx_test::for_each_failing_allocation([&](long failing) {
       Resampler_t r;
       Resampler_init(&r);
       Resampler_config(&r, p.in_rate, p.out_rate);
-      if (failing != 0) {
+      int out_len = -5;
+      if (failing == 0) {
+        for (int len : {p.block, p.block * (5280 / p.block), p.block + 1, 0}) {
+          AllocCounter c;
+          Resampler_proc(&r, in.data(), len, out.data(), static_cast<int>(out.size()), &out_len);
+          Resampler_proc(&r, in.data(), len, out.data(), 0, &out_len);  // no room: -1
+          EXPECT_TRUE(c.allocations() == 0 && c.frees() == 0) << p.in_rate << " -> " << p.out_rate << ", " << len;
+        }
+      } else {
         EXPECT_TRUE(r.stage1_state == nullptr && r.stage2_state == nullptr && r.stage3_state == nullptr);
         EXPECT_NE(r.mode, 0) << "the mode stays set";
-        std::vector<int16_t> out(12 * in.size(), 7);
-        int out_len = -5;
+        std::fill(out.begin(), out.end(), 7);
         EXPECT_EQ(Resampler_proc(&r, in.data(), 480, out.data(), static_cast<int>(out.size()), &out_len), -1);
-        EXPECT_EQ(out_len, -5);
-        EXPECT_EQ(out[0], 7);
+        EXPECT_TRUE(out_len == -5 && out[0] == 7);
       }
       Resampler_delete(&r);
     });

@@ -6,15 +6,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 
 #include "biquad_design.h"
 #include "calgen.h"
+#include "support/source_files.h"
 
 namespace {
 
@@ -56,23 +53,11 @@ const StatedRow kStatedRows[] = {
      {216485068, -482129724, 268435455, 482129724, -216485068}},
 };
 
-std::string slurp(const std::filesystem::path& p) {
-  std::ifstream f(p, std::ios::binary);
-  std::ostringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
-std::filesystem::path source_dir() {
-  const char* env = std::getenv("KAFX_SOURCE_DIR");
-  return env != nullptr ? std::filesystem::path(env) : std::filesystem::current_path();
-}
-
 TEST(CalgenWideningBass, DesignsReproduceEveryStatedRow) {
   for (const StatedRow& r : kStatedRows) {
     EXPECT_EQ(r.design(), r.expected) << r.what;
-    std::string text = row5(r.expected, "48000 Hz");
-    EXPECT_NE(slurp(source_dir() / r.file).find(text), std::string::npos) << r.what << " in " << r.file;
+    EXPECT_NE(kafx_test::slurp(kafx_test::source_file(r.file)).find(row5(r.expected, "48000 Hz")), std::string::npos)
+        << r.what << " in " << r.file;
   }
 }
 
