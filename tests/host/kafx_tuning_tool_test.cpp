@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "kafx_proc/speaker_boost.h"
 #include "tests/host/tool_harness.h"
 // The tool's unit conversions and import are plain sources without a library
 // of their own; they are compiled into this test once.
@@ -245,6 +247,47 @@ TEST_F(Tuning, DesignFromXmlRoundTrip) {
   EXPECT_EQ(run_tool("speaker-design --from-xml" +
                          write("z.xml", "<kafxsp><sbs><gain>0;2000</gain></sbs></kafxsp>\n"), &out), 1);
   EXPECT_NE(out.find("sbs.gain[left] 0 has no design form"), std::string::npos) << out;
+}
+
+// speaker-design regenerates the example exactly, refuses bad designs (1) and a missing argument (2), and
+// turns dB into Q13 gains and 16-bit thresholds at their places in the record; speaker-config reports
+// element by element.
+TEST_F(Tuning, DesignRecordAndConfigReport) {
+  std::string out;
+  ASSERT_EQ(run_tool("speaker-design" + source("examples/speaker_design.txt") + " -o" + arg("example.xml"), &out), 0);
+  EXPECT_EQ(read_text("example.xml"), slurp(source_file("examples/speaker.xml")))
+      << "stale: regenerate it with kafx speaker-design";
+  EXPECT_EQ(run_tool("speaker-design", &out), 2);
+  for (const char* bad : {"band both notch 1000 1 3\n", "band both peak 30000 1 3\n", "limiter low both 0 5 -1\n"})
+    EXPECT_EQ(run_tool("speaker-design" + write("bad.txt", bad), &out), 1) << bad;
+  ASSERT_EQ(run_tool("speaker-design" +
+                         write("d.txt", "version t 1\nsbs on\nharmonic_gain 0 -6.0206\nlimiter high right 1 4 -20 "
+                                        "6.0206 -138\npeq off\nband right highpass 100 0.7071\n") +
+                         " -o" + arg("d.xml"), &out), 0) << out;
+  std::array<int32_t, 168> f{};
+  ASSERT_EQ(kafx_speaker_boost_params_load_config(f.data(), path("d.xml").c_str()), 0);
+  auto at = [&](size_t i, size_t n) { return std::vector<int32_t>(&f[i], &f[i] + n); };
+  EXPECT_EQ(at(0, 3), (std::vector{1, 8192, 4096}));              // sbs on; 0 dB; -6.0206 dB is one half
+  EXPECT_EQ(at(35, 5), (std::vector{1, 4, 3277, 16384, 2}));      // high right: 32767 / 10; twice 8192; floor 2
+  EXPECT_EQ(at(15, 5), (std::vector{0, 5, 32767, 8192, 256}));    // high left as the limiters start
+  EXPECT_EQ(at(45, 1), (std::vector{0}));                         // peq off
+  EXPECT_EQ(at(48, 6), (std::vector{0, 268435456, 0, 0, 0, 0})); // unused band: switched-off pass-through
+  EXPECT_TRUE(f[108] == 1 && f[109] == f[111] && std::abs(f[109] * 2.0 + f[110]) <= 2 && f[114] == 0)
+      << "right band 1: a high-pass, b0 = b2 = -b1 / 2 (no gain at DC)";
+
+  const std::string g = write("g.xml", "<kafxsp><sbs><gain>2000;zz;5</gain><bogus>1</bogus><drc_param_left2>1;2;3"
+                                       "</drc_param_left2></sbs><sbs><gain>7</gain></sbs></kafxsp>\n");
+  EXPECT_EQ(run_tool("speaker-config" + g, &out), 1);  // loads, but its stray tokens and <bogus> are flagged
+  EXPECT_EQ(run_tool("speaker-config", &out), 2);
+  out.clear();
+  EXPECT_EQ(run_tool("speaker-config" + source("examples/speaker.xml") + g + write("b.xml", "<kafxsp><sbs></kafxsp>"),
+                     &out), 1);
+  for (const char* want : {"every member of the record is set by this file", "load: ok",
+                           "token 2 'zz' is not a 32-bit hexadecimal number: sbs.gain[right] [2] unchanged",
+                           "1 surplus token ignored", "<bogus>: unknown in <sbs>, ignored",
+                           "missing tokens: [18..19] unchanged", "overwrites values set earlier in the file: [1]",
+                           "drc_high_left:\t 0x1 0x2 0x3 0x0 0x0", "load: FAILED (-1): not well-formed XML"})
+    EXPECT_NE(out.find(want), std::string::npos) << want << "\n" << out;
 }
 
 // A design that clips is generated with a warning; an imported equalizer

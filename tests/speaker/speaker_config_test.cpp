@@ -1,18 +1,16 @@
 // Speaker configuration: files and strings reach the record and the chain; refused files change nothing; log
-// lines are exact; seeded cuts and edits load all or nothing; examples/speaker.xml matches its design.
+// lines are exact; seeded cuts and edits load all or nothing; examples/speaker.xml matches its design. (The
+// tool's speaker-design and speaker-config commands: tests/host/kafx_tuning_tool_test.cpp.)
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
 #include <complex>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -21,12 +19,15 @@
 
 #include "kafx_proc/speaker_boost.h"
 #include "support/log_capture.h"
-#include "support/program_command.h"
+#include "support/source_files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kafx_test::LogCapture;
+using kafx_test::repeat;
+using kafx_test::slurp;
+using kafx_test::source_file;
 using Flat = std::array<int32_t, 168>; // the record as its 168 members (the void* entry points take either)
 using Changes = std::vector<std::pair<int, int32_t>>;
 using Lines = std::vector<std::string>;
@@ -66,20 +67,6 @@ Flat with(Flat f, const Changes& set) {
 }
 
 std::string doc(const std::string& body) { return "<?xml version=\"1.0\"?>\n<kafxsp>\n" + body + "</kafxsp>\n"; }
-std::string times(const std::string& s, int n) {
-  std::string out;
-  for (int i = 0; i < n; ++i) out += s;
-  return out;
-}
-
-std::string slurp(const std::string& path) {
-  return std::string(std::istreambuf_iterator<char>(std::ifstream(path, std::ios::binary).rdbuf()), {});
-}
-
-std::string source(const std::string& relative) { // ctest gives the root; by hand, it is 3 levels above this file
-  const char* root = std::getenv("KAFX_SOURCE_DIR");
-  return ((root ? fs::path(root) : fs::path(__FILE__).parent_path().parent_path().parent_path()) / relative).string();
-}
 
 // A stereo 48 kHz 16-bit front end and a private scratch folder.
 class SpeakerConfig : public ::testing::Test {
@@ -91,7 +78,6 @@ class SpeakerConfig : public ::testing::Test {
     fs::remove_all(dir, ec);
   }
   std::string path(const std::string& name) const { return dir + "/" + name; }
-  std::string q(const std::string& name) const { return " '" + path(name) + "'"; }
   std::string write(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary | std::ios::trunc) << bytes;
     return path(name);
@@ -105,16 +91,6 @@ class SpeakerConfig : public ::testing::Test {
     kedo_speaker_boost_p_eq_setstatus(chain(), 1234);
   }
   int load(const std::string& bytes) { return kafx_speaker_boost_loadconfig(h, write("c.xml", bytes).c_str()); }
-  // The `kafx` tool of this build, <build>/tools/kafx: exit code (-1 if it did not exit) and standard output.
-  static fs::path tool() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools" / "kafx"; }
-  std::pair<int, std::string> kafx(const std::string& args) const {
-    // Appended in order (GCC 12 -Wrestrict false positive on prepends).
-    std::string command = kafx_test::program_command(tool().string());
-    (((command += ' ') += args) += " >") += q("out");
-    command += " 2>/dev/null";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(path("out"))};
-  }
   bool expect_state(const Flat& want, const std::string& what, bool applied = true) { // record and chain
     EXPECT_EQ(flat(h->params), want) << what;
     EXPECT_EQ(chain_state(chain()), applied ? chained(want) : with(chained(want), {{1, 1}, {45, 1234}})) << what;
@@ -156,7 +132,7 @@ std::vector<DocCase> documents() {
                                "</sbs><peq><channel_ration>5</channel_ration></peq><group><sbs><enable>1</enable>"
                                "</sbs></group><SBS><enable>1</enable></SBS>"), {}},
       {"no root: nothing parsed, record applied", "<config><sbs><gain>1;1</gain></sbs></config>", {}},
-      {"64 levels", "<kafxsp><sbs><gain>2;3</gain>" + times("<n>", 62) + times("</n>", 62) + "</sbs></kafxsp>",
+      {"64 levels", "<kafxsp><sbs><gain>2;3</gain>" + repeat("<n>", 62) + repeat("</n>", 62) + "</sbs></kafxsp>",
        {{1, 2}, {2, 3}}},
       {"tokens and markup", "\xEF\xBB\xBF<?xml version=\"1.0\"?>\n<!-- t --><kafxsp><peq><Lfilter>" + lfilter +
            "</Lfilter><!-- x --><Rfilter a='&amp;'><![CDATA[1;A]]></Rfilter></peq><version>1</version>"
@@ -178,10 +154,10 @@ TEST_F(SpeakerConfig, RefusedFilesChangeNothing) {
       {"binary", write("bin", std::string("\x7f" "ELF\x02\x01\x01\0\0\0<kafxsp/>", 19))},
       {"not UTF-8", write("latin1", doc("<version>caf\xe9</version>"))}, {"open comment", write("c", good + "<!-- x")},
       {"two roots", write("two", good + "<kafxsp/>")}, {"trailing text", write("trail", good + "junk")},
-      {"65 levels", write("deep", "<kafxsp><sbs>" + times("<a>", 63) + times("</a>", 63) + "</sbs></kafxsp>")},
+      {"65 levels", write("deep", "<kafxsp><sbs>" + repeat("<a>", 63) + repeat("</a>", 63) + "</sbs></kafxsp>")},
       // A character reference runs to the next ';' and swallows the end tag.
-      {"hidden nesting", write("hidden", "<kafxsp>" + times("<a>&#x</a>x1;", 40000) + "</kafxsp>")},
-      {"hidden in quotes", write("quoted", "<kafxsp>" + times("<a v=\"&#x\"/>x1;\">", 40000) + "</kafxsp>")},
+      {"hidden nesting", write("hidden", "<kafxsp>" + repeat("<a>&#x</a>x1;", 40000) + "</kafxsp>")},
+      {"hidden in quotes", write("quoted", "<kafxsp>" + repeat("<a v=\"&#x\"/>x1;\">", 40000) + "</kafxsp>")},
       {"attributes", write("attr", attributes + "/>")},
       {"over 1 MiB", write("huge", "<kafxsp><version>" + std::string((1u << 20) + 10, 'a') + "</version></kafxsp>")}};
   for (const auto& [what, file] : files) {
@@ -308,7 +284,7 @@ TEST_F(SpeakerConfig, DocumentsCutsAndRandomEdits) {
     ASSERT_TRUE(expect_state(whole ? with(start, d.set) : start, d.what + " cut at " + std::to_string(cut), whole));
 
     kafx_speaker_boost_params_update(h, start.data()); // back to the start
-    std::string bytes = c % 4 ? d.xml : "<kafxsp>" + times(kSoup[uni(0, std::size(kSoup) - 1)], int(uni(1, 3)));
+    std::string bytes = c % 4 ? d.xml : "<kafxsp>" + repeat(kSoup[uni(0, std::size(kSoup) - 1)], int(uni(1, 3)));
     for (size_t e = uni(1, c % 4 ? 2 : 60); e > 0 && !bytes.empty(); --e) {
       const size_t at = uni(0, bytes.size() - 1);
       switch (uni(0, 4)) {
@@ -379,8 +355,8 @@ std::array<double, 2> measure(kedo_speaker_boost_t* c, double f) {
 
 TEST_F(SpeakerConfig, ExampleEqualizerHasTheDesignedResponse) {
   double gain_db[2] = {0, 0};
-  const std::vector<Band> bands = read_design(source("examples/speaker_design.txt"), gain_db);
-  ASSERT_EQ(kafx_speaker_boost_loadconfig(h, source("examples/speaker.xml").c_str()), 0);
+  const std::vector<Band> bands = read_design(source_file("examples/speaker_design.txt"), gain_db);
+  ASSERT_EQ(kafx_speaker_boost_loadconfig(h, source_file("examples/speaker.xml").c_str()), 0);
   kedo_speaker_boost_sbs_setstatus(chain(), 0); // the equalizer and the (neutral) balance only
   std::vector<double> freqs = {40, 60, 100, 150, 250, 500, 1000, 1500, 2000, 5000, 7000, 12000, 15000, 20000, 22000};
   for (const Band& b : bands) freqs.push_back(b.freq);
@@ -392,44 +368,6 @@ TEST_F(SpeakerConfig, ExampleEqualizerHasTheDesignedResponse) {
       EXPECT_NEAR(got[side], want, 0.01) << "side " << side << " at " << f << " Hz";
     }
   }
-}
-
-// speaker-design regenerates the example exactly, refuses bad designs (1) and a missing argument (2), and
-// turns dB into Q13 gains and 16-bit thresholds; speaker-config reports element by element.
-TEST_F(SpeakerConfig, ToolSubcommands) {
-  if (!fs::exists(tool())) GTEST_SKIP() << "kafx tool not built at " << tool();
-  EXPECT_EQ(kafx("speaker-design '" + source("examples/speaker_design.txt") + "'"),
-            std::pair(0, slurp(source("examples/speaker.xml")))) << "stale: regenerate it with kafx speaker-design";
-  EXPECT_EQ(kafx("speaker-design").first, 2);
-  for (const char* bad : {"band both notch 1000 1 3\n", "band both peak 30000 1 3\n", "limiter low both 0 5 -1\n"})
-    EXPECT_EQ(kafx("speaker-design '" + write("bad.txt", bad) + "'").first, 1) << bad;
-  write("d.txt", "version t 1\nsbs on\nharmonic_gain 0 -6.0206\nlimiter high right 1 4 -20 6.0206 -138\n"
-                 "peq off\nband right highpass 100 0.7071\n");
-  ASSERT_EQ(kafx("speaker-design" + q("d.txt") + " -o" + q("d.xml")).first, 0);
-  Flat f{};
-  ASSERT_EQ(kafx_speaker_boost_params_load_config(f.data(), path("d.xml").c_str()), 0);
-  auto at = [&](size_t i, size_t n) { return std::vector<int32_t>(&f[i], &f[i] + n); };
-  EXPECT_EQ(at(0, 3), (std::vector{1, 8192, 4096}));              // sbs on; 0 dB; -6.0206 dB is one half
-  EXPECT_EQ(at(35, 5), (std::vector{1, 4, 3277, 16384, 2}));      // high right: 32767 / 10; twice 8192; floor 2
-  EXPECT_EQ(at(15, 5), (std::vector{0, 5, 32767, 8192, 256}));    // high left as the limiters start
-  EXPECT_EQ(at(45, 1), (std::vector{0}));                         // peq off
-  EXPECT_EQ(at(48, 6), (std::vector{0, 268435456, 0, 0, 0, 0})); // unused band: switched-off pass-through
-  EXPECT_TRUE(f[108] == 1 && f[109] == f[111] && std::abs(f[109] * 2.0 + f[110]) <= 2 && f[114] == 0)
-      << "right band 1: a high-pass, b0 = b2 = -b1 / 2 (no gain at DC)";
-
-  write("g.xml", "<kafxsp><sbs><gain>2000;zz;5</gain><bogus>1</bogus><drc_param_left2>1;2;3</drc_param_left2>"
-                 "</sbs><sbs><gain>7</gain></sbs></kafxsp>\n");
-  write("b.xml", "<kafxsp><sbs></kafxsp>");
-  EXPECT_EQ(kafx("speaker-config" + q("g.xml")).first, 1);  // loads, but its stray tokens and <bogus> are flagged
-  EXPECT_EQ(kafx("speaker-config").first, 2);
-  const auto [rc, report] = kafx("speaker-config '" + source("examples/speaker.xml") + "'" + q("g.xml") + q("b.xml"));
-  EXPECT_EQ(rc, 1);
-  for (const char* want : {"every member of the record is set by this file", "load: ok",
-                           "token 2 'zz' is not a 32-bit hexadecimal number: sbs.gain[right] [2] unchanged",
-                           "1 surplus token ignored", "<bogus>: unknown in <sbs>, ignored",
-                           "missing tokens: [18..19] unchanged", "overwrites values set earlier in the file: [1]",
-                           "drc_high_left:\t 0x1 0x2 0x3 0x0 0x0", "load: FAILED (-1): not well-formed XML"})
-    EXPECT_NE(report.find(want), std::string::npos) << want << "\n" << report;
 }
 
 } // namespace
