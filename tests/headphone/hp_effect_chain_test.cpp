@@ -169,13 +169,10 @@ TEST(HpChain, FadeRules) {
     }
   }
   Chain ch;
-  audio_effect_control_acdb_t rec{};
-  rec.effect_type = 3;
+  audio_effect_control_acdb_t rec = {3, 0, {}}, back{};
   kedo_hp_effect_setparameter(&ch.c, &rec);  // chain off: stored, no fade
-  EXPECT_EQ(ch.c.fade_state, -1);
-  audio_effect_control_acdb_t back{};
   kedo_hp_effect_getparameter(&ch.c, &back);
-  EXPECT_EQ(back.effect_type, 3);
+  EXPECT_TRUE(ch.c.fade_state == -1 && back.effect_type == 3);
   ch.c.status = 1;
   ch.c.fade_state = 3;
   kedo_hp_effect_setparameter(&ch.c, &rec);  // identical: nothing, not even to a fade in progress

@@ -56,12 +56,10 @@ TEST(SmartVolume, DefaultsRatesLevelAndReset) {
   smart_volume_control_get_level(&s, &level);
   EXPECT_TRUE(level == 4096 && s.threshold == 65700 && s.reference == 16819250 && s.energy == 4204812 &&
               s.hold_count == 0);
-  // Silence stays silent; some signal, then reset: gain, envelope, energy and
-  // filter histories go to 0, the level stays.
-  std::vector<int> l(240, 0), r(240, 0);
-  for (int b = 0; b < 50; ++b) smart_volume_control_process(&s, l.data(), r.data(), l.data(), r.data(), 240);
-  EXPECT_TRUE(l == std::vector<int>(240) && s.gain == 0);
-  std::fill(l.begin(), l.end(), 3000000);
+  // Some signal, then reset: gain, envelope, energy and filter histories go
+  // to 0, the level stays. (Silence staying silent is the model test's first
+  // segment.)
+  std::vector<int> l(240, 3000000), r(240, 0);
   smart_volume_control_process(&s, l.data(), r.data(), l.data(), r.data(), 240);
   EXPECT_TRUE(s.peak_env != 0 && s.gain != 0 && s.lp_left[1]->state[3] != 0);
   smart_volume_control_reset(&s);
