@@ -4,8 +4,6 @@
 // compressor's Q13 volume is each controller's make-up volume.
 #include "kafx_proc/compressor.h"
 
-#include <cstdlib>
-
 #include "common/lifecycle.h"
 
 namespace {
@@ -19,25 +17,17 @@ constexpr int kReleaseOrder = 7;
 // 5 ms blocks of the four rate classes; other classes act as 48000 Hz.
 int frame_length(SampleRateType rate) {
   constexpr int kFrames[4] = {220, 240, 480, 960};
-  const int r = static_cast<int>(rate);
-  return kFrames[(r >= 0 && r <= 3) ? r : 1];
+  return kFrames[kafx::rate_index(rate)];
 }
 
-dynamic_range_control_t* new_controller(int volume, int delay_frames) {
-  auto* d = kafx::alloc_record<dynamic_range_control_t>();
-  if (d == nullptr) return nullptr;
+// A channel's controller with the shared tuning and the given make-up volume.
+void controller_init(dynamic_range_control_t* d, int volume, int delay_frames) {
   dynamic_range_control_init(d, delay_frames, kInitFrameLen);
   dynamic_range_control_set_threshold(d, kThreshold);
   dynamic_range_control_set_denoise_threshold(d, kDenoiseThreshold);
   dynamic_range_control_set_volume(d, volume);
   dynamic_range_control_set_attact_order(d, kAttackOrder);
   dynamic_range_control_set_release_order(d, kReleaseOrder);
-  return d;
-}
-
-void free_controller(dynamic_range_control_t*& d) {
-  if (d != nullptr) dynamic_range_control_end(d);
-  kafx::free_null(d);
 }
 
 }  // namespace
@@ -49,8 +39,8 @@ void compressor_init(compressor_t* c, int volume, int delay_frames) {
   c->status = 0;
   c->volume = volume;
   c->delay_frames = delay_frames;
-  c->drc_left = new_controller(volume, delay_frames);
-  c->drc_right = new_controller(volume, delay_frames);
+  c->drc_left = kafx::new_block<dynamic_range_control_t>(controller_init, volume, delay_frames);
+  c->drc_right = kafx::new_block<dynamic_range_control_t>(controller_init, volume, delay_frames);
 }
 
 void compressor_reset(compressor_t* c) {
@@ -65,8 +55,8 @@ void compressor_set_sample_rate(compressor_t* c, SampleRateType rate) {
 }
 
 void compressor_end(compressor_t* c) {
-  free_controller(c->drc_left);
-  free_controller(c->drc_right);
+  kafx::end_block(c->drc_left, dynamic_range_control_end);
+  kafx::end_block(c->drc_right, dynamic_range_control_end);
 }
 
 void compressor_set_volume(compressor_t* c, int volume) {

@@ -1,6 +1,7 @@
 // Lifecycle helpers shared by every block, chain and front end: allocation of
-// cleared working memory, freeing with the pointer nulled, and the mapping of
-// sample rates onto the rows of per-rate tables.
+// cleared working memory, freeing with the pointer nulled, sub-blocks built
+// and ended through their owner's pointer, and the mapping of sample rates
+// onto the rows of per-rate tables.
 //
 // Allocation failure. A block's init stores what it could allocate and leaves
 // the rest null (never writing through a null pointer); its end frees what is
@@ -45,6 +46,27 @@ template <typename T>
 void free_null(T*& p) {
   std::free(p);
   p = nullptr;
+}
+
+// A sub-block owned through a pointer: a cleared record of type T with
+// init(record, args...) run on it, or null (counted) when the allocation
+// failed, in which case init is not called. A block whose own parts failed
+// comes back half-built; its end accepts that.
+//   r->dc_left = new_block<dc_remove>(dc_remove_init);
+//   h->compressor = new_block<compressor_t>(compressor_init, kQ13One, 2);
+template <typename T, typename Init, typename... A>
+T* new_block(Init init, A... args) {
+  T* p = alloc_record<T>();
+  if (p != nullptr) init(p, args...);
+  return p;
+}
+
+// The inverse of new_block: end(p) when p is set, then free and null the
+// owner's pointer. A null pointer is left null.
+template <typename T, typename End>
+void end_block(T*& p, End end) {
+  if (p != nullptr) end(p);
+  free_null(p);
 }
 
 // Allocation failures on this thread so far.

@@ -293,40 +293,6 @@ void stereo_process(reverb_t* r, const Sample* in_left, const Sample* in_right, 
   }
 }
 
-// Parts of the reverb, each left null when it cannot be allocated.
-comber* new_comb(int len) {
-  auto* c = alloc_record<comber>();
-  if (c != nullptr) comb_init(c, len);
-  return c;
-}
-
-void free_comb(comber*& c) {
-  if (c != nullptr) comb_end(c);
-  free_null(c);
-}
-
-allpass* new_allpass(int len) {
-  auto* a = alloc_record<allpass>();
-  if (a != nullptr) allpass_init(a, len);
-  return a;
-}
-
-void free_allpass(allpass*& a) {
-  if (a != nullptr) allpass_end(a);
-  free_null(a);
-}
-
-dc_remove* new_dc_remove() {
-  auto* d = alloc_record<dc_remove>();
-  if (d != nullptr) dc_remove_init(d);
-  return d;
-}
-
-void free_dc_remove(dc_remove*& d) {
-  if (d != nullptr) dc_remove_end(d);
-  free_null(d);
-}
-
 bool complete(const reverb_t* r) {
   for (int k = 0; k < kCombs; ++k)
     if (r->comb_left[k] == nullptr || r->comb_right[k] == nullptr) return false;
@@ -341,15 +307,15 @@ extern "C" {
 // undone (the owner ends the half-built reverb).
 void reverb_init(reverb_t* r) {
   for (int k = 0; k < kCombs; ++k) {
-    r->comb_left[k] = new_comb(kCombLeft[k]);
-    r->comb_right[k] = new_comb(kCombRight[k]);
+    r->comb_left[k] = new_block<comber>(comb_init, kCombLeft[k]);
+    r->comb_right[k] = new_block<comber>(comb_init, kCombRight[k]);
   }
   for (int k = 0; k < kAllpasses; ++k) {
-    r->allpass_left[k] = new_allpass(kAllpassLeft[k]);
-    r->allpass_right[k] = new_allpass(kAllpassRight[k]);
+    r->allpass_left[k] = new_block<allpass>(allpass_init, kAllpassLeft[k]);
+    r->allpass_right[k] = new_block<allpass>(allpass_init, kAllpassRight[k]);
   }
-  r->dc_left = new_dc_remove();
-  r->dc_right = new_dc_remove();
+  r->dc_left = new_block<dc_remove>(dc_remove_init);
+  r->dc_right = new_block<dc_remove>(dc_remove_init);
 
   r->wet_gain = 8190;
   r->dry_gain = 0;
@@ -380,15 +346,15 @@ void reverb_reset(reverb_t* r) {
 
 void reverb_end(reverb_t* r) {
   for (int k = 0; k < kCombs; ++k) {
-    free_comb(r->comb_left[k]);
-    free_comb(r->comb_right[k]);
+    end_block(r->comb_left[k], comb_end);
+    end_block(r->comb_right[k], comb_end);
   }
   for (int k = 0; k < kAllpasses; ++k) {
-    free_allpass(r->allpass_left[k]);
-    free_allpass(r->allpass_right[k]);
+    end_block(r->allpass_left[k], allpass_end);
+    end_block(r->allpass_right[k], allpass_end);
   }
-  free_dc_remove(r->dc_left);
-  free_dc_remove(r->dc_right);
+  end_block(r->dc_left, dc_remove_end);
+  end_block(r->dc_right, dc_remove_end);
 }
 
 // wet1 weights a channel's own reverb, wet2 the other channel's:

@@ -87,24 +87,15 @@ void kedo_hp_effect_init(kedo_hp_effect_t* h) {
   // the chain); a block whose own parts failed is half-built, which its end
   // accepts.
   h->params = alloc_record<audio_effect_control_acdb_t>();
-  h->equalizer = alloc_record<equalizer_t>();
-  if (h->equalizer != nullptr) equalizer_init(h->equalizer);
-  h->parameter_equalizer = alloc_record<parameter_equalizer_t>();
-  if (h->parameter_equalizer != nullptr) parameter_equalizer_init(h->parameter_equalizer);
-  h->reverb = alloc_record<reverb_t>();
-  if (h->reverb != nullptr) reverb_init(h->reverb);
-  h->stereo_widening = alloc_record<stereo_widening_system>();
-  if (h->stereo_widening != nullptr) stereo_widening_system_init(h->stereo_widening);
-  h->virtual_bass = alloc_record<virtual_bass_system>();
-  if (h->virtual_bass != nullptr) virtual_bass_system_init(h->virtual_bass);
-  h->smart_volume = alloc_record<smart_volume_control_t>();
-  if (h->smart_volume != nullptr) smart_volume_control_init(h->smart_volume);
-  h->channel_balance = alloc_record<channel_balance_t>();
-  if (h->channel_balance != nullptr) channel_balance_init(h->channel_balance);
-  h->compressor = alloc_record<compressor_t>();
-  if (h->compressor != nullptr) compressor_init(h->compressor, kQ13One, 2);
-  h->smooth_volume = alloc_record<smooth_volume_t>();
-  if (h->smooth_volume != nullptr) smooth_volume_init(h->smooth_volume);
+  h->equalizer = new_block<equalizer_t>(equalizer_init);
+  h->parameter_equalizer = new_block<parameter_equalizer_t>(parameter_equalizer_init);
+  h->reverb = new_block<reverb_t>(reverb_init);
+  h->stereo_widening = new_block<stereo_widening_system>(stereo_widening_system_init);
+  h->virtual_bass = new_block<virtual_bass_system>(virtual_bass_system_init);
+  h->smart_volume = new_block<smart_volume_control_t>(smart_volume_control_init);
+  h->channel_balance = new_block<channel_balance_t>(channel_balance_init);
+  h->compressor = new_block<compressor_t>(compressor_init, kQ13One, 2);
+  h->smooth_volume = new_block<smooth_volume_t>(smooth_volume_init);
   h->work_left = alloc_words(kMaxBlock);
   h->work_right = alloc_words(kMaxBlock);
 }
@@ -133,24 +124,15 @@ void kedo_hp_effect_end(kedo_hp_effect_t* h) {
   free_null(h->work_left);
   free_null(h->work_right);
   free_null(h->params);
-  if (h->equalizer != nullptr) equalizer_end(h->equalizer);
-  free_null(h->equalizer);
-  if (h->parameter_equalizer != nullptr) parameter_equalizer_end(h->parameter_equalizer);
-  free_null(h->parameter_equalizer);
-  if (h->reverb != nullptr) reverb_end(h->reverb);
-  free_null(h->reverb);
-  if (h->stereo_widening != nullptr) stereo_widening_system_end(h->stereo_widening);
-  free_null(h->stereo_widening);
-  if (h->virtual_bass != nullptr) virtual_bass_system_end(h->virtual_bass);
-  free_null(h->virtual_bass);
-  if (h->smart_volume != nullptr) smart_volume_control_end(h->smart_volume);
-  free_null(h->smart_volume);
-  if (h->channel_balance != nullptr) channel_balance_end(h->channel_balance);
-  free_null(h->channel_balance);
-  if (h->compressor != nullptr) compressor_end(h->compressor);
-  free_null(h->compressor);
-  if (h->smooth_volume != nullptr) smooth_volume_end(h->smooth_volume);
-  free_null(h->smooth_volume);
+  end_block(h->equalizer, equalizer_end);
+  end_block(h->parameter_equalizer, parameter_equalizer_end);
+  end_block(h->reverb, reverb_end);
+  end_block(h->stereo_widening, stereo_widening_system_end);
+  end_block(h->virtual_bass, virtual_bass_system_end);
+  end_block(h->smart_volume, smart_volume_control_end);
+  end_block(h->channel_balance, channel_balance_end);
+  end_block(h->compressor, compressor_end);
+  end_block(h->smooth_volume, smooth_volume_end);
 }
 
 // --- preset switching ------------------------------------------------------

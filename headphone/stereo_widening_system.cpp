@@ -41,53 +41,6 @@ constexpr int kCombRight[4] = {1151, 1423, 1523, 1801};
 constexpr int kAllpassLeft[2] = {241, 337};
 constexpr int kAllpassRight[2] = {269, 367};
 
-
-
-// Parts that cannot be allocated stay null; ending accepts them.
-IIR_t* new_section(const int32_t* row) {
-  IIR_t* f = alloc_record<IIR_t>();
-  if (f != nullptr) IIR_init(f, row);
-  return f;
-}
-
-void delete_section(IIR_t*& f) {
-  if (f != nullptr) IIR_end(f);
-  free_null(f);
-}
-
-comber* new_comb(int len) {
-  auto* c = alloc_record<comber>();
-  if (c != nullptr) comb_init(c, len);
-  return c;
-}
-
-void delete_comb(comber*& c) {
-  if (c != nullptr) comb_end(c);
-  free_null(c);
-}
-
-allpass* new_allpass(int len) {
-  auto* a = alloc_record<allpass>();
-  if (a != nullptr) allpass_init(a, len);
-  return a;
-}
-
-void delete_allpass(allpass*& a) {
-  if (a != nullptr) allpass_end(a);
-  free_null(a);
-}
-
-dc_remove* new_dc_remove() {
-  auto* d = alloc_record<dc_remove>();
-  if (d != nullptr) dc_remove_init(d);
-  return d;
-}
-
-void delete_dc_remove(dc_remove*& d) {
-  if (d != nullptr) dc_remove_end(d);
-  free_null(d);
-}
-
 // Q13 gain product, saturated (no flush).
 inline int32_t gain13(int32_t gain, int32_t x) { return shr_sat<13>(static_cast<int64_t>(gain) * x); }
 
@@ -282,7 +235,8 @@ extern "C" {
 // difference_circuit
 
 void difference_circuit_init(difference_circuit* d) {
-  for (int k = 0; k < DIFFERENCE_CIRCUIT_SECTIONS; ++k) d->section[k] = new_section(difference_row(k, 1));
+  for (int k = 0; k < DIFFERENCE_CIRCUIT_SECTIONS; ++k)
+    d->section[k] = new_block<IIR_t>(IIR_init, difference_row(k, 1));
   d->side_gain = 4096;
 }
 
@@ -296,7 +250,7 @@ void difference_circuit_reset(difference_circuit* d) {
 }
 
 void difference_circuit_end(difference_circuit* d) {
-  for (IIR_t*& f : d->section) delete_section(f);
+  for (IIR_t*& f : d->section) end_block(f, IIR_end);
 }
 
 void difference_circuit_set_side_gain(difference_circuit* d, int v) { d->side_gain = v; }
@@ -328,12 +282,13 @@ void difference_circuit_process_block(difference_circuit* d, int* in_left, int* 
 // crossfeed_network
 
 void crossfeed_network_init(crossfeed_network* c) {
-  for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k) c->section[k] = new_section(crossfeed_row(k, 1));
+  for (int k = 0; k < CROSSFEED_NETWORK_SECTIONS; ++k)
+    c->section[k] = new_block<IIR_t>(IIR_init, crossfeed_row(k, 1));
   for (audio_delay*& d : c->delay) {
-    d = alloc_record<audio_delay>();
-    if (d == nullptr) continue;
-    audio_delay_init(d, CROSSFEED_NETWORK_MAX_DELAY);
-    audio_delay_set_delay(d, kDelayLength[1]);
+    d = new_block<audio_delay>([](audio_delay* line) {
+      audio_delay_init(line, CROSSFEED_NETWORK_MAX_DELAY);
+      audio_delay_set_delay(line, kDelayLength[1]);
+    });
   }
   c->gain = 4096;
 }
@@ -350,11 +305,8 @@ void crossfeed_network_reset(crossfeed_network* c) {
 }
 
 void crossfeed_network_end(crossfeed_network* c) {
-  for (IIR_t*& f : c->section) delete_section(f);
-  for (audio_delay*& d : c->delay) {
-    if (d != nullptr) audio_delay_end(d);
-    free_null(d);
-  }
+  for (IIR_t*& f : c->section) end_block(f, IIR_end);
+  for (audio_delay*& d : c->delay) end_block(d, audio_delay_end);
 }
 
 void crossfeed_network_set_gain(crossfeed_network* c, int v) { c->gain = v; }
@@ -385,18 +337,18 @@ void crossfeed_network_process_block(crossfeed_network* c, int* in_left, int* in
 void early_reflector_init(early_reflector* e) {
   bool combs = true;
   for (int k = 0; k < 4; ++k) {
-    e->comb_left[k] = new_comb(kCombLeft[k]);
-    e->comb_right[k] = new_comb(kCombRight[k]);
+    e->comb_left[k] = new_block<comber>(comb_init, kCombLeft[k]);
+    e->comb_right[k] = new_block<comber>(comb_init, kCombRight[k]);
     combs = combs && e->comb_left[k] != nullptr && e->comb_right[k] != nullptr;
   }
   for (int k = 0; k < 2; ++k) {
-    e->allpass_left[k] = new_allpass(kAllpassLeft[k]);
-    e->allpass_right[k] = new_allpass(kAllpassRight[k]);
+    e->allpass_left[k] = new_block<allpass>(allpass_init, kAllpassLeft[k]);
+    e->allpass_right[k] = new_block<allpass>(allpass_init, kAllpassRight[k]);
   }
-  e->dc_left = new_dc_remove();
-  e->dc_right = new_dc_remove();
-  e->prefilter_left = new_section(tables::kReflectorPreFilter[1]);
-  e->prefilter_right = new_section(tables::kReflectorPreFilter[1]);
+  e->dc_left = new_block<dc_remove>(dc_remove_init);
+  e->dc_right = new_block<dc_remove>(dc_remove_init);
+  e->prefilter_left = new_block<IIR_t>(IIR_init, tables::kReflectorPreFilter[1]);
+  e->prefilter_right = new_block<IIR_t>(IIR_init, tables::kReflectorPreFilter[1]);
   e->wet_gain = 6144;
   e->dry_gain = 6144;
   e->roomsize = 4096;
@@ -427,17 +379,17 @@ void early_reflector_reset(early_reflector* e) {
 
 void early_reflector_end(early_reflector* e) {
   for (int k = 0; k < 4; ++k) {
-    delete_comb(e->comb_left[k]);
-    delete_comb(e->comb_right[k]);
+    end_block(e->comb_left[k], comb_end);
+    end_block(e->comb_right[k], comb_end);
   }
   for (int k = 0; k < 2; ++k) {
-    delete_allpass(e->allpass_left[k]);
-    delete_allpass(e->allpass_right[k]);
+    end_block(e->allpass_left[k], allpass_end);
+    end_block(e->allpass_right[k], allpass_end);
   }
-  delete_dc_remove(e->dc_left);
-  delete_dc_remove(e->dc_right);
-  delete_section(e->prefilter_left);
-  delete_section(e->prefilter_right);
+  end_block(e->dc_left, dc_remove_end);
+  end_block(e->dc_right, dc_remove_end);
+  end_block(e->prefilter_left, IIR_end);
+  end_block(e->prefilter_right, IIR_end);
 }
 
 void early_reflector_set_dry_gain(early_reflector* e, int v) { e->dry_gain = v; }
@@ -484,12 +436,9 @@ void early_reflector_process_block(early_reflector* e, int* in_left, int* in_rig
 
 void stereo_widening_system_init(stereo_widening_system* s) {
   s->status = 0;
-  s->dc = alloc_record<difference_circuit>();
-  s->cfn = alloc_record<crossfeed_network>();
-  s->er = alloc_record<early_reflector>();
-  if (s->dc != nullptr) difference_circuit_init(s->dc);
-  if (s->cfn != nullptr) crossfeed_network_init(s->cfn);
-  if (s->er != nullptr) early_reflector_init(s->er);
+  s->dc = new_block<difference_circuit>(difference_circuit_init);
+  s->cfn = new_block<crossfeed_network>(crossfeed_network_init);
+  s->er = new_block<early_reflector>(early_reflector_init);
 }
 
 void stereo_widening_system_set_sample_rate(stereo_widening_system* s, SampleRateType rate) {
@@ -505,12 +454,9 @@ void stereo_widening_system_reset(stereo_widening_system* s) {
 }
 
 void stereo_widening_system_end(stereo_widening_system* s) {
-  if (s->dc != nullptr) difference_circuit_end(s->dc);
-  if (s->cfn != nullptr) crossfeed_network_end(s->cfn);
-  if (s->er != nullptr) early_reflector_end(s->er);
-  free_null(s->dc);
-  free_null(s->cfn);
-  free_null(s->er);
+  end_block(s->dc, difference_circuit_end);
+  end_block(s->cfn, crossfeed_network_end);
+  end_block(s->er, early_reflector_end);
 }
 
 void stereo_widening_system_dc_set_side_gain(stereo_widening_system* s, int v) {

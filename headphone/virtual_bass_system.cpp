@@ -207,20 +207,13 @@ void virtual_bass_system_init(virtual_bass_system* v) {
   v->harmonic_gain = 4096;
   v->high_gain = 8192;
   v->bass_buffer = alloc_words(kMaxBlock);
-  v->nld = alloc_record<NLD>();
-  if (v->nld != nullptr) NLD_init(v->nld);
-  v->split_left = alloc_record<spectral_band_split>();
-  v->split_right = alloc_record<spectral_band_split>();
-  if (v->split_left != nullptr)
-    spectral_band_split_init(v->split_left, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
-  if (v->split_right != nullptr)
-    spectral_band_split_init(v->split_right, tables::kSplitLowPass[1], tables::kSplitHighPass[1]);
-  for (int i = 0; i < 4; ++i) {
-    *section(v, i) = alloc_record<IIR_t>();
-    if (*section(v, i) != nullptr) IIR_init(*section(v, i), section_row(i, 1));
-  }
-  v->compressor = alloc_record<compressor_bass>();
-  if (v->compressor != nullptr) compressor_bass_init(v->compressor);
+  v->nld = new_block<NLD>(NLD_init);
+  v->split_left = new_block<spectral_band_split>(spectral_band_split_init, tables::kSplitLowPass[1],
+                                                 tables::kSplitHighPass[1]);
+  v->split_right = new_block<spectral_band_split>(spectral_band_split_init, tables::kSplitLowPass[1],
+                                                  tables::kSplitHighPass[1]);
+  for (int i = 0; i < 4; ++i) *section(v, i) = new_block<IIR_t>(IIR_init, section_row(i, 1));
+  v->compressor = new_block<compressor_bass>(compressor_bass_init);
 }
 
 void virtual_bass_system_set_sample_rate(virtual_bass_system* v, SampleRateType rate) {
@@ -240,18 +233,11 @@ void virtual_bass_system_reset(virtual_bass_system* v) {
 }
 
 void virtual_bass_system_end(virtual_bass_system* v) {
-  if (v->split_left != nullptr) spectral_band_split_end(v->split_left);
-  if (v->split_right != nullptr) spectral_band_split_end(v->split_right);
-  free_null(v->split_left);
-  free_null(v->split_right);
-  if (v->nld != nullptr) NLD_end(v->nld);
-  free_null(v->nld);
-  for (int i = 0; i < 4; ++i) {
-    if (*section(v, i) != nullptr) IIR_end(*section(v, i));
-    free_null(*section(v, i));
-  }
-  if (v->compressor != nullptr) compressor_bass_end(v->compressor);
-  free_null(v->compressor);
+  end_block(v->split_left, spectral_band_split_end);
+  end_block(v->split_right, spectral_band_split_end);
+  end_block(v->nld, NLD_end);
+  for (int i = 0; i < 4; ++i) end_block(*section(v, i), IIR_end);
+  end_block(v->compressor, compressor_bass_end);
   free_null(v->bass_buffer);
 }
 

@@ -2,8 +2,6 @@
 // elliptic band-pass, sample by sample on 24-bit working samples.
 #include "kafx_proc/gramophone.h"
 
-#include <cstdlib>
-
 #include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
@@ -57,15 +55,11 @@ extern "C" {
 
 void gramophone_init(gramophone* g) {
   g->status = 0;
-  g->filter = kafx::alloc_record<elliptic>();
-  if (g->filter != nullptr) elliptic_init(g->filter, kGramophoneCoefficients);
+  g->filter = kafx::new_block<elliptic>(elliptic_init, kGramophoneCoefficients);
 }
 
 void gramophone_end(gramophone* g) {
-  if (g->filter == nullptr) return;
-  elliptic_end(g->filter);
-  std::free(g->filter);
-  g->filter = nullptr;
+  kafx::end_block(g->filter, elliptic_end);
 }
 
 void gramophone_setstatus(gramophone* g, int status) { g->status = status; }

@@ -416,6 +416,20 @@ void clear(howling_canceling_work* w) {
     for (int32_t& v : row) v = FFT_INT_LEVEL_FLOOR;
 }
 
+// A filter state that cannot be allocated stays null (clear leaves it
+// alone); the owner ends the half-built canceller.
+void work_init(howling_canceling_work* w) {
+  dc_remove_init(&w->dc);
+  elliptic_init(&w->lowpass, kHowlingLowpass);
+  for (notch& n : w->notches) notch_init(&n, HOWLING_NOTCH_RADIUS, 0);
+  clear(w);
+}
+
+void work_end(howling_canceling_work* w) {
+  elliptic_end(&w->lowpass);
+  for (notch& n : w->notches) notch_end(&n);
+}
+
 }  // namespace
 
 extern "C" {
@@ -423,15 +437,7 @@ extern "C" {
 void howling_canceling_init(howlingCancel* h) {
   h->status = 0;
   h->gain = kQ13One;
-  auto* w = kafx::alloc_record<howling_canceling_work>();
-  h->work = w;
-  if (w == nullptr) return;
-  // A filter state that cannot be allocated stays null (clear leaves it
-  // alone); the owner ends the half-built canceller.
-  dc_remove_init(&w->dc);
-  elliptic_init(&w->lowpass, kHowlingLowpass);
-  for (notch& n : w->notches) notch_init(&n, HOWLING_NOTCH_RADIUS, 0);
-  clear(w);
+  h->work = kafx::new_block<howling_canceling_work>(work_init);
 }
 
 void howling_canceling_reset(howlingCancel* h) {
@@ -441,12 +447,7 @@ void howling_canceling_reset(howlingCancel* h) {
 }
 
 void howling_canceling_end(howlingCancel* h) {
-  if (h == nullptr || h->work == nullptr) return;
-  howling_canceling_work* w = h->work;
-  elliptic_end(&w->lowpass);
-  for (notch& n : w->notches) notch_end(&n);
-  std::free(w);
-  h->work = nullptr;
+  if (h != nullptr) kafx::end_block(h->work, work_end);
 }
 
 void howling_canceling_setstatus(howlingCancel* h, int status) { h->status = status; }

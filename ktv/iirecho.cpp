@@ -2,8 +2,6 @@
 // with the dry voice by Q13 gains.
 #include "kafx_proc/iirecho.h"
 
-#include <cstdlib>
-
 #include "common/lifecycle.h"
 #include "common/fixed_point.h"
 
@@ -26,19 +24,8 @@ void apply_settings(iirecho* e) {
   iircomber_reset(e->right);
 }
 
-iircomber* new_comb(int capacity) {
-  auto* c = kafx::alloc_record<iircomber>();
-  if (c != nullptr) iircomber_init(c, capacity);
-  return c;
-}
-
-void free_comb(iircomber** c) {
-  if (*c == nullptr) return;
-  std::free((*c)->buffer);
-  (*c)->buffer = nullptr;
-  std::free(*c);
-  *c = nullptr;
-}
+// The comb has no end of its own: its loop buffer is freed here.
+void free_loop(iircomber* c) { free_null(c->buffer); }
 
 // (dry x + wet c) >> 13 in 64 bits, the low 32 bits kept, -1 flushed.
 inline int32_t mix(int32_t x, int32_t c, int32_t dry, int32_t wet) {
@@ -52,8 +39,8 @@ extern "C" {
 
 void iirecho_init(iirecho* e) {
   e->status = 1;
-  e->left = new_comb(IIRECHO_LEFT_CAPACITY);
-  e->right = new_comb(IIRECHO_RIGHT_CAPACITY);
+  e->left = new_block<iircomber>(iircomber_init, IIRECHO_LEFT_CAPACITY);
+  e->right = new_block<iircomber>(iircomber_init, IIRECHO_RIGHT_CAPACITY);
   e->feedback = 4096;
   // The settings are applied with a delay of 1 ms. (A first application with
   // the record's previous delay would be overwritten entirely by this one.)
@@ -64,8 +51,8 @@ void iirecho_init(iirecho* e) {
 }
 
 void iirecho_end(iirecho* e) {
-  free_comb(&e->left);
-  free_comb(&e->right);
+  end_block(e->left, free_loop);
+  end_block(e->right, free_loop);
 }
 
 void iirecho_update(iirecho* e) { apply_settings(e); }

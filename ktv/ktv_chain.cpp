@@ -4,7 +4,6 @@
 // resamplers) is switched off at the top of every frame.
 #include "kafx_proc/ktv_chain.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "common/lifecycle.h"
@@ -24,6 +23,12 @@ constexpr int kNsRate = 32000;
 constexpr int kVoiceRate = 48000;
 
 int32_t* alloc_frame() { return kafx::alloc_words(kFrameMax); }
+
+// A resampler set up for one conversion of the noise branch.
+void resampler_setup(Resampler_t* r, int in_rate, int out_rate) {
+  Resampler_init(r);
+  Resampler_config(r, in_rate, out_rate);
+}
 
 // The noise branch: left to 16 bits in the memory of `right`, down to
 // 32 kHz, high-pass sample by sample, one suppressor frame (160 samples for
@@ -46,38 +51,22 @@ extern "C" {
 void kedo_audio_tx_ktv_init(kedo_audio_tx_ktv_t* c) {
   c->volume = kQ13One;
   c->rate_type = SAMPLE_RATE_48000;
-  c->equalizer = kafx::alloc_record<equalizer_t>();
-  c->reverb = kafx::alloc_record<reverb_t>();
-  c->howling = kafx::alloc_record<howlingCancel>();
-  c->compressor = kafx::alloc_record<compressor_t>();
-  c->echo = kafx::alloc_record<iirecho>();
-  c->gramo = kafx::alloc_record<gramophone>();
-  c->ns = kafx::alloc_record<NsxInst_t_>();
-  c->highpass = kafx::alloc_record<IIR_t>();
-  c->down = kafx::alloc_record<Resampler_t>();
-  c->up = kafx::alloc_record<Resampler_t>();
-  c->left = alloc_frame();
-  c->right = alloc_frame();
   // A block that cannot be allocated stays null and is not initialised; the
   // owner sees the failure and ends the chain. (The suppressor's own calls
   // refuse a null instance.)
-  if (c->equalizer != nullptr) equalizer_init(c->equalizer);
-  if (c->reverb != nullptr) reverb_init(c->reverb);
-  if (c->howling != nullptr) howling_canceling_init(c->howling);
-  if (c->compressor != nullptr) compressor_init(c->compressor, kQ13One, 0);
-  if (c->echo != nullptr) iirecho_init(c->echo);
-  if (c->gramo != nullptr) gramophone_init(c->gramo);
-  kedoNs_InitCore(c->ns, kNsRate);
+  c->equalizer = new_block<equalizer_t>(equalizer_init);
+  c->reverb = new_block<reverb_t>(reverb_init);
+  c->howling = new_block<howlingCancel>(howling_canceling_init);
+  c->compressor = new_block<compressor_t>(compressor_init, kQ13One, 0);
+  c->echo = new_block<iirecho>(iirecho_init);
+  c->gramo = new_block<gramophone>(gramophone_init);
+  c->ns = new_block<NsxInst_t_>(kedoNs_InitCore, kNsRate);
   kedoNs_set_policy_core(c->ns, 3);
-  if (c->highpass != nullptr) IIR_init(c->highpass, kFilterCoefficients);
-  if (c->down != nullptr) {
-    Resampler_init(c->down);
-    Resampler_config(c->down, kVoiceRate, kNsRate);
-  }
-  if (c->up != nullptr) {
-    Resampler_init(c->up);
-    Resampler_config(c->up, kNsRate, kVoiceRate);
-  }
+  c->highpass = new_block<IIR_t>(IIR_init, kFilterCoefficients);
+  c->down = new_block<Resampler_t>(resampler_setup, kVoiceRate, kNsRate);
+  c->up = new_block<Resampler_t>(resampler_setup, kNsRate, kVoiceRate);
+  c->left = alloc_frame();
+  c->right = alloc_frame();
 }
 
 void kedo_audio_tx_ktv_set_sample_rate(kedo_audio_tx_ktv_t* c, unsigned int rate) {
@@ -87,26 +76,16 @@ void kedo_audio_tx_ktv_set_sample_rate(kedo_audio_tx_ktv_t* c, unsigned int rate
 }
 
 void kedo_audio_tx_ktv_end(kedo_audio_tx_ktv_t* c) {
-  if (c->equalizer != nullptr) equalizer_end(c->equalizer);
-  if (c->reverb != nullptr) reverb_end(c->reverb);
-  howling_canceling_end(c->howling);  // accepts null
-  if (c->compressor != nullptr) compressor_end(c->compressor);
-  if (c->echo != nullptr) iirecho_end(c->echo);
-  if (c->gramo != nullptr) gramophone_end(c->gramo);
-  kedoNs_FreeCore(c->ns);  // accepts null
-  if (c->down != nullptr) Resampler_delete(c->down);
-  if (c->up != nullptr) Resampler_delete(c->up);
-  if (c->highpass != nullptr) IIR_end(c->highpass);
-  kafx::free_null(c->equalizer);
-  kafx::free_null(c->reverb);
-  kafx::free_null(c->howling);
-  kafx::free_null(c->compressor);
-  kafx::free_null(c->echo);
-  kafx::free_null(c->gramo);
-  kafx::free_null(c->ns);
-  kafx::free_null(c->highpass);
-  kafx::free_null(c->down);
-  kafx::free_null(c->up);
+  end_block(c->equalizer, equalizer_end);
+  end_block(c->reverb, reverb_end);
+  end_block(c->howling, howling_canceling_end);
+  end_block(c->compressor, compressor_end);
+  end_block(c->echo, iirecho_end);
+  end_block(c->gramo, gramophone_end);
+  end_block(c->ns, kedoNs_FreeCore);
+  end_block(c->highpass, IIR_end);
+  end_block(c->down, Resampler_delete);
+  end_block(c->up, Resampler_delete);
   kafx::free_null(c->left);
   kafx::free_null(c->right);
 }
