@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "support/sequences.h"
 #include "support/variants.h"
 
 namespace {
@@ -19,13 +20,11 @@ using Seq = std::vector<int>;
 Seq run(const Seq& in, bool wide = true, dc_remove* d = nullptr) {
   dc_remove own;
   dc_remove_init(&own);
-  Seq out;
-  for (int x : in) {
+  return kafx_test::per_sample(in, [&](int x) {
     int y = 0;
     (wide ? dc_remove_process_24 : dc_remove_process_16)(d ? d : &own, &x, &y);
-    out.push_back(y);
-  }
-  return out;
+    return y;
+  });
 }
 
 constexpr double kPole = 66840428.0 / 67108864.0;

@@ -11,22 +11,17 @@
 #include <vector>
 
 #include "kafx_proc/delay.h"
+#include "support/sequences.h"
 
 namespace {
 
 using Seq = std::vector<int>;
+using kafx_test::per_sample;
 
 // Model arithmetic, written out with plain 64-bit integers.
 int64_t sat(int64_t v) { return v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v); }
 int64_t no_m1(int64_t v) { return v == -1 ? 0 : v; }
 
-// Feeds a sequence through a per-sample function and collects the outputs.
-template <class F>
-Seq feed(const Seq& in, F f) {
-  Seq out;
-  for (int x : in) out.push_back(f(x));
-  return out;
-}
 
 }  // namespace
 
@@ -34,9 +29,9 @@ TEST(AudioDelay, DelaysClampsAndPassesThrough) {
   audio_delay d;
   audio_delay_init(&d, 4);
   auto run = [&](int x) { return audio_delay_process(&d, x); };
-  EXPECT_EQ(feed({1, 2, 3, 4, 5, 6}, run), (Seq{0, 0, 0, 0, 1, 2}));
+  EXPECT_EQ(per_sample({1, 2, 3, 4, 5, 6}, run), (Seq{0, 0, 0, 0, 1, 2}));
   audio_delay_set_delay(&d, 1);  // below the position (2): one more access there, then wrap to 0
-  EXPECT_EQ(feed({7, 8, 9}, run), (Seq{3, 5, 8}));
+  EXPECT_EQ(per_sample({7, 8, 9}, run), (Seq{3, 5, 8}));
   audio_delay_set_delay(&d, 0);  // input returned, buffer and position untouched
   EXPECT_EQ(run(-123), -123);
   EXPECT_EQ(Seq(d.buffer, d.buffer + 4), (Seq{9, 6, 7, 4}));
@@ -74,7 +69,7 @@ TEST(Comb, HandDerivedSequences) {
     comb_setfeedback(&c, r.feedback);
     r.in.resize(r.shift == 5 ? 40 : r.in.size());
     r.out.resize(r.in.size());
-    EXPECT_EQ(feed(r.in, [&](int x) { return r.shift == 5 ? comb_process_24(x, &c) : comb_process_16(x, &c); }),
+    EXPECT_EQ(per_sample(r.in, [&](int x) { return r.shift == 5 ? comb_process_24(x, &c) : comb_process_16(x, &c); }),
               r.out);
     EXPECT_TRUE(r.shift == 13 || (std::count(c.buffer, c.buffer + r.size, 0) == r.size && !c.lowpass_state));
     comb_end(&c);
@@ -119,7 +114,7 @@ TEST(Allpass, SequencesAndSaturation) {
   allpass_init(&a, 2);
   for (const auto& r : rows) {
     allpass_reset(&a);
-    EXPECT_EQ(feed(r[0], [&](int x) { return allpass_process(x, &a); }), r[1]);
+    EXPECT_EQ(per_sample(r[0], [&](int x) { return allpass_process(x, &a); }), r[1]);
   }
   allpass_end(&a);
   EXPECT_EQ(a.buffer, nullptr);
@@ -143,7 +138,7 @@ TEST(IirComb, LoopFilterFlushAndWrapRules) {
     iircomber_init(&c, 4);
     iircomber_setdelay(&c, r.delay);
     c.b0 = r.b0, c.b1 = r.b1, c.a1 = r.a1;
-    EXPECT_EQ(feed(r.in, [&](int x) { return iircomber_process(x, &c); }), r.out);
+    EXPECT_EQ(per_sample(r.in, [&](int x) { return iircomber_process(x, &c); }), r.out);
     EXPECT_EQ(c.y1, r.y1);
     iircomber_setdelay(&c, 1000);  // clamped to the capacity
     iircomber_getdelay(&c, &r.delay);

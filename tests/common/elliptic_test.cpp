@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "support/sequences.h"
 #include "support/variants.h"
 
 namespace {
@@ -20,13 +21,7 @@ const int kBandPass[13] = {617,     -1060,     268,      0,         -268,    106
                            5909563, -13956198, 17678109, -12667477, 4868827, -784265};
 
 Seq run(elliptic* e, const Seq& in) {
-  Seq out;
-  for (int x : in) {
-    int y = 0;
-    elliptic_process(e, &x, &y);
-    out.push_back(y);
-  }
-  return out;
+  return kafx_test::per_sample(in, [&](int x) { int y = 0; elliptic_process(e, &x, &y); return y; });
 }
 
 Seq run(const int* coef, const Seq& in) {

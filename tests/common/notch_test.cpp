@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "support/sequences.h"
 #include "support/variants.h"
 
 namespace {
@@ -18,13 +19,7 @@ namespace {
 using Seq = std::vector<int>;
 
 Seq run(notch* n, const Seq& in) {
-  Seq out;
-  for (int x : in) {
-    int y = 0;
-    notch_process(n, &x, &y);
-    out.push_back(y);
-  }
-  return out;
+  return kafx_test::per_sample(in, [&](int x) { int y = 0; notch_process(n, &x, &y); return y; });
 }
 
 Seq run(int radius, int centre, const Seq& in) {

@@ -95,6 +95,16 @@ struct Wired {
 
 using kafx_test::random_values;
 
+// One path in place on l and r: 0 the 24-bit stereo path, 1 the 16-bit
+// stereo path (16-bit values in l and r), 2 the mono path (on l; r cleared).
+void run_path(reverb_t* rv, int path, int* l, int* r, unsigned n) {
+  if (path == 0) return reverb_process_stereo_24(rv, l, r, l, r, n);
+  Seq16 a(l, l + n), b(r, r + n);
+  if (path == 1) reverb_process_stereo_16(rv, a.data(), b.data(), a.data(), b.data(), n);
+  if (path == 2) reverb_processMono(rv, a.data(), a.data(), static_cast<int>(n)), b.assign(n, 0);
+  std::copy(a.begin(), a.end(), l), std::copy(b.begin(), b.end(), r);
+}
+
 }  // namespace
 
 TEST(Reverb, DefaultsAndParameterMapping) {
@@ -195,7 +205,7 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
       {{6000, 12000, 8192, 2048, -8192, 8192}, -2458},   // negative width
   };
   const Seq inl = random_values<int>(6000, 1, -8388608, 8388607), inr = random_values<int>(6000, 2, -8388608, 8388607);
-  const Seq16 sl = random_values<short>(6000, 3), sr = random_values<short>(6000, 4);
+  const Seq sl = random_values<int>(6000, 3, -32768, 32767), sr = random_values<int>(6000, 4, -32768, 32767);
   for (const auto& [p, allpass_g] : settings) {
     reverb_t r;
     reverb_init(&r);
@@ -204,23 +214,16 @@ TEST(Reverb, EveryPathEqualsItsBlocksWiredTogether) {
     for (int path = 0; path < 3; ++path) {  // 24-bit, 16-bit, mono
       reverb_reset(&r);
       Wired w(r);
-      Seq ol(inl.size()), orr(inl.size());
-      Seq16 bl = sl, br = sr;  // the 16-bit paths in place
+      Seq ol = path ? sl : inl, orr = path ? sr : inr;
       size_t at = 0;
-      for (unsigned n : {0u, 1u, 17u, 37u, 1031u, 240u, 4674u}) {  // odd block lengths, including 0
-        if (path == 0)
-          reverb_process_stereo_24(&r, const_cast<int*>(&inl[at]), const_cast<int*>(&inr[at]), &ol[at], &orr[at], n);
-        if (path == 1) reverb_process_stereo_16(&r, &bl[at], &br[at], &bl[at], &br[at], n);
-        if (path == 2) reverb_processMono(&r, &bl[at], &bl[at], static_cast<int>(n));
-        at += n;
-      }
+      for (unsigned n : {0u, 1u, 17u, 37u, 1031u, 240u, 4674u})  // odd block lengths, including 0
+        run_path(&r, path, &ol[at], &orr[at], n), at += n;
       ASSERT_EQ(at, inl.size());
       for (size_t i = 0; i < inl.size(); ++i) {
         int e[2] = {0, 0};
-        const int in24[2] = {inl[i], inr[i]}, in16[2] = {sl[i], sr[i]};
-        if (path < 2) w.stereo(path ? in16 : in24, e, path == 0);
-        if (path) ol[i] = bl[i], orr[i] = path == 1 ? br[i] : 0;
-        if (path == 2) e[0] = w.mono(sl[i]);
+        const int in[2] = {path ? sl[i] : inl[i], path ? sr[i] : inr[i]};
+        if (path < 2) w.stereo(in, e, path == 0);
+        if (path == 2) e[0] = w.mono(static_cast<short>(sl[i]));
         ASSERT_TRUE(ol[i] == e[0] && orr[i] == e[1]) << "path " << path << " room " << p.roomsize << " at " << i;
       }
       for (comber* c : r.comb_right)  // mono has no right-channel stage
@@ -261,17 +264,12 @@ TEST(Reverb, TailsDecayToSilence) {
       apply(&r, p);
       const Seq burst = random_values<int>(4800, 21, path ? -32768 : -8388608, path ? 32767 : 8388607);
       Seq l(240), rr(240);
-      Seq16 s(240), t(240);
       long changed = 0, n = 0;
       const long limit = 6000000;
       for (; n < limit && n - changed < 50000; n += 240) {
         const Seq before = {l.back(), rr.back()};
-        for (int i = 0; i < 240; ++i)
-          l[i] = rr[i] = n + i < 4800 ? burst[n + i] : 0, s[i] = t[i] = static_cast<short>(l[i]);
-        if (path == 0) reverb_process_stereo_24(&r, l.data(), rr.data(), l.data(), rr.data(), 240);
-        if (path == 1) reverb_process_stereo_16(&r, s.data(), t.data(), s.data(), t.data(), 240);
-        if (path == 2) reverb_processMono(&r, s.data(), s.data(), 240), t = s;
-        if (path) l.assign(s.begin(), s.end()), rr.assign(t.begin(), t.end());
+        for (int i = 0; i < 240; ++i) l[i] = rr[i] = n + i < 4800 ? burst[n + i] : 0;
+        run_path(&r, path, l.data(), rr.data(), 240);
         for (int i = 0; i < 240; ++i)
           if (l[i] != (i ? l[i - 1] : before[0]) || rr[i] != (i ? rr[i - 1] : before[1])) changed = n + i;
       }
@@ -311,11 +309,9 @@ TEST(Reverb, ExtremeSettingsStayInsideTheDelayLines) {
     reverb_t r;
     reverb_init(&r);
     apply(&r, p);
-    Seq l = wild, rr(wild.rbegin(), wild.rend());
-    reverb_process_stereo_24(&r, l.data(), rr.data(), l.data(), rr.data(), static_cast<unsigned>(l.size()));
-    Seq16 s = random_values<short>(6000, 14), t = s;
-    reverb_process_stereo_16(&r, s.data(), t.data(), s.data(), t.data(), static_cast<unsigned>(s.size()));
-    reverb_processMono(&r, s.data(), s.data(), static_cast<int>(s.size()));
+    Seq l = wild, rr(wild.rbegin(), wild.rend()), s = random_values<int>(6000, 14, -32768, 32767), t = s;
+    run_path(&r, 0, l.data(), rr.data(), 6000);
+    for (int path : {1, 2}) run_path(&r, path, s.data(), t.data(), 6000);
     for (int k = 0; k < 8; ++k)
       EXPECT_TRUE(r.comb_left[k]->index >= 0 && r.comb_left[k]->index < kComb[0][k] && r.comb_right[k]->index >= 0 &&
                   r.comb_right[k]->index < kComb[1][k]);

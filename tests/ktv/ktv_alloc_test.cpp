@@ -11,18 +11,12 @@
 
 #include "kafx_proc/ktv.h"
 #include "support/alloc_hooks.h"
+#include "support/sequences.h"
 #include "tools/howl_sim.h"
 
 namespace {
 
 using kafx_test::AllocCounter;
-
-// 16-bit samples of working-scale material.
-std::vector<short> to16(const std::vector<double>& v) {
-  std::vector<short> s(v.size());
-  for (size_t i = 0; i < s.size(); ++i) s[i] = static_cast<short>(std::clamp(std::lrint(v[i] / 256), -32768L, 32767L));
-  return s;
-}
 
 // Voice with a sustained tone over 1.5 s (a howl to track and lock), then
 // 6 s of silence: past the 5 s hold the notch is released.
@@ -31,7 +25,7 @@ std::vector<short> howl_then_silence() {
   const std::vector<double> t = howl_sim::tone(1600, 1.5, -6);
   for (size_t i = 0; i < std::min(v.size(), t.size()); ++i) v[i] += t[i];
   v.resize(v.size() + 6 * 48000, 0.0);
-  return to16(v);
+  return kafx_test::to16(v);
 }
 
 // Bit s set when some notch is in state s.

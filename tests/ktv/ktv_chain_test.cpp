@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kafx_proc/ktv_chain.h"
+#include "support/sequences.h"
 #include "tools/howl_sim.h"
 
 namespace {
@@ -59,10 +60,10 @@ void all_on(kedo_audio_tx_ktv_t* c) {
 // Voice-like 16-bit material with a steady 2.5 kHz whistle, loud enough to
 // drive the compressor and the canceller.
 Seq16 voice(double seconds, uint64_t seed) {
-  const std::vector<double> v = howl_sim::voice_like(seconds, seed, -16), t = howl_sim::tone(2500, seconds, -14);
-  Seq16 s(v.size());
-  for (size_t i = 0; i < s.size(); ++i) s[i] = static_cast<short>(std::clamp(std::lrint((v[i] + t[i]) / 256), -32768L, 32767L));
-  return s;
+  std::vector<double> v = howl_sim::voice_like(seconds, seed, -16);
+  const std::vector<double> t = howl_sim::tone(2500, seconds, -14);
+  for (size_t i = 0; i < v.size(); ++i) v[i] += t[i];
+  return kafx_test::to16(v);
 }
 
 }  // namespace

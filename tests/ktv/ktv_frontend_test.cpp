@@ -9,20 +9,13 @@
 #include <vector>
 
 #include "kafx_proc/ktv.h"
+#include "support/sequences.h"
 #include "tests/support/log_capture.h"
 #include "tools/howl_sim.h"
 
 namespace {
 
 using Seq16 = std::vector<short>;
-
-// Voice-like 16-bit material, one second at 48 kHz.
-Seq16 voice() {
-  const std::vector<double> v = howl_sim::voice_like(1, 5, -12);
-  Seq16 s(v.size());
-  for (size_t i = 0; i < s.size(); ++i) s[i] = static_cast<short>(std::clamp(std::lrint(v[i] / 256), -32768L, 32767L));
-  return s;
-}
 
 // Every front-end setter, its chain function and a value to send.
 const std::tuple<void (*)(void*, int), void (*)(kedo_audio_tx_ktv_t*, int), int> kForwards[] = {
@@ -62,7 +55,7 @@ TEST(KtvFrontEnd, ForwardsEveryCallToTheChain) {
     front(h, value);
     chain(&ref, value);
   }
-  const Seq16 in = voice();
+  const Seq16 in = kafx_test::to16(howl_sim::voice_like(1, 5, -12));  // one second of voice
   for (size_t at = 0; at + 240 <= in.size(); at += 240) {
     Seq16 x(in.begin() + at, in.begin() + at + 240), al(240), ar(240), bl(240), br(240);
     ASSERT_EQ(kafx_ktv_process_16(h, x.data(), al.data(), ar.data(), 240), 0);
