@@ -102,19 +102,6 @@ struct Reference {
   }
 };
 
-TEST(SpeakerBoostSystem, InitDefaults) {
-  speaker_boost_system_t s;
-  speaker_boost_system_init(&s);
-  EXPECT_EQ((V{s.status, s.nld_gain_left, s.nld_gain_right, s.channel_num, s.lookahead, s.frame_len,
-               s.nld_delay_left->delay, s.drc_full_right->frame_len}),
-            (V{0, 8192, 8192, 2, 2, 960, 1920, 960}));
-  int c[5];
-  speaker_boost_system_get_nld_param(&s, c);
-  EXPECT_EQ(V(c, c + 5), V(kBp48, kBp48 + 5));
-  speaker_boost_system_end(&s);
-  EXPECT_TRUE(s.drc_low_left == nullptr && s.band0_left == nullptr);
-}
-
 // A few limiters and harmonic gains are tuned through the system's accessors and on the reference alike.
 TEST(SpeakerBoostSystem, MatchesTheCompositionOfItsBlocks) {
   for (bool stereo : {true, false}) {
@@ -129,6 +116,9 @@ TEST(SpeakerBoostSystem, MatchesTheCompositionOfItsBlocks) {
     speaker_boost_system_set_nld_gain_left(&sys.s, 5000);
     speaker_boost_system_set_nld_gain_right(&sys.s, 3000);
     ref.nld_gain[0] = 5000, ref.nld_gain[1] = 3000;
+    int bp[5];  // the band-pass row as its getter reports it
+    speaker_boost_system_get_nld_param(&sys.s, bp);
+    EXPECT_EQ(V(bp, bp + 5), V(kBp48, kBp48 + 5));
     std::mt19937 rng(11);
     for (size_t block = 0; block < 40; ++block) {
       V l = tone(240, 70, 3000000, 48000, block * 240), r = tone(240, 2500, 2000000, 48000, block * 240);
