@@ -71,13 +71,11 @@ Seq noise(size_t n, int amplitude, uint32_t seed) {
 TEST(IirEcho, DefaultsDelayClampAndEnd) {
   iirecho e{};
   iirecho_init(&e);
-  int v[5];
-  iirecho_getfeedback(&e, &v[0]);
-  iirecho_getdelay(&e, &v[1]);
-  iirecho_getdry(&e, &v[2]);
-  iirecho_getwet(&e, &v[3]);
-  iirecho_getstatus(&e, &v[4]);
-  EXPECT_EQ(Seq(v, v + 5), (Seq{4096, 1, 2703, 5489, 1}));
+  Seq v(5);
+  int k = 0;
+  for (auto get : {iirecho_getfeedback, iirecho_getdelay, iirecho_getdry, iirecho_getwet, iirecho_getstatus})
+    get(&e, &v[k++]);
+  EXPECT_EQ(v, (Seq{4096, 1, 2703, 5489, 1}));
   iirecho_setdelay(&e, 1000);
   iirecho_getdelay(&e, &v[1]);
   EXPECT_EQ((Seq{v[1], e.left->delay, e.right->delay}), (Seq{350, 16800, 16824}));

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <cstring>
 #include <tuple>
 #include <vector>

@@ -3,8 +3,6 @@
 // null handle.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <tuple>
 #include <vector>
 
