@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "common/biquad.h"
+#include "common/biquad_cascade.h"
 #include "common/lifecycle.h"
 
 using namespace kafx;
@@ -87,9 +88,9 @@ void parameter_equalizer_getparameter_right(parameter_equalizer_t* eq, int (*ban
   get_bands(eq->right_band, bands);
 }
 
-// Block-wise: the gain stage over the whole block, then each section over
-// the whole block (left and right side by side). Every section still sees
-// its samples in order, so this equals the per-sample cascade exactly.
+// Block-wise: the gain stage over the whole block, then the two cascades
+// (common/biquad_cascade.h). Every section still sees its samples in order,
+// so this equals the per-sample cascade exactly.
 void parameter_equalizer_process_stereo(parameter_equalizer_t* eq, int* in_left, int* in_right, int* out_left,
                                         int* out_right, int count) {
   for (int i = 0; i < count; ++i) {
@@ -98,12 +99,12 @@ void parameter_equalizer_process_stereo(parameter_equalizer_t* eq, int* in_left,
     out_left[i] = mulq13(l, eq->gain_left);
     out_right[i] = mulq13(r, eq->gain_right);
   }
-  for (int k = 0; k < kBands; ++k) biquad_block32_pair(eq->left_band[k], out_left, eq->right_band[k], out_right, count);
+  biquad_cascade_pair(eq->left_band, kBands, out_left, eq->right_band, kBands, out_right, count);
 }
 
 void parameter_equalizer_process_mono(parameter_equalizer_t* eq, int* in, int* out, int count) {
   for (int i = 0; i < count; ++i) out[i] = mulq13(in[i], eq->gain_left);
-  for (int k = 0; k < kBands; ++k) biquad_block32(eq->left_band[k], out, count);
+  biquad_cascade(eq->left_band, kBands, out, count);
 }
 
 }  // extern "C"

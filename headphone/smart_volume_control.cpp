@@ -21,7 +21,8 @@
 #include <cstdlib>
 
 #include "common/lifecycle.h"
-#include "common/biquad.h"
+#include "common/biquad_cascade.h"
+#include "common/fixed_point.h"
 #include "headphone/smart_volume_control_tables.h"
 
 using namespace kafx;
@@ -32,7 +33,6 @@ constexpr int32_t kInitAttack = 3;
 constexpr int32_t kInitRelease = 7;
 constexpr int32_t kInitWeights[4] = {3, 1, 0, 2};
 constexpr int64_t kReferenceScale = 67277003;  // reference energy at level 1.0 (8192), times 2^26 / 8192^2
-constexpr int kChunk = 256;                     // samples per pass of the measuring filters
 
 int table_row(SampleRateType rate) {
   if (rate == SAMPLE_RATE_44100) return 0;
@@ -65,30 +65,6 @@ int32_t abs_peak(const int* x, int n) {
 struct BandSums {
   uint64_t s[4] = {0, 0, 0, 0};  // low, mid, high, rest; sums wrap
 };
-
-inline uint64_t square(int32_t v) { return static_cast<uint64_t>(static_cast<int64_t>(v) * v); }
-
-// Band energies of one channel over n <= kChunk samples: each stage's
-// low-pass runs over the whole chunk, the remainder (input minus low-pass,
-// saturating) feeds the next stage.
-void measure(IIR_t* const* lp, const int* x, int n, BandSums* sums) {
-  int32_t rest[kChunk];
-  int32_t low[kChunk];
-  for (int i = 0; i < n; ++i) rest[i] = x[i];
-  for (int stage = 0; stage < 3; ++stage) {
-    for (int i = 0; i < n; ++i) low[i] = rest[i];
-    biquad_block32(lp[stage], low, n);
-    uint64_t acc = 0;
-    for (int i = 0; i < n; ++i) {
-      acc += square(low[i]);
-      rest[i] = sat_sub(rest[i], low[i]);
-    }
-    sums->s[stage] += acc;
-  }
-  uint64_t acc = 0;
-  for (int i = 0; i < n; ++i) acc += square(rest[i]);
-  sums->s[3] += acc;
-}
 
 int64_t weighted(const smart_volume_control_t* s, const BandSums& b) {
   const int32_t w[4] = {s->weight_low, s->weight_mid, s->weight_high, s->weight_rest};
@@ -199,11 +175,7 @@ void smart_volume_control_process(smart_volume_control_t* s, int* in_left, int* 
   s->peak_env = pk > s->peak_env ? pk : s->peak_env + ((pk - s->peak_env) >> 9);
   // 3-4. Weighted band energies; the louder channel decides.
   BandSums left, right;
-  for (int done = 0; done < n; done += kChunk) {
-    const int m = n - done < kChunk ? n - done : kChunk;
-    measure(s->lp_left, in_left + done, m, &left);
-    measure(s->lp_right, in_right + done, m, &right);
-  }
+  biquad_split_energies(s->lp_left, in_left, left.s, s->lp_right, in_right, right.s, 3, n);
   const int64_t el = weighted(s, left);
   const int64_t er = weighted(s, right);
   const int64_t e = (el > er ? el : er) >> 24;

@@ -1,0 +1,353 @@
+// Cascades and band splits of 32-bit biquad sections: the section-after-
+// section references and the AVX2 wavefront (see common/biquad_cascade.h).
+#include "common/biquad_cascade.h"
+
+#include "common/biquad.h"
+
+#if KAFX_AVX2_VARIANTS
+#include <immintrin.h>
+#endif
+
+namespace kafx {
+namespace {
+
+inline uint64_t square_wrap(int32_t v) { return static_cast<uint64_t>(static_cast<int64_t>(v) * v); }
+
+// The reference: each section over the whole block, left and right side by
+// side while both cascades have sections left.
+void cascade_sectionwise(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r, int n) {
+  const int both = nl < nr ? nl : nr;
+  for (int k = 0; k < both; ++k) biquad_block32_pair(left[k], l, right[k], r, n);
+  for (int k = both; k < nl; ++k) biquad_block32(left[k], l, n);
+  for (int k = both; k < nr; ++k) biquad_block32(right[k], r, n);
+}
+
+// The band split's reference: each stage's section over a chunk of the
+// remainders, then the squares and the new remainders.
+void split_sectionwise(IIR_t* const* left, const int32_t* l, uint64_t* energy_left, IIR_t* const* right,
+                       const int32_t* r, uint64_t* energy_right, int count, int n) {
+  constexpr int kChunk = 256;
+  int32_t rest[2][kChunk];
+  int32_t low[2][kChunk];
+  const int32_t* x[2] = {l, r};
+  uint64_t* energy[2] = {energy_left, energy_right};
+  for (int done = 0; done < n; done += kChunk) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    for (int c = 0; c < 2; ++c)
+      for (int i = 0; i < m; ++i) rest[c][i] = x[c][done + i];
+    for (int k = 0; k < count; ++k) {
+      for (int c = 0; c < 2; ++c)
+        for (int i = 0; i < m; ++i) low[c][i] = rest[c][i];
+      biquad_block32_pair(left[k], low[0], right[k], low[1], m);
+      for (int c = 0; c < 2; ++c) {
+        uint64_t acc = 0;
+        for (int i = 0; i < m; ++i) {
+          acc += square_wrap(low[c][i]);
+          rest[c][i] = sat_sub(rest[c][i], low[c][i]);
+        }
+        energy[c][k] += acc;
+      }
+    }
+    for (int c = 0; c < 2; ++c) {
+      uint64_t acc = 0;
+      for (int i = 0; i < m; ++i) acc += square_wrap(rest[c][i]);
+      energy[c][count] += acc;
+    }
+  }
+}
+
+#if KAFX_AVX2_VARIANTS
+
+// The wavefront. Every section is one 64-bit lane, four lanes per vector.
+// A channel owns C consecutive lanes (mono: all of them; stereo: lanes
+// 0..C-1 left, C..2C-1 right) and puts its m working sections in its last m
+// lanes, in order; the lanes before them are bypass lanes that hand their
+// input on unchanged. At step t the lane at position p of its channel works
+// on sample t - p, taking as input what the lane before it produced at step
+// t - 1 (the first lane of a channel takes the new sample). All recursions
+// thus advance together, each section still sees its samples in order, and
+// each channel's output leaves its last lane C - 1 steps after its input
+// entered. The per-lane arithmetic is the section's own:
+//   x0 = in x 32 saturated; acc = b0 x0 + b1 x1 + b2 x2 + a1 y1 + a2 y2 (64-bit,
+//   wrapping); y = sat32(acc >> 28), -1 -> 0; out = y >> 5.
+// Only the low 32 bits of a lane carry a value (the 32x32->64 multiply reads
+// only those). In the first and last C - 1 steps some lanes have no sample
+// (yet, or any more); those lanes keep their state.
+template <int kVecs>
+struct Wavefront {
+  __m256i b0[kVecs], b1[kVecs], b2[kVecs], a1[kVecs], a2[kVecs];
+  __m256i x1[kVecs], x2[kVecs], y1[kVecs], y2[kVecs], out[kVecs];
+  __m256i pos[kVecs];     // position p of each lane in its channel
+  __m256i bypass[kVecs];  // all ones in bypass lanes
+  __m256i energy[kVecs];  // band split: sums of the squared outputs
+};
+
+// kRight: first lane of the right channel (its capacity C), 0 in mono.
+// kSplit: the band-split form (see run_split below) instead of a cascade.
+template <int kVecs, int kRight, bool kMasked, bool kSplit>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, int32_t xl, int32_t xr, int t,
+                                                               int n) {
+  const __m256i hi_in = _mm256_set1_epi32(INT32_MAX >> 5);
+  const __m256i lo_in = _mm256_set1_epi32(INT32_MIN >> 5);
+  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
+  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
+  const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
+  const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
+  const __m256i minus1 = _mm256_set1_epi32(-1);
+  // Every lane takes the previous step's output of the lane below it; the
+  // first lane of each channel takes that channel's new sample.
+  __m256i in[kVecs];
+  in[0] = _mm256_blend_epi32(_mm256_permute4x64_epi64(w.out[0], _MM_SHUFFLE(2, 1, 0, 3)), _mm256_set1_epi32(xl), 0x03);
+  for (int j = 1; j < kVecs; ++j) {
+    in[j] = _mm256_blend_epi32(_mm256_permute4x64_epi64(w.out[j], _MM_SHUFFLE(2, 1, 0, 3)),
+                               _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 3, 3)), 0x03);
+  }
+  if constexpr (kRight > 0) {
+    in[kRight / 4] = _mm256_blend_epi32(in[kRight / 4], _mm256_set1_epi32(xr), 0x3 << (2 * (kRight % 4)));
+  } else {
+    (void)xr;
+  }
+  for (int j = 0; j < kVecs; ++j) {
+    const __m256i v = in[j];
+    __m256i x0 = _mm256_slli_epi32(_mm256_max_epi32(v, lo_in), 5);
+    x0 = _mm256_blendv_epi8(x0, max32, _mm256_cmpgt_epi32(v, hi_in));
+    // The terms of the history first: only the newest input's product is
+    // on the path from one lane to the next (the sum wraps, so the order
+    // does not change it).
+    const __m256i hist = _mm256_add_epi64(
+        _mm256_add_epi64(_mm256_mul_epi32(w.b1[j], w.x1[j]), _mm256_mul_epi32(w.b2[j], w.x2[j])),
+        _mm256_add_epi64(_mm256_mul_epi32(w.a1[j], w.y1[j]), _mm256_mul_epi32(w.a2[j], w.y2[j])));
+    const __m256i acc = _mm256_add_epi64(hist, _mm256_mul_epi32(w.b0[j], x0));
+    __m256i y = _mm256_srli_epi64(acc, 28);
+    y = _mm256_blendv_epi8(y, max32, _mm256_cmpgt_epi64(acc, acc_hi));
+    y = _mm256_blendv_epi8(y, min32, _mm256_cmpgt_epi64(acc_lo, acc));
+    y = _mm256_andnot_si256(_mm256_cmpeq_epi32(y, minus1), y);
+    const __m256i o = _mm256_blendv_epi8(_mm256_srai_epi32(y, 5), v, w.bypass[j]);
+    // What the lane hands on: its output, or in the band split the
+    // remainder v - o saturated to 32 bits.
+    __m256i hand = o;
+    __m256i sq = _mm256_setzero_si256();
+    if constexpr (kSplit) {
+      const __m256i d = _mm256_sub_epi32(v, o);
+      const __m256i overflow = _mm256_and_si256(_mm256_xor_si256(v, o), _mm256_xor_si256(v, d));
+      const __m256i limit = _mm256_xor_si256(_mm256_srai_epi32(v, 31), _mm256_set1_epi32(INT32_MAX));
+      hand = _mm256_castps_si256(
+          _mm256_blendv_ps(_mm256_castsi256_ps(d), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
+      sq = _mm256_mul_epi32(o, o);
+    }
+    if constexpr (kMasked) {
+      // A lane at position p is live when 0 <= t - p < n.
+      const __m256i live = _mm256_and_si256(_mm256_cmpgt_epi64(_mm256_set1_epi64x(t + 1), w.pos[j]),
+                                            _mm256_cmpgt_epi64(w.pos[j], _mm256_set1_epi64x(int64_t{t} - n)));
+      w.x2[j] = _mm256_blendv_epi8(w.x2[j], w.x1[j], live);
+      w.x1[j] = _mm256_blendv_epi8(w.x1[j], x0, live);
+      w.y2[j] = _mm256_blendv_epi8(w.y2[j], w.y1[j], live);
+      w.y1[j] = _mm256_blendv_epi8(w.y1[j], y, live);
+      w.out[j] = _mm256_blendv_epi8(w.out[j], hand, live);
+      if constexpr (kSplit) w.energy[j] = _mm256_add_epi64(w.energy[j], _mm256_and_si256(sq, live));
+    } else {
+      w.x2[j] = w.x1[j];
+      w.x1[j] = x0;
+      w.y2[j] = w.y1[j];
+      w.y1[j] = y;
+      w.out[j] = hand;
+      if constexpr (kSplit) w.energy[j] = _mm256_add_epi64(w.energy[j], sq);
+    }
+  }
+}
+
+// One lane's section (null for a bypass lane).
+struct LaneMap {
+  IIR_t* section[20] = {};
+};
+
+// Runs the lanes of `map` over n samples of xl (and xr): a cascade writes
+// each channel's last lane to yl (yr); the band split writes no samples
+// and adds each lane's sum of squared outputs to energy[lane].
+template <int kVecs, int kRight, bool kSplit>
+KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const int32_t* xr, int32_t* yl, int32_t* yr,
+                                    int n, uint64_t* energy) {
+  constexpr int kLanes = 4 * kVecs;
+  constexpr int kCap = kRight > 0 ? kRight : kLanes;  // lanes per channel
+  constexpr int kLast = kCap - 1;                     // steps from input to output
+  alignas(32) int64_t lanes[11][kLanes] = {};
+  for (int i = 0; i < kLanes; ++i) {
+    lanes[9][i] = i % kCap;
+    const IIR_t* f = map.section[i];
+    if (f == nullptr) {
+      lanes[10][i] = -1;
+      continue;
+    }
+    for (int c = 0; c < 5; ++c) lanes[c][i] = f->coef[c];
+    for (int h = 1; h < 5; ++h) lanes[4 + h][i] = f->state[h];  // x1, x2, y1, y2
+  }
+  Wavefront<kVecs> w;
+  __m256i* dst[11] = {w.b0, w.b1, w.b2, w.a1, w.a2, w.x1, w.x2, w.y1, w.y2, w.pos, w.bypass};
+  for (int q = 0; q < 11; ++q) {
+    for (int j = 0; j < kVecs; ++j) dst[q][j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(&lanes[q][4 * j]));
+  }
+  for (int j = 0; j < kVecs; ++j) w.out[j] = w.energy[j] = _mm256_setzero_si256();
+  for (int t = 0; t < n + kLast; ++t) {
+    const int32_t l = t < n ? xl[t] : 0;
+    const int32_t r = kRight > 0 && t < n ? xr[t] : 0;
+    if (t >= kLast && t < n) {
+      wave_step<kVecs, kRight, false, kSplit>(w, l, r, t, n);
+    } else {
+      wave_step<kVecs, kRight, true, kSplit>(w, l, r, t, n);
+    }
+    if constexpr (!kSplit) {
+      if (t >= kLast) {
+        yl[t - kLast] = _mm256_extract_epi32(w.out[kLast / 4], 2 * (kLast % 4));
+        if constexpr (kRight > 0) yr[t - kLast] = _mm256_extract_epi32(w.out[kVecs - 1], 6);
+      }
+    }
+  }
+  for (int q = 5; q < 9; ++q) {
+    for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&lanes[q][4 * j]), dst[q][j]);
+  }
+  for (int i = 0; i < kLanes; ++i) {
+    IIR_t* f = map.section[i];
+    if (f == nullptr) continue;
+    int32_t* st = f->state;
+    for (int h = 1; h < 5; ++h) st[h] = static_cast<int32_t>(lanes[4 + h][i]);
+    st[0] = st[1];  // word 0 holds the last input
+  }
+  if constexpr (kSplit) {
+    alignas(32) uint64_t sums[kLanes];
+    for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&sums[4 * j]), w.energy[j]);
+    for (int i = 0; i < kLanes; ++i) energy[i] += sums[i];
+  } else {
+    (void)energy;
+  }
+}
+
+// Places a channel's working sections (status != 0) in the last lanes of
+// its span [first, first + cap); returns how many there are.
+int place(LaneMap& map, int first, int cap, IIR_t* const* sections, int count) {
+  IIR_t* working[kCascadeMaxSections];
+  int m = 0;
+  for (int k = 0; k < count; ++k)
+    if (sections[k]->status != 0) working[m++] = sections[k];
+  for (int k = 0; k < m; ++k) map.section[first + cap - m + k] = working[k];
+  return m;
+}
+
+int working_sections(IIR_t* const* sections, int count) {
+  int m = 0;
+  for (int k = 0; k < count; ++k) m += sections[k]->status != 0;
+  return m;
+}
+
+template <int kVecs>
+KAFX_TARGET_AVX2 void mono_wavefront(IIR_t* const* sec, int count, int32_t* x, int n) {
+  LaneMap map;
+  place(map, 0, 4 * kVecs, sec, count);
+  run_wavefront<kVecs, 0, false>(map, x, nullptr, x, nullptr, n, nullptr);
+}
+
+template <int kCap>
+KAFX_TARGET_AVX2 void stereo_wavefront(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr,
+                                       int32_t* r, int n) {
+  LaneMap map;
+  place(map, 0, kCap, left, nl);
+  place(map, kCap, kCap, right, nr);
+  run_wavefront<kCap / 2, kCap, false>(map, l, r, l, r, n, nullptr);
+}
+
+KAFX_TARGET_AVX2 void cascade_wavefront(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r,
+                                        int n) {
+  if (n <= 0) return;
+  if (nl > kCascadeMaxSections || nr > kCascadeMaxSections) {
+    cascade_sectionwise(left, nl, l, right, nr, r, n);
+    return;
+  }
+  const int ml = working_sections(left, nl);
+  const int mr = working_sections(right, nr);
+  if (mr == 0 || ml == 0) {  // one cascade (or none) does any work
+    IIR_t* const* sec = mr == 0 ? left : right;
+    const int count = mr == 0 ? nl : nr;
+    int32_t* x = mr == 0 ? l : r;
+    const int m = mr == 0 ? ml : mr;
+    if (m == 0) return;
+    if (m <= 4) {
+      mono_wavefront<1>(sec, count, x, n);
+    } else if (m <= 8) {
+      mono_wavefront<2>(sec, count, x, n);
+    } else {
+      mono_wavefront<3>(sec, count, x, n);
+    }
+    return;
+  }
+  const int m = ml > mr ? ml : mr;
+  if (m <= 2) {
+    stereo_wavefront<2>(left, nl, l, right, nr, r, n);
+  } else if (m <= 4) {
+    stereo_wavefront<4>(left, nl, l, right, nr, r, n);
+  } else if (m <= 6) {
+    stereo_wavefront<6>(left, nl, l, right, nr, r, n);
+  } else if (m <= 8) {
+    stereo_wavefront<8>(left, nl, l, right, nr, r, n);
+  } else {
+    stereo_wavefront<10>(left, nl, l, right, nr, r, n);
+  }
+}
+
+template <int kCap>
+KAFX_TARGET_AVX2 void split_lanes(IIR_t* const* left, const int32_t* l, uint64_t* energy_left, IIR_t* const* right,
+                                  const int32_t* r, uint64_t* energy_right, int count, int n) {
+  // Stage k in lane k of its channel (a switched-off stage as a bypass
+  // lane: its remainder is then 0, as in the reference); the bypass lane
+  // after the last stage sums the squares of the final remainder.
+  LaneMap map;
+  for (int k = 0; k < count; ++k) {
+    map.section[k] = left[k]->status != 0 ? left[k] : nullptr;
+    map.section[kCap + k] = right[k]->status != 0 ? right[k] : nullptr;
+  }
+  uint64_t energy[2 * kCap] = {};
+  run_wavefront<kCap / 2, kCap, true>(map, l, r, nullptr, nullptr, n, energy);
+  for (int k = 0; k <= count; ++k) {
+    energy_left[k] += energy[k];
+    energy_right[k] += energy[kCap + k];
+  }
+}
+
+KAFX_TARGET_AVX2 void split_wavefront(IIR_t* const* left, const int32_t* l, uint64_t* energy_left, IIR_t* const* right,
+                                      const int32_t* r, uint64_t* energy_right, int count, int n) {
+  if (n <= 0) return;
+  if (count < 2) {
+    split_lanes<2>(left, l, energy_left, right, r, energy_right, count, n);
+  } else if (count < 4) {
+    split_lanes<4>(left, l, energy_left, right, r, energy_right, count, n);
+  } else if (count < 6) {
+    split_lanes<6>(left, l, energy_left, right, r, energy_right, count, n);
+  } else if (count < 8) {
+    split_lanes<8>(left, l, energy_left, right, r, energy_right, count, n);
+  } else if (count < 10) {
+    split_lanes<10>(left, l, energy_left, right, r, energy_right, count, n);
+  } else {
+    split_sectionwise(left, l, energy_left, right, r, energy_right, count, n);
+  }
+}
+
+#endif  // KAFX_AVX2_VARIANTS
+
+}  // namespace
+
+const KernelVariants<BiquadCascadePair> biquad_cascade_pair_variants = {
+    "biquad_cascade_pair", {cascade_sectionwise, KAFX_AVX2_ONLY(cascade_wavefront)}};
+
+void biquad_cascade_pair(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r, int n) {
+  static const BiquadCascadePair chosen = choose(biquad_cascade_pair_variants);
+  chosen(left, nl, l, right, nr, r, n);
+}
+
+const KernelVariants<BiquadSplitEnergies> biquad_split_energies_variants = {
+    "biquad_split_energies", {split_sectionwise, KAFX_AVX2_ONLY(split_wavefront)}};
+
+void biquad_split_energies(IIR_t* const* left, const int32_t* l, uint64_t* energy_left, IIR_t* const* right,
+                           const int32_t* r, uint64_t* energy_right, int count, int n) {
+  static const BiquadSplitEnergies chosen = choose(biquad_split_energies_variants);
+  chosen(left, l, energy_left, right, r, energy_right, count, n);
+}
+
+}  // namespace kafx
