@@ -46,65 +46,42 @@ struct Options {
   std::string out_path;
 };
 
-int usage_error(const std::string& message) {
-  std::fprintf(stderr, "kafx headphone: %s\n(see 'kafx headphone --help')\n", message.c_str());
-  return 2;
-}
-
-int failure(const std::string& message) {
-  std::fprintf(stderr, "kafx headphone: %s\n", message.c_str());
-  return 1;
-}
+constexpr kafx_tool::Command kCmd{"headphone"};
 
 // Returns 0 when the options are complete, otherwise an exit code (-1: help shown).
 int parse_options(int argc, char** argv, Options* o) {
-  std::vector<std::string> positional;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kafx_headphone_usage(), stdout);
-      return -1;
-    }
+  auto option = [o](const std::string& a, const char* v) -> int {
     if (a == "--strict") {
       o->strict = true;
-      continue;
-    }
-    const bool takes_value = a == "--effect" || a == "--adapter" || a == "--record" || a == "--save-record" ||
-                             a == "--reverb" || a == "--geq" || a == "--format" || a == "--block";
-    if (takes_value) {
-      if (i + 1 >= argc) return usage_error(a + " needs a value");
-      const char* v = argv[++i];
-      if (a == "--effect") {
-        if (!kafx_tool::parse_int(v, 0, 5, &o->effect)) return usage_error("--effect must be 0 to 5");
-      } else if (a == "--adapter") {
-        if (!kafx_tool::parse_int(v, 0, 7, &o->adapter)) return usage_error("--adapter must be 0 to 7");
-      } else if (a == "--record") {
-        o->record_in = v;
-      } else if (a == "--save-record") {
-        o->record_out = v;
-      } else if (a == "--reverb") {
-        if (!kafx_tool::parse_int_list(v, kReverbValues, INT32_MIN, INT32_MAX, &o->reverb))
-          return usage_error("--reverb needs six comma-separated integers: room,damp,wet,dry,width,gain");
-      } else if (a == "--geq") {
-        if (!kafx_tool::parse_int_list(v, kGeqValues, -15, 15, &o->geq))
-          return usage_error("--geq needs ten comma-separated gain steps from -15 to 15");
-      } else if (a == "--format") {
-        if (!kafx_tool::parse_int(v, 16, 32, &o->format_bits) ||
-            (o->format_bits != 16 && o->format_bits != 24 && o->format_bits != 32))
-          return usage_error("--format must be 16, 24 or 32");
-      } else if (!kafx_tool::parse_int(v, 1, kMaxBlock, &o->block)) {
-        return usage_error("--block must be a frame count from 1 to " + std::to_string(kMaxBlock));
-      }
-    } else if (a.size() > 1 && a[0] == '-') {
-      return usage_error("unknown option '" + a + "'");
+    } else if (a == "--effect") {
+      if (!kafx_tool::parse_int(v, 0, 5, &o->effect)) return kCmd.usage_error("--effect must be 0 to 5");
+    } else if (a == "--adapter") {
+      if (!kafx_tool::parse_int(v, 0, 7, &o->adapter)) return kCmd.usage_error("--adapter must be 0 to 7");
+    } else if (a == "--record") {
+      o->record_in = v;
+    } else if (a == "--save-record") {
+      o->record_out = v;
+    } else if (a == "--reverb") {
+      if (!kafx_tool::parse_int_list(v, kReverbValues, INT32_MIN, INT32_MAX, &o->reverb))
+        return kCmd.usage_error("--reverb needs six comma-separated integers: room,damp,wet,dry,width,gain");
+    } else if (a == "--geq") {
+      if (!kafx_tool::parse_int_list(v, kGeqValues, -15, 15, &o->geq))
+        return kCmd.usage_error("--geq needs ten comma-separated gain steps from -15 to 15");
+    } else if (a == "--format") {
+      return kafx_tool::parse_format_option(kCmd, v, &o->format_bits);
+    } else if (a == "--block") {
+      return kafx_tool::parse_block_option(kCmd, v, kMaxBlock, &o->block);
     } else {
-      positional.push_back(a);
+      return kCmd.usage_error("unknown option '" + a + "'");
     }
-  }
-  if (positional.empty() || positional.size() > 2) return usage_error("expected [IN.wav] OUT.wav");
-  o->out_path = positional.back();
-  if (positional.size() == 2) o->in_path = positional.front();
-  if (!o->reverb.empty() && !o->geq.empty()) return usage_error("--reverb and --geq exclude each other");
+    return 0;
+  };
+  const int rc = kafx_tool::walk_command_line(
+      kCmd, argc, argv, kafx_headphone_usage(),
+      {"--effect", "--adapter", "--record", "--save-record", "--reverb", "--geq", "--format", "--block"}, option,
+      "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
+  if (rc != 0) return rc;
+  if (!o->reverb.empty() && !o->geq.empty()) return kCmd.usage_error("--reverb and --geq exclude each other");
   return 0;
 }
 
@@ -253,17 +230,17 @@ int kafx_headphone_main(int argc, char** argv) {
 
   std::string error;
   audio_effect_control_acdb_t from_file{};
-  if (!o.record_in.empty() && !read_record(o.record_in, &from_file, &error)) return failure(error);
+  if (!o.record_in.empty() && !read_record(o.record_in, &from_file, &error)) return kCmd.failure(error);
   const audio_effect_control_acdb_t record = build_record(o, from_file);
 
   if (o.in_path.empty()) {
     const std::string in = kafx_tool::builtin_input_path(o.out_path);
-    if (in.empty()) return usage_error("OUT.wav must not be named default_in.wav");
-    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return failure(error);
+    if (in.empty()) return kCmd.usage_error("OUT.wav must not be named default_in.wav");
+    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return kCmd.failure(error);
     o.in_path = in;
   }
 
-  kafx_tool::StreamOptions so{"headphone", o.strict};
+  kafx_tool::StreamOptions so{kCmd.name, o.strict};
   void* handle = nullptr;
   struct Release {
     void** h;
@@ -329,7 +306,7 @@ int kafx_headphone_main(int argc, char** argv) {
   const int status = kafx_tool::run_stream(so, o.in_path, o.out_path, setup, &r);
   if (status != 0) return status;
   const int block_len = static_cast<kafx_hp_effect_t*>(handle)->block_len;
-  if (!o.record_out.empty() && !write_record(o.record_out, record, &error)) return failure(error);
+  if (!o.record_out.empty() && !write_record(o.record_out, record, &error)) return kCmd.failure(error);
 
   FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
   const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;

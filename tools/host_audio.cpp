@@ -19,6 +19,11 @@ bool parse_int(const char* text, long lo, long hi, int* value) {
 }
 
 bool parse_int_list(const std::string& text, size_t count, long lo, long hi, std::vector<int>* values) {
+  return parse_int_list(text, count, count, lo, hi, values);
+}
+
+bool parse_int_list(const std::string& text, size_t min_count, size_t max_count, long lo, long hi,
+                    std::vector<int>* values) {
   values->clear();
   size_t pos = 0;
   while (true) {
@@ -27,9 +32,57 @@ bool parse_int_list(const std::string& text, size_t count, long lo, long hi, std
     int v = 0;
     if (!parse_int(token.c_str(), lo, hi, &v)) return false;
     values->push_back(v);
-    if (comma == std::string::npos) return values->size() == count;
+    if (comma == std::string::npos) return values->size() >= min_count && values->size() <= max_count;
     pos = comma + 1;
   }
+}
+
+int Command::usage_error(const std::string& message) const {
+  std::fprintf(stderr, "kafx %s: %s\n(see 'kafx %s --help')\n", name, message.c_str(), name);
+  return 2;
+}
+
+int Command::failure(const std::string& message) const {
+  std::fprintf(stderr, "kafx %s: %s\n", name, message.c_str());
+  return 1;
+}
+
+int walk_command_line(const Command& cmd, int argc, char** argv, const char* usage,
+                      std::initializer_list<std::string_view> valued,
+                      const std::function<int(const std::string& name, const char* value)>& option, const char* shape,
+                      std::string* in, std::string* out) {
+  std::vector<std::string> positional;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "-h" || a == "--help") {
+      std::fputs(usage, stdout);
+      return -1;
+    }
+    if (std::find(valued.begin(), valued.end(), a) != valued.end()) {
+      if (i + 1 >= argc) return cmd.usage_error(a + " needs a value");
+      if (const int rc = option(a, argv[++i]); rc != 0) return rc;
+    } else if (a.size() > 1 && a[0] == '-') {
+      if (const int rc = option(a, nullptr); rc != 0) return rc;
+    } else {
+      positional.push_back(a);
+    }
+  }
+  if (positional.empty() || positional.size() > 2) return cmd.usage_error(std::string("expected ") + shape);
+  *out = positional.back();
+  if (positional.size() == 2) *in = positional.front();
+  return 0;
+}
+
+int parse_format_option(const Command& cmd, const char* value, int* bits) {
+  if (!parse_int(value, 16, 32, bits) || (*bits != 16 && *bits != 24 && *bits != 32))
+    return cmd.usage_error("--format must be 16, 24 or 32");
+  return 0;
+}
+
+int parse_block_option(const Command& cmd, const char* value, int max_block, int* block) {
+  if (!parse_int(value, 1, max_block, block))
+    return cmd.usage_error("--block must be a frame count from 1 to " + std::to_string(max_block));
+  return 0;
 }
 
 bool readable(const std::string& path) {

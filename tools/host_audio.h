@@ -5,16 +5,52 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kafx_tool {
+
+// A kafx command's messages on standard error.
+struct Command {
+  const char* name;  // "headphone", "speaker", ...
+  // "kafx NAME: MESSAGE" and where the help is; returns 2, the exit code of
+  // a usage error.
+  int usage_error(const std::string& message) const;
+  // "kafx NAME: MESSAGE"; returns 1, the exit code of a failed run.
+  int failure(const std::string& message) const;
+};
+
+// Walks the arguments of "kafx NAME [options] [IN] OUT". -h and --help print
+// `usage` and give -1. An option listed in `valued` takes the next argument
+// (a usage error when there is none); any other argument starting with '-'
+// (but "-" itself) is an option without value. `option` gets each option and
+// its value (null for none) in order and returns 0 or an exit code, which
+// stops the walk. The other arguments must be one or two: the last is *out,
+// a first one *in (left as it is otherwise); else the usage error is
+// "expected `shape`".
+int walk_command_line(const Command& cmd, int argc, char** argv, const char* usage,
+                      std::initializer_list<std::string_view> valued,
+                      const std::function<int(const std::string& name, const char* value)>& option, const char* shape,
+                      std::string* in, std::string* out);
+
+// The values of --format (host sample width 16, 24 or 32) and --block
+// (frames per call, 1 to max_block): 0, or the usage error.
+int parse_format_option(const Command& cmd, const char* value, int* bits);
+int parse_block_option(const Command& cmd, const char* value, int max_block, int* block);
 
 // A whole decimal integer within [lo, hi].
 bool parse_int(const char* text, long lo, long hi, int* value);
 
 // Exactly `count` comma-separated decimal integers within [lo, hi].
 bool parse_int_list(const std::string& text, size_t count, long lo, long hi, std::vector<int>* values);
+
+// From `min_count` to `max_count` comma-separated decimal integers within
+// [lo, hi].
+bool parse_int_list(const std::string& text, size_t min_count, size_t max_count, long lo, long hi,
+                    std::vector<int>* values);
 
 // Whether the file can be opened for reading.
 bool readable(const std::string& path);

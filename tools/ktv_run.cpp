@@ -1,7 +1,6 @@
 #include "ktv_run.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -16,6 +15,7 @@
 #include <sndfile.h>
 
 #include "audio_summary.h"
+#include "host_audio.h"
 #include "kafx_proc/ktv.h"
 #include "stream_runner.h"
 #include "wav_io.h"
@@ -39,51 +39,20 @@ struct Options {
   std::string in_path, out_path;
 };
 
-int usage_error(const std::string& message) {
-  std::fprintf(stderr, "kafx ktv: %s\n(see 'kafx ktv --help')\n", message.c_str());
-  return 2;
-}
+constexpr kafx_tool::Command kCmd{"ktv"};
 
-int failure(const std::string& message) {
-  std::fprintf(stderr, "kafx ktv: %s\n", message.c_str());
-  return 1;
-}
-
-bool parse_int(const std::string& text, long lo, long hi, int* value) {
-  errno = 0;
-  char* end = nullptr;
-  const long v = std::strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || *end != '\0' || v < lo || v > hi) return false;
-  *value = static_cast<int>(v);
-  return true;
-}
-
-// Comma-separated integers within [lo, hi]; between min_n and max_n of them.
-bool parse_list(const std::string& text, long lo, long hi, size_t min_n, size_t max_n, int* out) {
-  std::vector<std::string> tokens;
-  size_t pos = 0;
-  for (;;) {
-    const size_t comma = text.find(',', pos);
-    tokens.push_back(text.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos));
-    if (comma == std::string::npos) break;
-    pos = comma + 1;
-  }
-  if (tokens.size() < min_n || tokens.size() > max_n) return false;
-  for (size_t i = 0; i < tokens.size(); ++i)
-    if (!parse_int(tokens[i], lo, hi, &out[i])) return false;
+// From min_n to max_n comma-separated integers within [lo, hi] into out[0..).
+bool parse_list(const char* text, long lo, long hi, size_t min_n, size_t max_n, int* out) {
+  std::vector<int> values;
+  if (!kafx_tool::parse_int_list(text, min_n, max_n, lo, hi, &values)) return false;
+  std::copy(values.begin(), values.end(), out);
   return true;
 }
 
 // Returns 0 when the options are complete, otherwise an exit code (-1: help shown).
 int parse_options(int argc, char** argv, Options* o) {
-  std::vector<std::string> positional;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
-    if (a == "-h" || a == "--help") {
-      std::fputs(kafx_ktv_usage(), stdout);
-      return -1;
-    } else if (a == "--gramophone") {
+  auto option = [o](const std::string& a, const char* v) -> int {
+    if (a == "--gramophone") {
       o->gramophone = true;
     } else if (a == "--compressor") {
       o->compressor = true;
@@ -91,38 +60,31 @@ int parse_options(int argc, char** argv, Options* o) {
       o->howling = true;
     } else if (a == "--strict") {
       o->strict = true;
-    } else if (a == "--eq" || a == "--reverb" || a == "--echo" || a == "--voice-gain") {
-      const char* v = value();
-      if (v == nullptr) return usage_error(a + " needs a value");
-      if (a == "--eq") {
-        if (!parse_list(v, -15, 15, 10, 10, o->eq_index))
-          return usage_error("--eq needs ten comma-separated gain steps from -15 to 15 (dB)");
-        o->eq = true;
-      } else if (a == "--reverb") {
-        if (!parse_list(v, 0, 8192, 6, 6, o->reverb_param))
-          return usage_error("--reverb needs room,damp,wet,dry,width,gain: six integers from 0 to 8192 (Q13)");
-        o->reverb = true;
-      } else if (a == "--echo") {
-        int p[4] = {0, o->echo_param[1], o->echo_param[2], o->echo_param[3]};
-        if (!parse_list(v, 0, 16384, 1, 4, p) || p[0] < 1 || p[0] > kMaxEchoMs)
-          return usage_error("--echo needs MS (1 to 350) and optionally feedback,wet,dry (0 to 16384, Q13)");
-        std::copy(p, p + 4, o->echo_param);
-        o->echo = true;
-      } else {
-        if (!parse_int(v, 0, 65536, &o->voice_gain))
-          return usage_error("--voice-gain needs a Q13 gain from 0 to 65536 (8192 = unity)");
-        o->voice_gain_set = true;
-      }
-    } else if (a.size() > 1 && a[0] == '-') {
-      return usage_error("unknown option '" + a + "'");
+    } else if (a == "--eq") {
+      if (!parse_list(v, -15, 15, 10, 10, o->eq_index))
+        return kCmd.usage_error("--eq needs ten comma-separated gain steps from -15 to 15 (dB)");
+      o->eq = true;
+    } else if (a == "--reverb") {
+      if (!parse_list(v, 0, 8192, 6, 6, o->reverb_param))
+        return kCmd.usage_error("--reverb needs room,damp,wet,dry,width,gain: six integers from 0 to 8192 (Q13)");
+      o->reverb = true;
+    } else if (a == "--echo") {
+      int p[4] = {0, o->echo_param[1], o->echo_param[2], o->echo_param[3]};
+      if (!parse_list(v, 0, 16384, 1, 4, p) || p[0] < 1 || p[0] > kMaxEchoMs)
+        return kCmd.usage_error("--echo needs MS (1 to 350) and optionally feedback,wet,dry (0 to 16384, Q13)");
+      std::copy(p, p + 4, o->echo_param);
+      o->echo = true;
+    } else if (a == "--voice-gain") {
+      if (!kafx_tool::parse_int(v, 0, 65536, &o->voice_gain))
+        return kCmd.usage_error("--voice-gain needs a Q13 gain from 0 to 65536 (8192 = unity)");
+      o->voice_gain_set = true;
     } else {
-      positional.push_back(a);
+      return kCmd.usage_error("unknown option '" + a + "'");
     }
-  }
-  if (positional.empty() || positional.size() > 2) return usage_error("expected [VOICE.wav] OUT.wav");
-  o->out_path = positional.back();
-  if (positional.size() == 2) o->in_path = positional.front();
-  return 0;
+    return 0;
+  };
+  return kafx_tool::walk_command_line(kCmd, argc, argv, kafx_ktv_usage(), {"--eq", "--reverb", "--echo", "--voice-gain"},
+                                      option, "[VOICE.wav] OUT.wav", &o->in_path, &o->out_path);
 }
 
 // A sung phrase: a vowel ("ah", three formants) on a short melody with
@@ -359,13 +321,13 @@ int kafx_ktv_main(int argc, char** argv) {
     namespace fs = std::filesystem;
     const fs::path out(o.out_path);
     const fs::path in = (out.has_parent_path() ? out.parent_path() : fs::path(".")) / "default_voice.wav";
-    if (out.filename() == in.filename()) return usage_error("OUT.wav must not be named default_voice.wav");
-    if (!kafx_tool::write_pcm_wav(in.string(), make_default_voice(), &error)) return failure(error);
+    if (out.filename() == in.filename()) return kCmd.usage_error("OUT.wav must not be named default_voice.wav");
+    if (!kafx_tool::write_pcm_wav(in.string(), make_default_voice(), &error)) return kCmd.failure(error);
     std::fprintf(info, "wrote built-in voice %s\n", in.string().c_str());
     o.in_path = in.string();
   }
 
-  kafx_tool::StreamOptions so{"ktv", o.strict};
+  kafx_tool::StreamOptions so{kCmd.name, o.strict};
   void* handle = nullptr;
   struct Release {
     void** h;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "host_audio.h"
 #include "kafx_proc/ns.h"
 #include "kafx_proc/spl.h"
 #include "stream_runner.h"
@@ -25,10 +26,8 @@ using kafx_tool::PcmAudio;
 
 constexpr unsigned kDirectRates[] = {8000u, 16000u, 32000u};
 
-int usage_error(const char* cmd, const std::string& message) {
-  std::fprintf(stderr, "kafx %s: %s\n(see 'kafx %s --help')\n", cmd, message.c_str(), cmd);
-  return 2;
-}
+constexpr kafx_tool::Command kNs{"ns"};
+constexpr kafx_tool::Command kNsQuality{"ns-quality"};
 
 bool parse_policy(const char* s, int* policy) {
   if (s == nullptr || s[0] < '0' || s[0] > '3' || s[1] != '\0') return false;
@@ -187,18 +186,18 @@ int kafx_ns_main(int argc, char** argv) {
       return 0;
     }
     if (a == "--policy") {
-      if (!parse_policy(i + 1 < argc ? argv[++i] : nullptr, &policy)) return usage_error("ns", "--policy takes 0, 1, 2 or 3");
+      if (!parse_policy(i + 1 < argc ? argv[++i] : nullptr, &policy)) return kNs.usage_error("--policy takes 0, 1, 2 or 3");
     } else if (a == "--strict") {
       strict = true;
     } else if (a.size() > 1 && a[0] == '-') {
-      return usage_error("ns", "unknown option '" + a + "'");
+      return kNs.usage_error("unknown option '" + a + "'");
     } else {
       positional.push_back(a);
     }
   }
-  if (positional.size() != 2) return usage_error("ns", "expected IN.wav OUT.wav");
+  if (positional.size() != 2) return kNs.usage_error("expected IN.wav OUT.wav");
 
-  const kafx_tool::StreamOptions so{"ns", strict};
+  const kafx_tool::StreamOptions so{kNs.name, strict};
   RatePath path;
   bool direct = false;
   std::vector<std::unique_ptr<NsChannel>> channels;
@@ -362,9 +361,9 @@ int kafx_ns_quality_main(int argc, char** argv) {
     }
     if (a == "--rate" && i + 1 < argc) {
       fs = std::atoi(argv[++i]);
-      if (fs != 8000 && fs != 16000 && fs != 32000) return usage_error("ns-quality", "--rate takes 8000, 16000 or 32000");
+      if (fs != 8000 && fs != 16000 && fs != 32000) return kNsQuality.usage_error("--rate takes 8000, 16000 or 32000");
     } else {
-      return usage_error("ns-quality", "unknown argument '" + a + "'");
+      return kNsQuality.usage_error("unknown argument '" + a + "'");
     }
   }
   // At 32 kHz the suppressor takes 160-sample (5 ms) blocks of the 32 kHz

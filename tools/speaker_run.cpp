@@ -43,15 +43,7 @@ struct Options {
   std::string out_path;
 };
 
-int usage_error(const std::string& message) {
-  std::fprintf(stderr, "kafx speaker: %s\n(see 'kafx speaker --help')\n", message.c_str());
-  return 2;
-}
-
-int failure(const std::string& message) {
-  std::fprintf(stderr, "kafx speaker: %s\n", message.c_str());
-  return 1;
-}
+constexpr kafx_tool::Command kCmd{"speaker"};
 
 // Counts the comma-separated decimal values of a parameter string; -1 when a
 // token is not a 32-bit integer (the library's own scan would silently leave
@@ -74,46 +66,33 @@ int count_decimal_list(const std::string& text) {
 
 // Returns 0 when the options are complete, otherwise an exit code (-1: help shown).
 int parse_options(int argc, char** argv, Options* o) {
-  std::vector<std::string> positional;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
-    if (a == "-h" || a == "--help") {
-      std::fputs(kafx_speaker_usage(), stdout);
-      return -1;
-    } else if (a == "--strict") {
+  auto option = [o](const std::string& a, const char* v) -> int {
+    if (a == "--strict") {
       o->strict = true;
-    } else if (a == "--config" || a == "--sbs" || a == "--peq" || a == "--format" || a == "--block") {
-      const char* v = value();
-      if (v == nullptr) return usage_error(a + " needs a value");
-      if (a == "--config") {
-        o->config = v;
-      } else if (a == "--sbs") {
-        o->sbs = v;
-      } else if (a == "--peq") {
-        o->peq = v;
-      } else if (a == "--format") {
-        if (!parse_int(v, 16, 32, &o->format_bits) ||
-            (o->format_bits != 16 && o->format_bits != 24 && o->format_bits != 32)) {
-          return usage_error("--format must be 16, 24 or 32");
-        }
-      } else if (!parse_int(v, 1, kMaxBlock, &o->block)) {
-        return usage_error("--block must be a frame count from 1 to " + std::to_string(kMaxBlock));
-      }
-    } else if (a.size() > 1 && a[0] == '-') {
-      return usage_error("unknown option '" + a + "'");
+    } else if (a == "--config") {
+      o->config = v;
+    } else if (a == "--sbs") {
+      o->sbs = v;
+    } else if (a == "--peq") {
+      o->peq = v;
+    } else if (a == "--format") {
+      return kafx_tool::parse_format_option(kCmd, v, &o->format_bits);
+    } else if (a == "--block") {
+      return kafx_tool::parse_block_option(kCmd, v, kMaxBlock, &o->block);
     } else {
-      positional.push_back(a);
+      return kCmd.usage_error("unknown option '" + a + "'");
     }
-  }
-  if (positional.empty() || positional.size() > 2) return usage_error("expected [IN.wav] OUT.wav");
-  o->out_path = positional.back();
-  if (positional.size() == 2) o->in_path = positional.front();
+    return 0;
+  };
+  const int rc = kafx_tool::walk_command_line(kCmd, argc, argv, kafx_speaker_usage(),
+                                              {"--config", "--sbs", "--peq", "--format", "--block"}, option,
+                                              "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
+  if (rc != 0) return rc;
   if (!o->sbs.empty() && count_decimal_list(o->sbs) != kSbsValues) {
-    return usage_error("--sbs needs exactly 45 comma-separated integers");
+    return kCmd.usage_error("--sbs needs exactly 45 comma-separated integers");
   }
   if (!o->peq.empty() && count_decimal_list(o->peq) != kPeqValues) {
-    return usage_error("--peq needs exactly 123 comma-separated integers");
+    return kCmd.usage_error("--peq needs exactly 123 comma-separated integers");
   }
   return 0;
 }
@@ -204,17 +183,17 @@ int kafx_speaker_main(int argc, char** argv) {
 
   std::string error;
   if (!o.config.empty() && !readable(o.config)) {  // fail before writing anything
-    return failure("cannot read configuration '" + o.config + "'");
+    return kCmd.failure("cannot read configuration '" + o.config + "'");
   }
   if (!o.config.empty()) kafx_tool::warn_speaker_config(o.config.c_str(), stderr);  // same checks as speaker-config
   if (o.in_path.empty()) {
     const std::string in = kafx_tool::builtin_input_path(o.out_path);
-    if (in.empty()) return usage_error("OUT.wav must not be named default_in.wav");
-    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return failure(error);
+    if (in.empty()) return kCmd.usage_error("OUT.wav must not be named default_in.wav");
+    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return kCmd.failure(error);
     o.in_path = in;
   }
 
-  kafx_tool::StreamOptions so{"speaker", o.strict};
+  kafx_tool::StreamOptions so{kCmd.name, o.strict};
   void* handle = nullptr;
   struct Release {
     void** h;
