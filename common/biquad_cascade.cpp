@@ -3,10 +3,7 @@
 #include "common/biquad_cascade.h"
 
 #include "common/biquad.h"
-
-#if KAFX_AVX2_VARIANTS
-#include <immintrin.h>
-#endif
+#include "common/lanes_avx2.h"
 
 namespace kafx {
 namespace {
@@ -93,7 +90,6 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
   const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
   const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
   const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
-  const __m256i minus1 = _mm256_set1_epi32(-1);
   // Every lane takes the previous step's output of the lane below it; the
   // first lane of each channel takes that channel's new sample.
   __m256i in[kVecs];
@@ -121,18 +117,14 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
     __m256i y = _mm256_srli_epi64(acc, 28);
     y = _mm256_blendv_epi8(y, max32, _mm256_cmpgt_epi64(acc, acc_hi));
     y = _mm256_blendv_epi8(y, min32, _mm256_cmpgt_epi64(acc_lo, acc));
-    y = _mm256_andnot_si256(_mm256_cmpeq_epi32(y, minus1), y);
+    y = lanes::flush_m1(y);
     const __m256i o = _mm256_blendv_epi8(_mm256_srai_epi32(y, 5), v, w.bypass[j]);
     // What the lane hands on: its output, or in the band split the
     // remainder v - o saturated to 32 bits.
     __m256i hand = o;
     __m256i sq = _mm256_setzero_si256();
     if constexpr (kSplit) {
-      const __m256i d = _mm256_sub_epi32(v, o);
-      const __m256i overflow = _mm256_and_si256(_mm256_xor_si256(v, o), _mm256_xor_si256(v, d));
-      const __m256i limit = _mm256_xor_si256(_mm256_srai_epi32(v, 31), _mm256_set1_epi32(INT32_MAX));
-      hand = _mm256_castps_si256(
-          _mm256_blendv_ps(_mm256_castsi256_ps(d), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
+      hand = lanes::sat_sub(v, o);
       sq = _mm256_mul_epi32(o, o);
     }
     if constexpr (kMasked) {
@@ -170,21 +162,21 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
   constexpr int kLanes = 4 * kVecs;
   constexpr int kCap = kRight > 0 ? kRight : kLanes;  // lanes per channel
   constexpr int kLast = kCap - 1;                     // steps from input to output
-  alignas(32) int64_t lanes[11][kLanes] = {};
+  alignas(32) int64_t words[11][kLanes] = {};
   for (int i = 0; i < kLanes; ++i) {
-    lanes[9][i] = i % kCap;
+    words[9][i] = i % kCap;
     const IIR_t* f = map.section[i];
     if (f == nullptr) {
-      lanes[10][i] = -1;
+      words[10][i] = -1;
       continue;
     }
-    for (int c = 0; c < 5; ++c) lanes[c][i] = f->coef[c];
-    for (int h = 1; h < 5; ++h) lanes[4 + h][i] = f->state[h];  // x1, x2, y1, y2
+    for (int c = 0; c < 5; ++c) words[c][i] = f->coef[c];
+    for (int h = 1; h < 5; ++h) words[4 + h][i] = f->state[h];  // x1, x2, y1, y2
   }
   Wavefront<kVecs> w;
   __m256i* dst[11] = {w.b0, w.b1, w.b2, w.a1, w.a2, w.x1, w.x2, w.y1, w.y2, w.pos, w.bypass};
   for (int q = 0; q < 11; ++q) {
-    for (int j = 0; j < kVecs; ++j) dst[q][j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(&lanes[q][4 * j]));
+    for (int j = 0; j < kVecs; ++j) dst[q][j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(&words[q][4 * j]));
   }
   for (int j = 0; j < kVecs; ++j) w.out[j] = w.energy[j] = _mm256_setzero_si256();
   for (int t = 0; t < n + kLast; ++t) {
@@ -203,13 +195,13 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
     }
   }
   for (int q = 5; q < 9; ++q) {
-    for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&lanes[q][4 * j]), dst[q][j]);
+    for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&words[q][4 * j]), dst[q][j]);
   }
   for (int i = 0; i < kLanes; ++i) {
     IIR_t* f = map.section[i];
     if (f == nullptr) continue;
     int32_t* st = f->state;
-    for (int h = 1; h < 5; ++h) st[h] = static_cast<int32_t>(lanes[4 + h][i]);
+    for (int h = 1; h < 5; ++h) st[h] = static_cast<int32_t>(words[4 + h][i]);
     st[0] = st[1];  // word 0 holds the last input
   }
   if constexpr (kSplit) {

@@ -17,9 +17,8 @@
 #include "common/delay.h"
 #include "common/fixed_point.h"
 
-#if KAFX_DISPATCH
-#include <immintrin.h>
-#endif
+#include "common/lanes_avx2.h"
+#include "common/reverb_kernels.h"
 
 using namespace kafx;
 
@@ -46,7 +45,7 @@ constexpr int kChunk = 256;
 // the odd lanes (each below 2^45 in magnitude): low 32 bits, -1 flushed.
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i q13(__m256i even_product, __m256i odd_product) {
   const __m256i v = _mm256_blend_epi32(_mm256_srli_epi64(even_product, 13), _mm256_slli_epi64(odd_product, 19), 0xaa);
-  return _mm256_andnot_si256(_mm256_cmpeq_epi32(v, _mm256_set1_epi32(-1)), v);
+  return lanes::flush_m1(v);
 }
 
 // The eight combs of one channel in the eight 32-bit lanes of an AVX2
@@ -69,10 +68,9 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
     for (int i = 0; i < first; ++i) rows[i][k] = at[i];
     for (int i = first; i < n; ++i) rows[i][k] = start[i - first];
   }
-  const __m256i minus_one = _mm256_set1_epi32(-1);
   for (int i = 0; i < n; ++i) {
     __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i])), S);
-    v = _mm256_andnot_si256(_mm256_cmpeq_epi32(v, minus_one), v);
+    v = lanes::flush_m1(v);
     __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
     h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
@@ -113,29 +111,11 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
   }
 }
 
-// Lane-wise saturating 32-bit addition and subtraction: on overflow the
-// result takes the sign of the first operand's limit.
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i sat_add8(__m256i a, __m256i b) {
-  const __m256i sum = _mm256_add_epi32(a, b);
-  const __m256i overflow = _mm256_andnot_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, sum));
-  const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));
-  return _mm256_castps_si256(
-      _mm256_blendv_ps(_mm256_castsi256_ps(sum), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
-}
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i sat_sub8(__m256i a, __m256i b) {
-  const __m256i diff = _mm256_sub_epi32(a, b);
-  const __m256i overflow = _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, diff));
-  const __m256i limit = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(a, 31));
-  return _mm256_castps_si256(
-      _mm256_blendv_ps(_mm256_castsi256_ps(diff), _mm256_castsi256_ps(limit), _mm256_castsi256_ps(overflow)));
-}
-
 // An all-pass with g = 0.5 (g v >> 13 = v >> 1) over a run, eight frames
 // per step within each stretch that does not wrap (every frame of a stretch
 // has its own loop word); the rest frame by frame. Identical to
 // allpass_process.
 KAFX_TARGET_AVX2 void allpass_half_avx2(allpass* a, int32_t* v, int n) {
-  const __m256i minus_one = _mm256_set1_epi32(-1);
   int p = a->index;
   for (int i = 0; i < n;) {
     const int m = n - i < a->size - p ? n - i : a->size - p;
@@ -145,11 +125,11 @@ KAFX_TARGET_AVX2 void allpass_half_avx2(allpass* a, int32_t* v, int n) {
       const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + i + j));
       const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(w + j));
       __m256i hx = _mm256_srai_epi32(x, 1);
-      hx = _mm256_andnot_si256(_mm256_cmpeq_epi32(hx, minus_one), hx);
-      const __m256i y = sat_add8(hx, d);
+      hx = lanes::flush_m1(hx);
+      const __m256i y = lanes::sat_add(hx, d);
       __m256i hy = _mm256_srai_epi32(y, 1);
-      hy = _mm256_andnot_si256(_mm256_cmpeq_epi32(hy, minus_one), hy);
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(w + j), sat_sub8(x, hy));
+      hy = lanes::flush_m1(hy);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(w + j), lanes::sat_sub(x, hy));
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(v + i + j), y);
     }
     for (; j < m; ++j) v[i + j] = allpass_tick(v[i + j], w + j, 4096);
@@ -160,10 +140,9 @@ KAFX_TARGET_AVX2 void allpass_half_avx2(allpass* a, int32_t* v, int n) {
   a->index = p;
 }
 
-// The eight-lane form applies on AVX2 processors when no comb can saturate
-// and every loop is at least one run long.
+// The eight-lane form applies when no comb can saturate and every loop is
+// at least one run long.
 bool comb_bank8_fits(comber* const* c) {
-  if (!__builtin_cpu_supports("avx2")) return false;
   for (int k = 0; k < kCombs; ++k) {
     if (!comb_gains_unsaturated(c[k]->damp, c[k]->damp_complement, c[k]->feedback) || c[k]->size < kChunk) return false;
   }
@@ -171,27 +150,59 @@ bool comb_bank8_fits(comber* const* c) {
 }
 #endif
 
+// The builds of the kernels (common/reverb_kernels.h). The AVX2 builds use
+// their lane forms where those apply and the reference otherwise.
+template <int S>
+void comb_bank_reference(comber* const* c, const int32_t* x, int32_t* acc, int n) {
+  comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+}
+
+void allpass_run_reference(allpass* a, int32_t* v, int n) { allpass_block(a, v, n); }
+
+#if KAFX_DISPATCH
+template <int S>
+KAFX_TARGET_AVX2 void comb_bank_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
+  if (comb_bank8_fits(c)) {
+    comb_bank8_avx2<S>(c, x, acc, n);
+  } else {
+    comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+  }
+}
+
+KAFX_TARGET_AVX2 void allpass_run_avx2(allpass* a, int32_t* v, int n) {
+  if (a->feedback == 4096) {
+    allpass_half_avx2(a, v, n);
+  } else {
+    allpass_block(a, v, n);
+  }
+}
+#endif
+
+}  // namespace
+
+namespace kafx {
+const KernelVariants<ReverbCombBank> reverb_comb_bank_working_variants = {
+    "reverb_comb_bank_working", {comb_bank_reference<5>, KAFX_AVX2_ONLY(comb_bank_avx2<5>)}};
+const KernelVariants<ReverbCombBank> reverb_comb_bank_16_variants = {
+    "reverb_comb_bank_16", {comb_bank_reference<13>, KAFX_AVX2_ONLY(comb_bank_avx2<13>)}};
+const KernelVariants<ReverbAllpassRun> reverb_allpass_run_variants = {
+    "reverb_allpass_run", {allpass_run_reference, KAFX_AVX2_ONLY(allpass_run_avx2)}};
+}  // namespace kafx
+
+namespace {
+
 // Eight combs fed the same input: acc[i] += the sum of their outputs.
 template <int S>
 void comb_bank(comber* const* c, const int32_t* x, int32_t* acc, int n) {
-#if KAFX_DISPATCH
-  if (comb_bank8_fits(c)) {
-    comb_bank8_avx2<S>(c, x, acc, n);
-    return;
-  }
-#endif
-  comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+  static const ReverbCombBank chosen =
+      choose(S == 5 ? reverb_comb_bank_working_variants : reverb_comb_bank_16_variants);
+  chosen(c, x, acc, n);
 }
 
 // One all-pass over a run, in place.
 void allpass_stage(allpass* a, int32_t* v, int n) {
-#if KAFX_DISPATCH
-  if (a->feedback == 4096 && __builtin_cpu_supports("avx2")) {
-    allpass_half_avx2(a, v, n);
-    return;
-  }
-#endif
-  allpass_block(a, v, n);
+  static const ReverbAllpassRun chosen = choose(reverb_allpass_run_variants);
+  chosen(a, v, n);
 }
 
 // Comb banks and all-pass chains of both channels over a run; S picks the

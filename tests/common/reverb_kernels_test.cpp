@@ -1,0 +1,132 @@
+// The reverb's kernels: every build this processor runs gives the reference
+// build's outputs and leaves the combs and all-passes in the same state, on
+// odd run lengths with wrapping loops, with canaries past the outputs; for
+// gains where the lane forms apply and where they must fall back.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "common/reverb_kernels.h"
+#include "kafx_proc/delay.h"
+#include "support/variants.h"
+
+namespace {
+
+using kafx_test::Guarded;
+using kafx_test::random_values;
+
+constexpr int kRuns[] = {1, 17, 37, 127, 256, 255};
+
+// Eight combs with random loop contents, positions and low-pass states.
+struct CombBank {
+  std::vector<comber> c;
+  CombBank(const int* sizes, int32_t damp, int32_t damp_c, int32_t feedback, unsigned seed) : c(8) {
+    for (int k = 0; k < 8; ++k) {
+      comb_init(&c[k], sizes[k]);
+      const std::vector<int32_t> words = random_values<int32_t>(static_cast<size_t>(sizes[k]) + 2, seed + k);
+      std::memcpy(c[k].buffer, words.data(), sizeof(int32_t) * static_cast<size_t>(sizes[k]));
+      c[k].index = static_cast<int32_t>(static_cast<uint32_t>(words[sizes[k]]) % static_cast<uint32_t>(sizes[k]));
+      c[k].lowpass_state = words[sizes[k] + 1];
+      c[k].damp = damp;
+      c[k].damp_complement = damp_c;
+      c[k].feedback = feedback;
+    }
+  }
+  CombBank(const CombBank& o) : c(o.c) {
+    for (size_t k = 0; k < c.size(); ++k) {
+      comb_init(&c[k], o.c[k].size);
+      std::memcpy(c[k].buffer, o.c[k].buffer, sizeof(int32_t) * static_cast<size_t>(o.c[k].size));
+      c[k].index = o.c[k].index;
+      c[k].lowpass_state = o.c[k].lowpass_state;
+      c[k].damp = o.c[k].damp, c[k].damp_complement = o.c[k].damp_complement, c[k].feedback = o.c[k].feedback;
+    }
+  }
+  ~CombBank() {
+    for (comber& k : c) comb_end(&k);
+  }
+  std::vector<comber*> ptrs() {
+    std::vector<comber*> p;
+    for (comber& k : c) p.push_back(&k);
+    return p;
+  }
+  bool same(const CombBank& o) const {
+    for (size_t k = 0; k < c.size(); ++k) {
+      if (c[k].index != o.c[k].index || c[k].lowpass_state != o.c[k].lowpass_state) return false;
+      if (std::memcmp(c[k].buffer, o.c[k].buffer, sizeof(int32_t) * static_cast<size_t>(c[k].size)) != 0) return false;
+    }
+    return true;
+  }
+};
+
+TEST(ReverbKernels, CombBankVariantsMatchReference) {
+  const int kRoom[8] = {1109, 1399, 1489, 1777, 1973, 2069, 2267, 2549};
+  const int kShort[8] = {256, 300, 37, 1000, 257, 999, 511, 700};  // one loop shorter than a run
+  struct Gains {
+    int32_t damp, damp_c, feedback;
+  };
+  const Gains kGains[] = {{4096, 4096, 8000}, {0, 8192, 8192}, {8192, 0, 5000}, {6000, 3000, 4096}, {-5, 8192, 9000}};
+  int compared = 0;
+  for (const auto* variants : {&kafx::reverb_comb_bank_working_variants, &kafx::reverb_comb_bank_16_variants}) {
+    compared += kafx_test::for_each_variant(*variants, [&](auto fn, auto base) {
+      unsigned seed = 1;
+      for (const int* sizes : {kRoom, kShort})
+        for (const Gains& g : kGains) {
+          seed += 20;
+          CombBank a(sizes, g.damp, g.damp_c, g.feedback, seed);
+          CombBank b(a);
+          std::vector<comber*> pa = a.ptrs(), pb = b.ptrs();
+          for (int n : kRuns) {
+            const std::vector<int32_t> x = random_values<int32_t>(static_cast<size_t>(n), seed + n, -(1 << 20), 1 << 20);
+            const std::vector<int32_t> acc = random_values<int32_t>(static_cast<size_t>(n), seed + 2 * n);
+            Guarded<int32_t> oa(static_cast<size_t>(n)), ob(static_cast<size_t>(n));
+            std::copy(acc.begin(), acc.end(), oa.data());
+            std::copy(acc.begin(), acc.end(), ob.data());
+            base(pa.data(), x.data(), oa.data(), n);
+            fn(pb.data(), x.data(), ob.data(), n);
+            SCOPED_TRACE(testing::Message() << "gains " << g.damp << "/" << g.damp_c << "/" << g.feedback << " n " << n);
+            EXPECT_EQ(oa.v, ob.v);
+            EXPECT_TRUE(ob.guards_intact());
+            EXPECT_TRUE(a.same(b));
+          }
+        }
+    });
+  }
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 2 : 0);
+}
+
+TEST(ReverbKernels, AllpassVariantsMatchReference) {
+  const int compared = kafx_test::for_each_variant(kafx::reverb_allpass_run_variants, [&](auto fn, auto base) {
+    unsigned seed = 7;
+    for (int size : {619, 241, 5})
+      for (int32_t g : {4096, 3000}) {
+        allpass a, b;
+        allpass_init(&a, size);
+        allpass_init(&b, size);
+        allpass_setfeedback(&a, g);
+        allpass_setfeedback(&b, g);
+        const std::vector<int32_t> words = random_values<int32_t>(static_cast<size_t>(size), seed += 3);
+        std::memcpy(a.buffer, words.data(), sizeof(int32_t) * static_cast<size_t>(size));
+        std::memcpy(b.buffer, words.data(), sizeof(int32_t) * static_cast<size_t>(size));
+        a.index = b.index = size / 3;
+        for (int n : kRuns) {
+          const std::vector<int32_t> v = random_values<int32_t>(static_cast<size_t>(n), seed + n);
+          Guarded<int32_t> va(static_cast<size_t>(n)), vb(static_cast<size_t>(n));
+          std::copy(v.begin(), v.end(), va.data());
+          std::copy(v.begin(), v.end(), vb.data());
+          base(&a, va.data(), n);
+          fn(&b, vb.data(), n);
+          SCOPED_TRACE(testing::Message() << "size " << size << " g " << g << " n " << n);
+          EXPECT_EQ(va.v, vb.v);
+          EXPECT_TRUE(vb.guards_intact());
+          EXPECT_EQ(a.index, b.index);
+          EXPECT_EQ(0, std::memcmp(a.buffer, b.buffer, sizeof(int32_t) * static_cast<size_t>(size)));
+        }
+        allpass_end(&a);
+        allpass_end(&b);
+      }
+  });
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+}
+
+}  // namespace
