@@ -4,40 +4,44 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
-#include <cstdint>
 #include <numbers>
+#include <utility>
 #include <vector>
 
+#include "bench_signal.h"
 #include "kafx_proc/equalizer.h"
 
 namespace {
 
+using kafx_bench::BlockLoop;
+
 constexpr int kRate = 48000;
 constexpr int kBlock = 240;
 
-void BM_GraphicEq_10Bands_Stereo48k(benchmark::State& state) {
-  equalizer_t eq{};
-  equalizer_init(&eq);
+// The equalizer with every band away from 0 dB.
+void configure(equalizer_t* eq) {
+  equalizer_init(eq);
   const int indices[EQUALIZER_BANDS] = {6, -4, 3, -2, 5, -6, 4, -3, 2, 7};
-  equalizer_set_param_index(&eq, indices, SAMPLE_RATE_48000);
-  // One second of a two-tone working signal at about -12 dBFS per channel.
-  std::vector<int> src_l(kRate), src_r(kRate);
+  equalizer_set_param_index(eq, indices, SAMPLE_RATE_48000);
+}
+
+// One second of a two-tone working signal at about -12 dBFS.
+BlockLoop<int> two_tones(double f1, double f2) {
+  std::vector<int> v(kRate);
   for (int i = 0; i < kRate; ++i) {
     const double t = 2 * std::numbers::pi * i / kRate;
-    src_l[i] = static_cast<int>(1500000 * (std::sin(100 * t) + std::sin(3100 * t)));
-    src_r[i] = static_cast<int>(1500000 * (std::sin(250 * t) + std::sin(7000 * t)));
+    v[i] = static_cast<int>(1500000 * (std::sin(f1 * t) + std::sin(f2 * t)));
   }
-  std::vector<int> l(kBlock), r(kBlock);
-  int pos = 0;
-  for (auto _ : state) {
-    for (int i = 0; i < kBlock; ++i) l[i] = src_l[pos + i], r[i] = src_r[pos + i];
-    equalizer_process_stereo(&eq, l.data(), r.data(), l.data(), r.data(), kBlock);
-    benchmark::DoNotOptimize(l.data());
-    benchmark::DoNotOptimize(r.data());
-    pos = pos + 2 * kBlock > kRate ? 0 : pos + kBlock;
-  }
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / kRate, benchmark::Counter::kIsIterationInvariantRate);
+  return BlockLoop<int>(std::move(v));
+}
+
+void BM_GraphicEq_10Bands_Stereo48k(benchmark::State& state) {
+  equalizer_t eq{};
+  configure(&eq);
+  BlockLoop<int> left = two_tones(100, 3100), right = two_tones(250, 7000);
+  kafx_bench::time_stereo_blocks(state, left, right, kBlock, kRate, [&](int* l, int* r, int n) {
+    equalizer_process_stereo(&eq, l, r, l, r, n);
+  });
   equalizer_end(&eq);
 }
 BENCHMARK(BM_GraphicEq_10Bands_Stereo48k);
@@ -45,24 +49,9 @@ BENCHMARK(BM_GraphicEq_10Bands_Stereo48k);
 // The left cascade alone, as the karaoke chain runs it on its mono voice.
 void BM_GraphicEq_10Bands_Mono48k(benchmark::State& state) {
   equalizer_t eq{};
-  equalizer_init(&eq);
-  const int indices[EQUALIZER_BANDS] = {6, -4, 3, -2, 5, -6, 4, -3, 2, 7};
-  equalizer_set_param_index(&eq, indices, SAMPLE_RATE_48000);
-  std::vector<int> src(kRate);
-  for (int i = 0; i < kRate; ++i) {
-    const double t = 2 * std::numbers::pi * i / kRate;
-    src[i] = static_cast<int>(1500000 * (std::sin(100 * t) + std::sin(3100 * t)));
-  }
-  std::vector<int> m(kBlock);
-  int pos = 0;
-  for (auto _ : state) {
-    for (int i = 0; i < kBlock; ++i) m[i] = src[pos + i];
-    equalizer_process_mono(&eq, m.data(), m.data(), kBlock);
-    benchmark::DoNotOptimize(m.data());
-    pos = pos + 2 * kBlock > kRate ? 0 : pos + kBlock;
-  }
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / kRate, benchmark::Counter::kIsIterationInvariantRate);
+  configure(&eq);
+  BlockLoop<int> mono = two_tones(100, 3100);
+  kafx_bench::time_mono_blocks(state, mono, kBlock, kRate, [&](int* m, int n) { equalizer_process_mono(&eq, m, m, n); });
   equalizer_end(&eq);
 }
 BENCHMARK(BM_GraphicEq_10Bands_Mono48k);

@@ -53,8 +53,7 @@ void run_front_end(benchmark::State& state, Setup setup) {
     benchmark::DoNotOptimize(buffer.data());
   }
   kafx_hp_effect_deinit(handle);
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / kRate, benchmark::Counter::kIsIterationInvariantRate);
+  kafx_bench::set_realtime_counter(state, kBlock, kRate);
 }
 
 void BM_HpFrontEnd_NoPreset(benchmark::State& state) { run_front_end(state, Setup::kNone); }

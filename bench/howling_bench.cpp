@@ -9,6 +9,7 @@
 #include <numbers>
 #include <vector>
 
+#include "bench_signal.h"
 #include "kafx_proc/howling_canceling.h"
 
 namespace {
@@ -65,8 +66,7 @@ void BM_HowlingCanceller(benchmark::State& state) {
     pos += kFrame;
     if (pos + kFrame > input.size()) pos = input.size() / 2;
   }
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kFrame) / kRate, benchmark::Counter::kIsIterationInvariantRate);
+  kafx_bench::set_realtime_counter(state, kFrame, kRate);
   state.counters["notches"] = engaged;
   howling_canceling_end(&h);
 }

@@ -10,6 +10,7 @@
 #include <numbers>
 #include <vector>
 
+#include "bench_signal.h"
 #include "kafx_proc/ktv.h"
 
 namespace {
@@ -60,21 +61,18 @@ void configure(void* h, int which) {
 }
 
 void BM_KtvFrontEnd(benchmark::State& state) {
-  const std::vector<short> voice = make_voice();
+  kafx_bench::BlockLoop<short> voice(make_voice());
   void* h = kafx_ktv_init();
   configure(h, static_cast<int>(state.range(0)));
   std::vector<short> in(kFrame), left(kFrame), right(kFrame);
-  size_t at = 0;
   for (auto _ : state) {
-    for (int i = 0; i < kFrame; ++i) in[static_cast<size_t>(i)] = voice[at + static_cast<size_t>(i)];
-    at = (at + kFrame) % voice.size();
+    voice.next(in.data(), in.size());
     kafx_ktv_process_16(h, in.data(), left.data(), right.data(), kFrame);
     benchmark::DoNotOptimize(left.data());
     benchmark::DoNotOptimize(right.data());
   }
   kafx_ktv_deinit(h);
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kFrame) / kRate, benchmark::Counter::kIsIterationInvariantRate);
+  kafx_bench::set_realtime_counter(state, kFrame, kRate);
 }
 
 }  // namespace

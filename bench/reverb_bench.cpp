@@ -5,21 +5,19 @@
 // The "x_realtime" counter is audio seconds processed per CPU second.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
+#include "bench_signal.h"
 #include "kafx_proc/reverb.h"
 
 namespace {
 
+using kafx_bench::BlockLoop;
+
 constexpr int kBlock = 240;
 constexpr int kRate = 48000;
-
-void set_realtime_counter(benchmark::State& state) {
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / kRate, benchmark::Counter::kIsIterationInvariantRate);
-}
 
 void configure(reverb_t* r) {
   reverb_init(r);
@@ -32,78 +30,49 @@ void configure(reverb_t* r) {
   reverb_setstatus(r, 1);
 }
 
-// One second of busy material (a pseudo-random walk with steps), fixed seed.
-std::vector<int32_t> programme(int scale_shift) {
-  std::vector<int32_t> v(kRate);
+// One second of busy material (a pseudo-random walk with steps), fixed seed,
+// starting `by` frames in (the right channel is the same material 977 frames
+// later).
+template <class T>
+BlockLoop<T> programme(int scale_shift, size_t by) {
+  std::vector<int32_t> walk(kRate);
   uint32_t seed = 0x1234567u;
   int32_t level = 0;
-  for (int32_t& x : v) {
+  for (int32_t& x : walk) {
     seed = seed * 1664525u + 1013904223u;
     level = (level * 7) / 8 + static_cast<int32_t>(seed >> 12) - (1 << 19);
     x = level >> scale_shift;
   }
-  return v;
-}
-
-// One second is 200 whole blocks; the right channel is the same material
-// 977 frames later. Blocks are copied in, so the input stays the same each
-// pass.
-template <class T>
-std::vector<T> rotated(const std::vector<int32_t>& src, size_t by) {
-  std::vector<T> v(src.size());
-  for (size_t i = 0; i < src.size(); ++i) v[i] = static_cast<T>(src[(i + by) % src.size()]);
-  return v;
+  std::vector<T> v(walk.size());
+  for (size_t i = 0; i < walk.size(); ++i) v[i] = static_cast<T>(walk[(i + by) % walk.size()]);
+  return BlockLoop<T>(std::move(v));
 }
 
 void BM_ReverbStereo24(benchmark::State& state) {
   reverb_t r;
   configure(&r);
-  const std::vector<int32_t> src_l = rotated<int32_t>(programme(0), 0), src_r = rotated<int32_t>(programme(0), 977);
-  std::vector<int32_t> l(kBlock), rr(kBlock);
-  size_t at = 0;
-  for (auto _ : state) {
-    std::copy_n(&src_l[at], kBlock, l.begin());
-    std::copy_n(&src_r[at], kBlock, rr.begin());
-    at = (at + kBlock) % src_l.size();
-    reverb_process_stereo_24(&r, l.data(), rr.data(), l.data(), rr.data(), kBlock);
-    benchmark::DoNotOptimize(l.data());
-    benchmark::DoNotOptimize(rr.data());
-  }
-  set_realtime_counter(state);
+  BlockLoop<int32_t> left = programme<int32_t>(0, 0), right = programme<int32_t>(0, 977);
+  kafx_bench::time_stereo_blocks(state, left, right, kBlock, kRate, [&](int32_t* l, int32_t* rr, int n) {
+    reverb_process_stereo_24(&r, l, rr, l, rr, n);
+  });
   reverb_end(&r);
 }
 
 void BM_ReverbStereo16(benchmark::State& state) {
   reverb_t r;
   configure(&r);
-  const std::vector<short> src_l = rotated<short>(programme(8), 0), src_r = rotated<short>(programme(8), 977);
-  std::vector<short> l(kBlock), rr(kBlock);
-  size_t at = 0;
-  for (auto _ : state) {
-    std::copy_n(&src_l[at], kBlock, l.begin());
-    std::copy_n(&src_r[at], kBlock, rr.begin());
-    at = (at + kBlock) % src_l.size();
-    reverb_process_stereo_16(&r, l.data(), rr.data(), l.data(), rr.data(), kBlock);
-    benchmark::DoNotOptimize(l.data());
-    benchmark::DoNotOptimize(rr.data());
-  }
-  set_realtime_counter(state);
+  BlockLoop<short> left = programme<short>(8, 0), right = programme<short>(8, 977);
+  kafx_bench::time_stereo_blocks(state, left, right, kBlock, kRate, [&](short* l, short* rr, int n) {
+    reverb_process_stereo_16(&r, l, rr, l, rr, n);
+  });
   reverb_end(&r);
 }
 
 void BM_ReverbMono(benchmark::State& state) {
   reverb_t r;
   configure(&r);
-  const std::vector<short> src = rotated<short>(programme(8), 0);
-  std::vector<short> m(kBlock);
-  size_t at = 0;
-  for (auto _ : state) {
-    std::copy_n(&src[at], kBlock, m.begin());
-    at = (at + kBlock) % src.size();
-    reverb_processMono(&r, m.data(), m.data(), kBlock);
-    benchmark::DoNotOptimize(m.data());
-  }
-  set_realtime_counter(state);
+  BlockLoop<short> mono = programme<short>(8, 0);
+  kafx_bench::time_mono_blocks(state, mono, kBlock, kRate, [&](short* m, int n) { reverb_processMono(&r, m, m, n); });
   reverb_end(&r);
 }
 

@@ -9,42 +9,38 @@
 #include <cmath>
 #include <cstdint>
 #include <numbers>
+#include <utility>
 #include <vector>
 
+#include "bench_signal.h"
 #include "kafx_proc/stereo_widening_system.h"
 #include "kafx_proc/virtual_bass_system.h"
 
 namespace {
 
+using kafx_bench::BlockLoop;
+
 constexpr int kBlock = 240;
 constexpr int kRate = 48000;
 
-void set_realtime_counter(benchmark::State& state) {
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / kRate, benchmark::Counter::kIsIterationInvariantRate);
-}
-
 // One second of stereo material with bass, mid tones and noise, fixed seed.
 struct Programme {
-  std::vector<int32_t> left, right;
-  Programme() : left(kRate), right(kRate) {
-    uint32_t seed = 0xb0a5u;
-    for (int i = 0; i < kRate; ++i) {
-      const double tw = 2.0 * std::numbers::pi * i / kRate;
-      seed = seed * 1664525u + 1013904223u;
-      const double noise = (static_cast<double>(seed >> 8) / 8388608.0 - 1.0) * 0.05;
-      const double bass = 0.4 * std::sin(tw * 55.0) + 0.15 * std::sin(tw * 110.0);
-      left[i] = static_cast<int32_t>(7000000 * (bass + 0.2 * std::sin(tw * 440.0) + noise));
-      right[i] = static_cast<int32_t>(7000000 * (bass + 0.2 * std::sin(tw * 3520.0) - noise));
-    }
-  }
-  void fill(size_t at, std::vector<int>& l, std::vector<int>& r) const {
-    for (int i = 0; i < kBlock; ++i) {
-      l[i] = left[(at + i) % left.size()];
-      r[i] = right[(at + i) % right.size()];
-    }
-  }
+  BlockLoop<int> left, right;
 };
+
+Programme make_programme() {
+  std::vector<int> left(kRate), right(kRate);
+  uint32_t seed = 0xb0a5u;
+  for (int i = 0; i < kRate; ++i) {
+    const double tw = 2.0 * std::numbers::pi * i / kRate;
+    seed = seed * 1664525u + 1013904223u;
+    const double noise = (static_cast<double>(seed >> 8) / 8388608.0 - 1.0) * 0.05;
+    const double bass = 0.4 * std::sin(tw * 55.0) + 0.15 * std::sin(tw * 110.0);
+    left[i] = static_cast<int32_t>(7000000 * (bass + 0.2 * std::sin(tw * 440.0) + noise));
+    right[i] = static_cast<int32_t>(7000000 * (bass + 0.2 * std::sin(tw * 3520.0) - noise));
+  }
+  return {BlockLoop<int>(std::move(left)), BlockLoop<int>(std::move(right))};
+}
 
 void configure(stereo_widening_system* s) {
   stereo_widening_system_init(s);
@@ -63,22 +59,15 @@ void BM_StereoWidening(benchmark::State& state) {
   const int stage = static_cast<int>(state.range(0));
   stereo_widening_system s;
   configure(&s);
-  const Programme p;
-  std::vector<int> l(kBlock), r(kBlock);
-  size_t at = 0;
-  for (auto _ : state) {
-    p.fill(at, l, r);
-    at += kBlock;
+  Programme p = make_programme();
+  kafx_bench::time_stereo_blocks(state, p.left, p.right, kBlock, kRate, [&](int* l, int* r, int n) {
     switch (stage) {
-      case 1: difference_circuit_process_block(s.dc, l.data(), r.data(), l.data(), r.data(), kBlock); break;
-      case 2: crossfeed_network_process_block(s.cfn, l.data(), r.data(), l.data(), r.data(), kBlock); break;
-      case 3: early_reflector_process_block(s.er, l.data(), r.data(), l.data(), r.data(), kBlock); break;
-      default: stereo_widening_system_process(&s, l.data(), r.data(), l.data(), r.data(), kBlock); break;
+      case 1: difference_circuit_process_block(s.dc, l, r, l, r, n); break;
+      case 2: crossfeed_network_process_block(s.cfn, l, r, l, r, n); break;
+      case 3: early_reflector_process_block(s.er, l, r, l, r, n); break;
+      default: stereo_widening_system_process(&s, l, r, l, r, n); break;
     }
-    benchmark::DoNotOptimize(l.data());
-    benchmark::DoNotOptimize(r.data());
-  }
-  set_realtime_counter(state);
+  });
   stereo_widening_system_end(&s);
 }
 BENCHMARK(BM_StereoWidening)->ArgName("stage")->Arg(0)->Arg(1)->Arg(2)->Arg(3);
@@ -92,17 +81,10 @@ void BM_VirtualBass(benchmark::State& state) {
   v.bass_gain = 6144;
   v.high_gain = 8192;
   v.status = 1;
-  const Programme p;
-  std::vector<int> l(kBlock), r(kBlock);
-  size_t at = 0;
-  for (auto _ : state) {
-    p.fill(at, l, r);
-    at += kBlock;
-    virtual_bass_system_process(&v, l.data(), r.data(), l.data(), r.data(), kBlock);
-    benchmark::DoNotOptimize(l.data());
-    benchmark::DoNotOptimize(r.data());
-  }
-  set_realtime_counter(state);
+  Programme p = make_programme();
+  kafx_bench::time_stereo_blocks(state, p.left, p.right, kBlock, kRate, [&](int* l, int* r, int n) {
+    virtual_bass_system_process(&v, l, r, l, r, n);
+  });
   virtual_bass_system_end(&v);
 }
 BENCHMARK(BM_VirtualBass);
