@@ -120,7 +120,8 @@ TEST(SpeakerFrontEnd, MonoParameterCopiesBytesPerSampleTimes240) {
 }
 
 // set_enable(0) is stored and reported but still re-blocks and delays; reset leaves the FIFOs as they are.
-TEST(SpeakerFrontEnd, EnableFlagIsNoBypassAndResetKeepsFifos) {
+// An empty FIFO pops silence and sets its write index to its read index.
+TEST(SpeakerFrontEnd, EnableFlagIsNoBypassResetKeepsFifosAndUnderflowRealigns) {
   Handle hd(2, 48000, 2);
   kafx_speaker_boost_set_enable(hd.h, 0);
   int e = 9;
@@ -129,17 +130,11 @@ TEST(SpeakerFrontEnd, EnableFlagIsNoBypassAndResetKeepsFifos) {
   const V out = hd.run(V(2 * 300, 5));
   EXPECT_TRUE(out[2 * kLatency - 1] == 0 && out[2 * kLatency] == 5);
   kafx_speaker_boost_reset(hd.h);
-  EXPECT_EQ(hd.h->in_left_fifo.count, 60);
-  EXPECT_EQ(hd.h->out_left_fifo.count, 179);
-}
-
-// An empty FIFO pops silence and sets its write index to its read index.
-TEST(SpeakerFrontEnd, FifoUnderflowRealigns) {
-  Handle hd(2, 48000, 2);
-  hd.h->out_left_fifo.read_index = 17;
-  EXPECT_EQ(hd.run(V(2 * 10, 3)), V(2 * 10));
-  EXPECT_EQ(hd.h->out_left_fifo.count, 0);
-  EXPECT_EQ(hd.h->out_left_fifo.write_index, 17);
+  EXPECT_TRUE(hd.h->in_left_fifo.count == 60 && hd.h->out_left_fifo.count == 179);
+  Handle empty(2, 48000, 2);
+  empty.h->out_left_fifo.read_index = 17;
+  EXPECT_EQ(empty.run(V(2 * 10, 3)), V(2 * 10));
+  EXPECT_TRUE(empty.h->out_left_fifo.count == 0 && empty.h->out_left_fifo.write_index == 17);
 }
 
 // Nulls are ignored; stray bytes after the last whole frame are left alone; the frame stride follows the
