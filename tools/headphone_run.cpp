@@ -233,12 +233,7 @@ int kafx_headphone_main(int argc, char** argv) {
   if (!o.record_in.empty() && !read_record(o.record_in, &from_file, &error)) return kCmd.failure(error);
   const audio_effect_control_acdb_t record = build_record(o, from_file);
 
-  if (o.in_path.empty()) {
-    const std::string in = kafx_tool::builtin_input_path(o.out_path);
-    if (in.empty()) return kCmd.usage_error("OUT.wav must not be named default_in.wav");
-    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return kCmd.failure(error);
-    o.in_path = in;
-  }
+  if (const int code = kafx_tool::take_builtin_input(kCmd, o.out_path, &o.in_path); code != 0) return code;
 
   kafx_tool::StreamOptions so{kCmd.name, o.strict};
   void* handle = nullptr;
@@ -267,11 +262,7 @@ int kafx_headphone_main(int argc, char** argv) {
     if (!bypassed && in.rate != 44100 && in.rate != 48000 &&
         !kafx_tool::warn(so, at + "the headphone product runs it on its 48000 Hz tables"))
       return "-";
-    if (in.channels > 2 &&
-        !kafx_tool::warn(so, "'" + in.name + "' has " + std::to_string(in.channels) +
-                                 " channels: the headphone product processes the first two; the others pass "
-                                 "through unchanged (delayed to stay aligned)"))
-      return "-";
+    if (!kafx_tool::warn_extra_channels(so, in, kCmd.name)) return "-";
     latency = static_cast<size_t>(kafx_hp_effect_get_latency(handle));
     if (in.channels > 2) extra_delay = std::make_unique<kafx_tool::FrameDelay>(latency, in.channels - 2);
     p->latency = latency;
@@ -310,10 +301,7 @@ int kafx_headphone_main(int argc, char** argv) {
 
   FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
   const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
-  std::fprintf(info, "%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
-  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, host format %d (%s), block %d\n",
-               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, format_type,
-               format_type == 1 ? "16-bit" : format_type == 2 ? "24 in 32" : "32-bit", o.block);
+  kafx_tool::print_run_header(info, o.in_path, o.out_path, r, format_type, o.block);
   if (bypassed) {
     std::fprintf(info, "  bypassed: the headphone product processes 44050 to 48050 Hz only; the output equals the input\n");
   } else {

@@ -181,17 +181,11 @@ int kafx_speaker_main(int argc, char** argv) {
   const int rc = parse_options(argc, argv, &o);
   if (rc != 0) return rc < 0 ? 0 : rc;
 
-  std::string error;
   if (!o.config.empty() && !readable(o.config)) {  // fail before writing anything
     return kCmd.failure("cannot read configuration '" + o.config + "'");
   }
   if (!o.config.empty()) kafx_tool::warn_speaker_config(o.config.c_str(), stderr);  // same checks as speaker-config
-  if (o.in_path.empty()) {
-    const std::string in = kafx_tool::builtin_input_path(o.out_path);
-    if (in.empty()) return kCmd.usage_error("OUT.wav must not be named default_in.wav");
-    if (!kafx_tool::write_builtin_input(in, o.out_path == "-" ? stderr : stdout, &error)) return kCmd.failure(error);
-    o.in_path = in;
-  }
+  if (const int code = kafx_tool::take_builtin_input(kCmd, o.out_path, &o.in_path); code != 0) return code;
 
   kafx_tool::StreamOptions so{kCmd.name, o.strict};
   void* handle = nullptr;
@@ -221,11 +215,7 @@ int kafx_speaker_main(int argc, char** argv) {
       kafx_speaker_boost_params_update(handle, &params);
     }
     if (!rate_warnings(so, static_cast<kafx_speaker_boost_t*>(handle)->chain, in)) return "-";
-    if (in.channels > 2 &&
-        !kafx_tool::warn(so, "'" + in.name + "' has " + std::to_string(in.channels) +
-                                 " channels: the speaker product processes the first two; the others pass through "
-                                 "unchanged (delayed to stay aligned)"))
-      return "-";
+    if (!kafx_tool::warn_extra_channels(so, in, kCmd.name)) return "-";
     latency = static_cast<size_t>(kafx_speaker_boost_get_latency(handle));
     if (in.channels > 2) extra_delay = std::make_unique<kafx_tool::FrameDelay>(latency, in.channels - 2);
     p->latency = latency;
@@ -258,10 +248,7 @@ int kafx_speaker_main(int argc, char** argv) {
 
   FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
   const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
-  std::fprintf(info, "%s -> %s\n", o.in_path.c_str(), o.out_path.c_str());
-  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, host format %d (%s), block %d\n",
-               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, format_type,
-               format_type == 1 ? "16-bit" : format_type == 2 ? "24 in 32" : "32-bit", o.block);
+  kafx_tool::print_run_header(info, o.in_path, o.out_path, r, format_type, o.block);
   std::fprintf(info, "  latency %zu frames removed (output aligned with the input)\n", latency);
   kafx_tool::print_levels_and_speed(info, r, audio_seconds);
   return 0;

@@ -308,4 +308,28 @@ bool write_builtin_input(const std::string& path, std::FILE* info, std::string* 
   return true;
 }
 
+int take_builtin_input(const Command& cmd, const std::string& out_path, std::string* in_path) {
+  if (!in_path->empty()) return 0;
+  const std::string in = builtin_input_path(out_path);
+  if (in.empty()) return cmd.usage_error("OUT.wav must not be named default_in.wav");
+  std::string error;
+  if (!write_builtin_input(in, out_path == "-" ? stderr : stdout, &error)) return cmd.failure(error);
+  *in_path = in;
+  return 0;
+}
+
+bool warn_extra_channels(const StreamOptions& o, const StreamInput& in, const char* product) {
+  return in.channels <= 2 ||
+         warn(o, "'" + in.name + "' has " + std::to_string(in.channels) + " channels: the " + product +
+                     " product processes the first two; the others pass through unchanged (delayed to stay aligned)");
+}
+
+void print_run_header(std::FILE* info, const std::string& in_path, const std::string& out_path, const StreamResult& r,
+                      int format_type, int block) {
+  std::fprintf(info, "%s -> %s\n", in_path.c_str(), out_path.c_str());
+  std::fprintf(info, "  frames %lld, rate %d Hz, channels %d, host format %d (%s), block %d\n",
+               static_cast<long long>(r.in_frames), r.out_rate, r.out_channels, format_type,
+               format_type == 1 ? "16-bit" : format_type == 2 ? "24 in 32" : "32-bit", block);
+}
+
 }  // namespace kafx_tool

@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "host_audio.h"
+
 namespace kafx_tool {
 
 // What the input holds.
@@ -125,6 +127,22 @@ std::string builtin_input_path(const std::string& out_path);
 
 // Writes the built-in excerpt to `path` and says so on `info`.
 bool write_builtin_input(const std::string& path, std::FILE* info, std::string* error);
+
+// A product command run without IN (*in_path empty): writes the built-in
+// excerpt (see builtin_input_path) and makes it *in_path. Returns 0, or the
+// command's exit code after its message (OUT itself named default_in.wav, a
+// failed write).
+int take_builtin_input(const Command& cmd, const std::string& out_path, std::string* in_path);
+
+// The warning for an input with more than two channels, of which `product`
+// ("headphone", ...) processes the first two while the others pass through
+// delayed; false when --strict makes it an error.
+bool warn_extra_channels(const StreamOptions& o, const StreamInput& in, const char* product);
+
+// The opening lines of a product command's summary: the files, then the
+// frames, rate, channels, host format type and frames per call.
+void print_run_header(std::FILE* info, const std::string& in_path, const std::string& out_path, const StreamResult& r,
+                      int format_type, int block);
 
 }  // namespace kafx_tool
 
