@@ -1,7 +1,9 @@
 // Headphone product benchmarks: the front end at 48 kHz, stereo 16-bit, in
-// 240-frame buffers, with effect preset 5 (graphic equalizer, every band away
-// from 0), with preset 3 (parametric equalizer) plus the smart volume
-// control, and with no preset (compressor and smooth volume only).
+// 240-frame buffers, with effect preset 1 (stereo widening), preset 2
+// (virtual bass), preset 4 (reverb, the kafx tool's default room), preset 5
+// (graphic equalizer, every band away from 0), with preset 3 (parametric
+// equalizer) plus the smart volume control, and with no preset (compressor
+// and smooth volume only).
 // The "x_realtime" counter is audio seconds processed per CPU second.
 #include <benchmark/benchmark.h>
 
@@ -18,7 +20,11 @@ namespace {
 constexpr int kRate = 48000;
 constexpr int kBlock = KAFX_HP_EFFECT_BLOCK_240;
 
-enum class Setup { kNone, kGraphicEq, kParametricSmartVolume };
+enum class Setup { kNone, kWidening, kVirtualBass, kReverb, kGraphicEq, kParametricSmartVolume };
+
+// Preset 4's room: room size, damp, wet, dry, width, gain (the kafx tool's
+// default when no reverb values are given).
+constexpr int kReverbRoom[6] = {4096, 4096, 2730, 4096, 8192, 127};
 
 // Host-side loop: copy the next 240 frames of programme into the buffer (a
 // real host's buffer is fresh every call) and process it in place. The
@@ -33,6 +39,13 @@ void run_front_end(benchmark::State& state, Setup setup) {
     std::memcpy(rec.effect_data, steps, sizeof steps);
   } else if (setup == Setup::kParametricSmartVolume) {
     rec.effect_type = KEDO_HP_EFFECT_PARAMETRIC_EQ;
+  } else if (setup == Setup::kWidening) {
+    rec.effect_type = KEDO_HP_EFFECT_STEREO_WIDENING;
+  } else if (setup == Setup::kVirtualBass) {
+    rec.effect_type = KEDO_HP_EFFECT_VIRTUAL_BASS;
+  } else if (setup == Setup::kReverb) {
+    rec.effect_type = KEDO_HP_EFFECT_REVERB;
+    std::memcpy(rec.effect_data, kReverbRoom, sizeof kReverbRoom);
   }
   kafx_hp_effect_set_parameters(handle, &rec);
   std::array<int16_t, 2 * kBlock> buffer{};
@@ -57,11 +70,17 @@ void run_front_end(benchmark::State& state, Setup setup) {
 }
 
 void BM_HpFrontEnd_NoPreset(benchmark::State& state) { run_front_end(state, Setup::kNone); }
+void BM_HpFrontEnd_Preset1_Widening(benchmark::State& state) { run_front_end(state, Setup::kWidening); }
+void BM_HpFrontEnd_Preset2_VirtualBass(benchmark::State& state) { run_front_end(state, Setup::kVirtualBass); }
+void BM_HpFrontEnd_Preset4_Reverb(benchmark::State& state) { run_front_end(state, Setup::kReverb); }
 void BM_HpFrontEnd_Preset5_GraphicEq(benchmark::State& state) { run_front_end(state, Setup::kGraphicEq); }
 void BM_HpFrontEnd_Preset3_SmartVolume(benchmark::State& state) {
   run_front_end(state, Setup::kParametricSmartVolume);
 }
 BENCHMARK(BM_HpFrontEnd_NoPreset);
+BENCHMARK(BM_HpFrontEnd_Preset1_Widening);
+BENCHMARK(BM_HpFrontEnd_Preset2_VirtualBass);
+BENCHMARK(BM_HpFrontEnd_Preset4_Reverb);
 BENCHMARK(BM_HpFrontEnd_Preset5_GraphicEq);
 BENCHMARK(BM_HpFrontEnd_Preset3_SmartVolume);
 
