@@ -44,6 +44,12 @@ void noise_branch(kedo_audio_tx_ktv_t* c, int* left, int* right, int count) {
   for (int i = 0; i < count; ++i) left[i] = scratch[i] * 256;
 }
 
+// A reverb setting, then the reverb's gains derived again.
+void set_reverb(kedo_audio_tx_ktv_t* c, void (*set)(reverb_t*, int), int value) {
+  set(c->reverb, value);
+  reverb_update(c->reverb);
+}
+
 }  // namespace
 
 extern "C" {
@@ -173,34 +179,18 @@ void kedo_audio_tx_ktv_eq_getstatus(kedo_audio_tx_ktv_t* c, int* status) { IIR_g
 
 // Reverb setters re-derive the reverb's internal gains at once.
 void kedo_audio_tx_ktv_reverb_setroomsize(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setroomsize(c->reverb, value);
-  reverb_update(c->reverb);
+  set_reverb(c, reverb_setroomsize, value);
 }
 void kedo_audio_tx_ktv_reverb_getroomsize(kedo_audio_tx_ktv_t* c, int* value) { reverb_getroomsize(c->reverb, value); }
-void kedo_audio_tx_ktv_reverb_setdamp(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setdamp(c->reverb, value);
-  reverb_update(c->reverb);
-}
+void kedo_audio_tx_ktv_reverb_setdamp(kedo_audio_tx_ktv_t* c, int value) { set_reverb(c, reverb_setdamp, value); }
 void kedo_audio_tx_ktv_reverb_getdamp(kedo_audio_tx_ktv_t* c, int* value) { reverb_getdamp(c->reverb, value); }
-void kedo_audio_tx_ktv_reverb_setwet(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setwet(c->reverb, value);
-  reverb_update(c->reverb);
-}
+void kedo_audio_tx_ktv_reverb_setwet(kedo_audio_tx_ktv_t* c, int value) { set_reverb(c, reverb_setwet, value); }
 void kedo_audio_tx_ktv_reverb_getwet(kedo_audio_tx_ktv_t* c, int* value) { reverb_getwet(c->reverb, value); }
-void kedo_audio_tx_ktv_reverb_setdry(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setdry(c->reverb, value);
-  reverb_update(c->reverb);
-}
+void kedo_audio_tx_ktv_reverb_setdry(kedo_audio_tx_ktv_t* c, int value) { set_reverb(c, reverb_setdry, value); }
 void kedo_audio_tx_ktv_reverb_getdry(kedo_audio_tx_ktv_t* c, int* value) { reverb_getdry(c->reverb, value); }
-void kedo_audio_tx_ktv_reverb_setwidth(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setwidth(c->reverb, value);
-  reverb_update(c->reverb);
-}
+void kedo_audio_tx_ktv_reverb_setwidth(kedo_audio_tx_ktv_t* c, int value) { set_reverb(c, reverb_setwidth, value); }
 void kedo_audio_tx_ktv_reverb_getwidth(kedo_audio_tx_ktv_t* c, int* value) { reverb_getwidth(c->reverb, value); }
-void kedo_audio_tx_ktv_reverb_setgain(kedo_audio_tx_ktv_t* c, int value) {
-  reverb_setgain(c->reverb, value);
-  reverb_update(c->reverb);
-}
+void kedo_audio_tx_ktv_reverb_setgain(kedo_audio_tx_ktv_t* c, int value) { set_reverb(c, reverb_setgain, value); }
 void kedo_audio_tx_ktv_reverb_getgain(kedo_audio_tx_ktv_t* c, int* value) { reverb_getgain(c->reverb, value); }
 void kedo_audio_tx_ktv_reverb_setstatus(kedo_audio_tx_ktv_t* c, int status) { reverb_setstatus(c->reverb, status); }
 void kedo_audio_tx_ktv_reverb_getstatus(kedo_audio_tx_ktv_t* c, int* status) { reverb_getstatus(c->reverb, status); }
