@@ -26,10 +26,13 @@
 #include <string>
 #include <vector>
 
+#include "host_audio.h"
 #include "howl_sim.h"
 #include "kafx_proc/howling_canceling.h"
 
 namespace {
+
+constexpr kafx_tool::Command kHowlTest{"howl-test"};
 
 constexpr const char* kUsage =
     "usage: kafx howl-test [--room RIR.wav] [--howling on|off]\n"
@@ -112,13 +115,11 @@ int kafx_howl_test_main(int argc, char** argv) {
     std::vector<double> ir;
     std::string error;
     if (!read_rir(rir_path, &ir, &error)) {
-      std::fprintf(stderr, "kafx howl-test: %s\n", error.c_str());
-      return 1;
+      return kHowlTest.failure(error);
     }
     howl_sim::Room room = howl_sim::sparsify(rir_path, ir, 512);
     if (room.first_tap() >= static_cast<int>(room.ir.size())) {
-      std::fprintf(stderr, "kafx howl-test: %s is silent\n", rir_path.c_str());
-      return 1;
+      return kHowlTest.failure(rir_path + " is silent");
     }
     if (room.first_tap() == 0) {
       // The loop needs at least one sample of delay.

@@ -32,6 +32,8 @@
 
 namespace {
 
+constexpr kafx_tool::Command kPlot{"plot"};
+
 constexpr int kWidth = 800, kHeight = 600, kPoints = 400;
 
 struct Curve {
@@ -237,32 +239,27 @@ int kafx_plot_main(int argc, char** argv) {
       curves = geq_curves(idx.data());
     }
     if (!csv.empty() && !write_csv(curves, csv)) {
-      std::fprintf(stderr, "kafx plot: cannot write '%s'\n", csv.c_str());
-      return 1;
+      return kPlot.failure("cannot write '" + csv + "'");
     }
     if (!png.empty() && !draw(curves, "", png)) {
-      std::fprintf(stderr, "kafx plot: cannot write '%s'\n", png.c_str());
-      return 1;
+      return kPlot.failure("cannot write '" + png + "'");
     }
     return 0;
   }
   const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
   if (!c.loaded) {
-    std::fprintf(stderr, "kafx plot: %s: %s\n", input.c_str(), c.load_error.c_str());
-    return 1;
+    return kPlot.failure(input + ": " + c.load_error);
   }
   std::vector<Curve> curves;
   if (rate > 0) curves.push_back(speaker_curve(c.record, rate));
   else
     for (double r : {44100.0, 48000.0, 96000.0, 192000.0}) curves.push_back(speaker_curve(c.record, r));
   if (!csv.empty() && !write_csv(curves, csv)) {
-    std::fprintf(stderr, "kafx plot: cannot write '%s'\n", csv.c_str());
-    return 1;
+    return kPlot.failure("cannot write '" + csv + "'");
   }
   std::string base = input.substr(input.find_last_of('/') == std::string::npos ? 0 : input.find_last_of('/') + 1);
   if (!png.empty() && !draw(curves, base + ": ", png)) {
-    std::fprintf(stderr, "kafx plot: cannot write '%s'\n", png.c_str());
-    return 1;
+    return kPlot.failure("cannot write '" + png + "'");
   }
   return 0;
 }

@@ -57,11 +57,14 @@
 #include <tinyxml.h>
 
 #include "eq_import.h"
+#include "host_audio.h"
 #include "kafx_proc/speaker_boost.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"
 
 namespace {
+
+constexpr kafx_tool::Command kDesign{"speaker-design"};
 
 constexpr int kBands = 10;
 
@@ -589,8 +592,7 @@ int kafx_speaker_design_main(int argc, char** argv) {
   if (from_xml) {
     const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
     if (!c.loaded) {
-      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), c.load_error.c_str());
-      return 1;
+      return kDesign.failure(input + ": " + c.load_error);
     }
     for (const kafx_tool::ConfigFlag& f : c.flags)
       std::fprintf(stderr, "kafx speaker-design: warning: %s:%d: %s\n", input.c_str(), f.line, f.text.c_str());
@@ -598,15 +600,13 @@ int kafx_speaker_design_main(int argc, char** argv) {
     try {
       text = design_text(c, rate > 0 ? rate : c.rate, base_name(input));
     } catch (const DesignError& e) {
-      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), e.message.c_str());
-      return 1;
+      return kDesign.failure(input + ": " + e.message);
     }
     return emit(text, output) ? 0 : 1;
   }
   std::ifstream in(input);
   if (!in) {
-    std::fprintf(stderr, "kafx speaker-design: cannot open '%s'\n", input.c_str());
-    return 1;
+    return kDesign.failure("cannot open '" + input + "'");
   }
   std::stringstream whole;
   whole << in.rdbuf();
@@ -618,23 +618,20 @@ int kafx_speaker_design_main(int argc, char** argv) {
     // and preamp, every other block as after init.
     kafx_tool::EqImport eq;
     if (!kafx_tool::import_eq_text(whole, d.rate, kBands, &eq, &error)) {
-      std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), error.c_str());
-      return 1;
+      return kDesign.failure(input + ": " + error);
     }
     d.peq_enable = 1;
     if (eq.has_preamp) d.peq_gain[0] = d.peq_gain[1] = db_to_q13(eq.preamp_db);
     d.bands[0] = eq.bands[0];
     d.bands[1] = eq.bands[1];
   } else if (!read_design(whole, &d, &error)) {
-    std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), error.c_str());
-    return 1;
+    return kDesign.failure(input + ": " + error);
   }
   std::string xml;
   try {
     xml = render(d, base_name(input));
   } catch (const DesignError& e) {
-    std::fprintf(stderr, "kafx speaker-design: %s: %s\n", input.c_str(), e.message.c_str());
-    return 1;
+    return kDesign.failure(input + ": " + e.message);
   }
   warn_generated(xml);
   return emit(xml, output) ? 0 : 1;
