@@ -70,6 +70,13 @@ void split_sectionwise(IIR_t* const* left, const int32_t* l, uint64_t* energy_le
 // Only the low 32 bits of a lane carry a value (the 32x32->64 multiply reads
 // only those). In the first and last C - 1 steps some lanes have no sample
 // (yet, or any more); those lanes keep their state.
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i load4(const int64_t* p) {
+  return _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
+}
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void store4(int64_t* p, __m256i v) {
+  _mm256_store_si256(reinterpret_cast<__m256i*>(p), v);
+}
+
 template <int kVecs>
 struct Wavefront {
   __m256i b0[kVecs], b1[kVecs], b2[kVecs], a1[kVecs], a2[kVecs];
@@ -94,6 +101,7 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
   // first lane of each channel takes that channel's new sample.
   __m256i in[kVecs];
   in[0] = _mm256_blend_epi32(_mm256_permute4x64_epi64(w.out[0], _MM_SHUFFLE(2, 1, 0, 3)), _mm256_set1_epi32(xl), 0x03);
+  KAFX_UNROLL
   for (int j = 1; j < kVecs; ++j) {
     in[j] = _mm256_blend_epi32(_mm256_permute4x64_epi64(w.out[j], _MM_SHUFFLE(2, 1, 0, 3)),
                                _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 3, 3)), 0x03);
@@ -103,6 +111,7 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
   } else {
     (void)xr;
   }
+  KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
     __m256i x0 = _mm256_slli_epi32(_mm256_max_epi32(v, lo_in), 5);
@@ -174,11 +183,17 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
     for (int h = 1; h < 5; ++h) words[4 + h][i] = f->state[h];  // x1, x2, y1, y2
   }
   Wavefront<kVecs> w;
-  __m256i* dst[11] = {w.b0, w.b1, w.b2, w.a1, w.a2, w.x1, w.x2, w.y1, w.y2, w.pos, w.bypass};
-  for (int q = 0; q < 11; ++q) {
-    for (int j = 0; j < kVecs; ++j) dst[q][j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(&words[q][4 * j]));
+  // Every index below is a constant once the loops are unrolled, so the
+  // lanes can live in registers.
+  KAFX_UNROLL
+  for (int j = 0; j < kVecs; ++j) {
+    w.b0[j] = load4(&words[0][4 * j]), w.b1[j] = load4(&words[1][4 * j]), w.b2[j] = load4(&words[2][4 * j]);
+    w.a1[j] = load4(&words[3][4 * j]), w.a2[j] = load4(&words[4][4 * j]);
+    w.x1[j] = load4(&words[5][4 * j]), w.x2[j] = load4(&words[6][4 * j]);
+    w.y1[j] = load4(&words[7][4 * j]), w.y2[j] = load4(&words[8][4 * j]);
+    w.pos[j] = load4(&words[9][4 * j]), w.bypass[j] = load4(&words[10][4 * j]);
+    w.out[j] = w.energy[j] = _mm256_setzero_si256();
   }
-  for (int j = 0; j < kVecs; ++j) w.out[j] = w.energy[j] = _mm256_setzero_si256();
   for (int t = 0; t < n + kLast; ++t) {
     const int32_t l = t < n ? xl[t] : 0;
     const int32_t r = kRight > 0 && t < n ? xr[t] : 0;
@@ -194,8 +209,10 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
       }
     }
   }
-  for (int q = 5; q < 9; ++q) {
-    for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&words[q][4 * j]), dst[q][j]);
+  KAFX_UNROLL
+  for (int j = 0; j < kVecs; ++j) {
+    store4(&words[5][4 * j], w.x1[j]), store4(&words[6][4 * j], w.x2[j]);
+    store4(&words[7][4 * j], w.y1[j]), store4(&words[8][4 * j], w.y2[j]);
   }
   for (int i = 0; i < kLanes; ++i) {
     IIR_t* f = map.section[i];

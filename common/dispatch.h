@@ -35,6 +35,17 @@
 #undef KAFX_DISPATCH
 #define KAFX_DISPATCH KAFX_AVX2_VARIANTS
 
+// Unrolls the loop that follows completely (its trip count must be a
+// compile-time constant), so that per-lane arrays indexed by the loop
+// variable can be kept in registers.
+#if defined(__clang__)
+#define KAFX_UNROLL _Pragma("unroll")
+#elif defined(__GNUC__)
+#define KAFX_UNROLL _Pragma("GCC unroll 16")
+#else
+#define KAFX_UNROLL
+#endif
+
 namespace kafx {
 
 enum Isa : int { kIsaBaseline = 0, kIsaAvx2 = 1, kIsaCount = 2 };
