@@ -10,6 +10,7 @@
 // as it avoids them.
 #include <atomic>
 #include <cstring>
+#include <type_traits>
 
 #include "common/fixed_point.h"
 #include "kafx_proc/bp_ns.h"
@@ -190,12 +191,63 @@ void prepare_spectrum_c(NsxInst_t_* inst, short* freq_buf) {
   freq_buf[inst->ana_len + 1] = static_cast<int16_t>(-inst->imag[inst->ana_len2]);
 }
 
-void synthesis_update_c(NsxInst_t_* inst, short* out_frame, short gain_factor) {
-  for (int i = 0; i < inst->ana_len; i++) {
-    int16_t w = static_cast<int16_t>(mul_16_16_rsft_round(inst->window[i], inst->real[i], 14));
-    int32_t g = mul_16_16_rsft_round(w, gain_factor, 13);
-    inst->synthesis_buffer[i] = sat_w32_to_w16(inst->synthesis_buffer[i] + sat_w32_to_w16(g));
+// Runs body(n) with the analysis length as a compile-time constant for the
+// two lengths the suppressor uses (256 and 128), so that the loops over the
+// block have fixed trip counts and the compiler can run them in vector lanes;
+// any other length takes the same body with a run-time count.
+template <typename Body>
+[[gnu::always_inline]] inline void for_analysis_length(int len, Body body) {
+  if (len == 256) {
+    body(std::integral_constant<int, 256>{});
+  } else if (len == 128) {
+    body(std::integral_constant<int, 128>{});
+  } else {
+    body(len);
   }
+}
+
+// The block loops read and write distinct arrays (the instance's buffers,
+// the window table and the caller's block), hence the restrict qualifiers;
+// a caller's block may be one of the instance's buffers only if it is the
+// very array the loop reads at the same index.
+template <typename Len>
+void synthesis_loop(const int16_t* __restrict window, const int16_t* __restrict real,
+                    int16_t* __restrict synth, int16_t gain_factor, Len len) {
+  for (int i = 0; i < len; i++) {
+    int16_t w = static_cast<int16_t>(mul_16_16_rsft_round(window[i], real[i], 14));
+    int32_t g = mul_16_16_rsft_round(w, gain_factor, 13);
+    synth[i] = sat_w32_to_w16(synth[i] + sat_w32_to_w16(g));
+  }
+}
+
+template <typename Len>
+void window_loop(const int16_t* __restrict window, const int16_t* __restrict buf, int16_t* __restrict out,
+                 Len len) {
+  for (int i = 0; i < len; i++) out[i] = static_cast<int16_t>(mul_16_16_rsft_round(window[i], buf[i], 14));
+}
+
+// Real parts of an interleaved complex block shifted by shift (either sign), saturated.
+template <typename Len>
+void denormalize_loop(const int16_t* __restrict in, int16_t* __restrict real, int shift, Len len) {
+  if (shift >= 0) {
+    for (int i = 0; i < len; i++) real[i] = sat_w32_to_w16(wshl(in[2 * i], shift));
+  } else {
+    for (int i = 0; i < len; i++) real[i] = sat_w32_to_w16(in[2 * i] >> -shift);
+  }
+}
+
+template <typename Len>
+void complex_loop(const int16_t* __restrict in, int16_t* __restrict out, int shift, Len len) {
+  for (int i = 0; i < len; i++) {
+    out[2 * i] = static_cast<int16_t>(wshl(in[i], shift));
+    out[2 * i + 1] = 0;
+  }
+}
+
+void synthesis_update_c(NsxInst_t_* inst, short* out_frame, short gain_factor) {
+  for_analysis_length(inst->ana_len, [&](auto len) {
+    synthesis_loop(inst->window, inst->real, inst->synthesis_buffer, gain_factor, len);
+  });
   int keep = inst->ana_len - inst->block_len;
   std::memcpy(out_frame, inst->synthesis_buffer, sizeof(int16_t) * inst->block_len);
   std::memmove(inst->synthesis_buffer, inst->synthesis_buffer + inst->block_len, sizeof(int16_t) * keep);
@@ -206,22 +258,16 @@ void analysis_update_c(NsxInst_t_* inst, short* out, short* new_speech) {
   int keep = inst->ana_len - inst->block_len;
   std::memmove(inst->analysis_buffer, inst->analysis_buffer + inst->block_len, sizeof(int16_t) * keep);
   std::memcpy(inst->analysis_buffer + keep, new_speech, sizeof(int16_t) * inst->block_len);
-  for (int i = 0; i < inst->ana_len; i++) {
-    out[i] = static_cast<int16_t>(mul_16_16_rsft_round(inst->window[i], inst->analysis_buffer[i], 14));
-  }
+  for_analysis_length(inst->ana_len, [&](auto len) { window_loop(inst->window, inst->analysis_buffer, out, len); });
 }
 
 void denormalize_c(NsxInst_t_* inst, short* in, int factor) {
-  for (int i = 0; i < inst->ana_len; i++) {
-    inst->real[i] = sat_w32_to_w16(shift_w32(in[2 * i], factor - inst->norm_data));
-  }
+  for_analysis_length(inst->ana_len,
+                      [&](auto len) { denormalize_loop(in, inst->real, factor - inst->norm_data, len); });
 }
 
 void create_complex_buffer_c(NsxInst_t_* inst, short* in, short* out) {
-  for (int i = 0; i < inst->ana_len; i++) {
-    out[2 * i] = static_cast<int16_t>(wshl(in[i], inst->norm_data));
-    out[2 * i + 1] = 0;
-  }
+  for_analysis_length(inst->ana_len, [&](auto len) { complex_loop(in, out, inst->norm_data, len); });
 }
 
 // ---- Feature extraction ---------------------------------------------------
@@ -867,46 +913,44 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
 
   // Noise update, slower where speech is likely; the conservative template
   // avg_magn_pause follows the bins that are most likely noise.
-  uint16_t gamma = kNoiseUpdateQ8;
+  //
+  // Each bin steps its noise by the rate of the previous bin (gamma_prev, the
+  // fast rate before the first bin) and, where the rate changes at this bin,
+  // keeps the smaller of that and the step at its own rate. Both candidates
+  // are formed for every bin: when the rates agree they are equal, and when
+  // the difference or the non-speech probability is zero both steps are zero,
+  // so the selects below give the same result as testing those cases.
+  uint32_t gamma_prev = kNoiseUpdateQ8;
   uint32_t max_noise = 0;
   post_shifts = inst->prev_q_noise - q_magn;
   n_shifts = inst->prev_q_magn - q_magn;
   for (int i = 0; i < n; i++) {
-    uint32_t m = post_shifts < 0 ? magn[i] >> -post_shifts : static_cast<uint32_t>(magn[i]) << post_shifts;
-    bool down = prev_noise16[i] > m;
-    uint32_t diff = down ? prev_noise16[i] - m : m - prev_noise16[i];
-    uint32_t update = inst->prev_noise[i];
-    uint32_t weighted = 0;
-    auto step_of = [&](uint16_t g) {
-      return (weighted & 0x7c000000u) ? (weighted >> 5) * g : (weighted * g) >> 5;
-    };
-    if (diff && non_speech[i]) {
-      weighted = diff * non_speech[i];  // Q(prev_q_noise + 8)
-      uint32_t st = step_of(gamma);
-      update = down ? update - st : update + st;
-    }
-    uint16_t prev_gamma = gamma;
-    gamma = non_speech[i] < kOneMinusProbRangeQ8 ? kGammaNoiseTransAndSpeechQ8 : kNoiseUpdateQ8;
-    if (prev_gamma != gamma) {
-      uint32_t st = step_of(gamma);
-      uint32_t alt = down ? inst->prev_noise[i] - st : inst->prev_noise[i] + st;
-      if (update > alt) update = alt;
-    }
+    const uint32_t m = post_shifts < 0 ? magn[i] >> -post_shifts : static_cast<uint32_t>(magn[i]) << post_shifts;
+    const uint32_t p16 = prev_noise16[i];
+    const uint32_t ns_prob = non_speech[i];
+    const bool down = p16 > m;
+    const uint32_t weighted = (down ? p16 - m : m - p16) * ns_prob;  // Q(prev_q_noise + 8)
+    const bool large = (weighted & 0x7c000000u) != 0;
+    const uint32_t gamma = ns_prob < kOneMinusProbRangeQ8 ? kGammaNoiseTransAndSpeechQ8 : kNoiseUpdateQ8;
+    const uint32_t st_prev = large ? (weighted >> 5) * gamma_prev : (weighted * gamma_prev) >> 5;
+    const uint32_t st_cur = large ? (weighted >> 5) * gamma : (weighted * gamma) >> 5;
+    const uint32_t prev = inst->prev_noise[i];
+    const uint32_t by_prev = down ? prev - st_prev : prev + st_prev;
+    const uint32_t by_cur = down ? prev - st_cur : prev + st_cur;
+    const uint32_t update = by_cur < by_prev ? by_cur : by_prev;
+    gamma_prev = gamma;
     noise[i] = update;
-    if (update > max_noise) max_noise = update;
+    max_noise = update > max_noise ? update : max_noise;
 
     int32_t pause = shift_w32(inst->avg_magn_pause[i], -n_shifts);
-    if (non_speech[i] > kOneMinusProbRangeQ8) {
-      int32_t d;
-      if (n_shifts < 0) {
-        d = (static_cast<int32_t>(magn[i]) - pause) * kOneMinusGammaPauseQ8;
-        d = (d + 128) >> 8;
-      } else {
-        d = (wshl(magn[i], n_shifts) - inst->avg_magn_pause[i]) * kOneMinusGammaPauseQ8;
-        d = (d + (128 << n_shifts)) >> (8 + n_shifts);
-      }
-      pause += d;
+    int32_t d;
+    if (n_shifts < 0) {
+      d = wrap_add(wmul(wrap_sub(magn[i], pause), kOneMinusGammaPauseQ8), 128) >> 8;
+    } else {
+      d = wmul(wrap_sub(wshl(magn[i], n_shifts), inst->avg_magn_pause[i]), kOneMinusGammaPauseQ8);
+      d = wrap_add(d, 128 << n_shifts) >> (8 + n_shifts);
     }
+    pause += ns_prob > kOneMinusProbRangeQ8 ? d : 0;
     inst->avg_magn_pause[i] = pause;
   }
   const int norm_noise = norm_u32(max_noise);
