@@ -21,9 +21,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/dc_remove.h"
 #include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
+#include "common/reverb_kernels.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/stereo_widening_system_tables.h"
 
@@ -184,9 +186,10 @@ void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) 
   std::memset(acc_r, 0, static_cast<size_t>(n) * sizeof(int32_t));
   comb_bank_accumulate<5>(e->comb_left, 4, ql, acc_l, n);
   comb_bank_accumulate<5>(e->comb_right, 4, qr, acc_r, n);
+  static const ReverbAllpassRun allpass_run = choose(reverb_allpass_run_variants);
   for (int k = 0; k < 2; ++k) {
-    allpass_block(e->allpass_left[k], acc_l, n);
-    allpass_block(e->allpass_right[k], acc_r, n);
+    allpass_run(e->allpass_left[k], acc_l, n);
+    allpass_run(e->allpass_right[k], acc_r, n);
   }
 }
 
@@ -208,14 +211,20 @@ void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right
   }
   s.store();
   reflector_rooms(e, al, ar, n);
+  // The mix, with both DC removers' recursions in one loop.
+  dc_remove* dl = e->dc_left;
+  dc_remove* dr = e->dc_right;
+  int64_t y1l = dl->y1, x1l = dl->x1, y1r = dr->y1, x1r = dr->x1;
   for (int i = 0; i < n; ++i) {
     const int32_t l = reflector_wet_dry(e, al[i], in_left[i]);
     const int32_t r = reflector_wet_dry(e, ar[i], in_right[i]);
-    out_left[i] = l;
-    out_right[i] = r;
+    out_left[i] = dc_remove_out24(dc_remove_tick<5>(y1l, x1l, l));
+    out_right[i] = dc_remove_out24(dc_remove_tick<5>(y1r, x1r, r));
   }
-  do_dc_remove_process(e->dc_left, out_left, out_left, n);
-  do_dc_remove_process(e->dc_right, out_right, out_right, n);
+  dl->y1 = y1l;
+  dl->x1 = x1l;
+  dr->y1 = y1r;
+  dr->x1 = x1r;
 }
 
 // Runs a stage's chunk function over any count.
