@@ -91,6 +91,17 @@ template <typename F>
 F load_routine(F& p) {
   return std::atomic_ref<F>(p).load(std::memory_order_relaxed);
 }
+// Calls the routine a pointer holds. While it holds the plain version, that
+// version is called directly, so that the compiler can inline it.
+template <auto Plain, typename F, typename... Args>
+[[gnu::always_inline]] inline void call_routine(F& p, Args... args) {
+  const F f = load_routine(p);
+  if (f == static_cast<F>(Plain)) {
+    Plain(args...);
+  } else {
+    f(args...);
+  }
+}
 template <typename F>
 void install_routine(F& p, F value) {
   std::atomic_ref<F> ref(p);
@@ -602,7 +613,7 @@ void data_analysis(NsxInst_t_* inst, int16_t* speech, uint16_t* magn) {
   int16_t win[KEDO_NSX_ANAL_BLOCKL_MAX];
   int16_t cbuf[2 * KEDO_NSX_ANAL_BLOCKL_MAX];
 
-  load_routine(kedoNsx_AnalysisUpdate)(inst, win, speech);
+  call_routine<analysis_update_c>(kedoNsx_AnalysisUpdate, inst, win, speech);
   inst->energy_in = kedoSpl_Energy(win, inst->ana_len, &inst->scale_energy_in);
   inst->zero_input_signal = 0;
   int16_t max_win = kedoSpl_MaxAbsValueW16(win, inst->ana_len);
@@ -619,7 +630,7 @@ void data_analysis(NsxInst_t_* inst, int16_t* speech, uint16_t* magn) {
   inst->min_norm -= rs_init;
   if (rs_magn < 0) rs_magn = 0;
 
-  load_routine(kedoNsx_CreateComplexBuffer)(inst, win, cbuf);
+  call_routine<create_complex_buffer_c>(kedoNsx_CreateComplexBuffer, inst, win, cbuf);
   kedoSpl_ComplexBitReverse(cbuf, inst->stages);
   kedoSpl_ComplexFFT(cbuf, inst->stages, 1);
 
@@ -628,12 +639,14 @@ void data_analysis(NsxInst_t_* inst, int16_t* speech, uint16_t* magn) {
   inst->imag[n2] = 0;
   inst->real[0] = cbuf[0];
   inst->real[n2] = cbuf[inst->ana_len];
-  inst->magn_energy = static_cast<uint32_t>(inst->real[0] * inst->real[0]);
-  inst->magn_energy += static_cast<uint32_t>(inst->real[n2] * inst->real[n2]);
+  // The energy and magnitude sums run in locals (magn may point anywhere,
+  // so sums kept in the instance would be stored and reloaded every bin).
+  uint32_t energy = static_cast<uint32_t>(inst->real[0] * inst->real[0]);
+  energy += static_cast<uint32_t>(inst->real[n2] * inst->real[n2]);
   magn[0] = static_cast<uint16_t>(abs16(inst->real[0]));
   magn[n2] = static_cast<uint16_t>(abs16(inst->real[n2]));
-  inst->sum_magn = magn[0];
-  inst->sum_magn += magn[n2];
+  uint32_t sum = magn[0];
+  sum += magn[n2];
 
   auto bin = [&](int i) {
     int j = 2 * i;
@@ -641,13 +654,16 @@ void data_analysis(NsxInst_t_* inst, int16_t* speech, uint16_t* magn) {
     inst->imag[i] = static_cast<int16_t>(-cbuf[j + 1]);
     uint32_t e = static_cast<uint32_t>(cbuf[j] * cbuf[j]);
     e += static_cast<uint32_t>(cbuf[j + 1] * cbuf[j + 1]);
-    inst->magn_energy += e;
-    magn[i] = static_cast<uint16_t>(kedoSpl_SqrtFloor(static_cast<int32_t>(e)));
-    inst->sum_magn += magn[i];
+    energy += e;
+    const uint16_t m = static_cast<uint16_t>(kedoSpl_SqrtFloor(static_cast<int32_t>(e)));
+    magn[i] = m;
+    sum += m;
   };
 
   if (inst->block_index >= kEndStartupShort) {
     for (int i = 1; i < n2; i++) bin(i);
+    inst->magn_energy = energy;
+    inst->sum_magn = sum;
     return;
   }
 
@@ -670,6 +686,8 @@ void data_analysis(NsxInst_t_* inst, int16_t* speech, uint16_t* magn) {
       sum_log_i_log_magn += (kLogIndex[i] * l2) >> 3;
     }
   }
+  inst->magn_energy = energy;
+  inst->sum_magn = sum;
 
   // White noise: the mean magnitude with over-drive, Q(min_norm - stages).
   inst->white_noise_level >>= rs_init;
@@ -729,10 +747,10 @@ void data_synthesis(NsxInst_t_* inst, int16_t* out) {
     return;
   }
   int16_t cbuf[2 * KEDO_NSX_ANAL_BLOCKL_MAX];
-  load_routine(kedoNsx_PrepareSpectrum)(inst, cbuf);
+  call_routine<prepare_spectrum_c>(kedoNsx_PrepareSpectrum, inst, cbuf);
   kedoSpl_ComplexBitReverse(cbuf, inst->stages);
   int scale = kedoSpl_ComplexIFFT(cbuf, inst->stages, 1);
-  load_routine(kedoNsx_Denormalize)(inst, cbuf, scale);
+  call_routine<denormalize_c>(kedoNsx_Denormalize, inst, cbuf, scale);
 
   // Policies with a gain table compensate the overall level after start-up,
   // by the ratio of output to input energy (Q8).
@@ -757,7 +775,7 @@ void data_synthesis(NsxInst_t_* inst, int16_t* out) {
     int16_t b = static_cast<int16_t>((inst->prior_non_speech_prob * f2) >> 14);
     gain = static_cast<int16_t>(a + b);
   }
-  load_routine(kedoNsx_SynthesisUpdate)(inst, out, gain);
+  call_routine<synthesis_update_c>(kedoNsx_SynthesisUpdate, inst, out, gain);
 }
 
 }  // namespace
@@ -786,7 +804,7 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
   const int16_t q_magn = static_cast<int16_t>(inst->norm_data - inst->stages);
   compute_spectral_flatness(inst, magn);
   short q_noise_s = 0;
-  load_routine(kedoNsx_NoiseEstimation)(inst, magn, noise, &q_noise_s);
+  call_routine<noise_estimation_c>(kedoNsx_NoiseEstimation, inst, magn, noise, &q_noise_s);
   int q_noise = q_noise_s;
   for (int i = 0; i < n; i++) prev_noise16[i] = static_cast<uint16_t>(inst->prev_noise[i] >> 11);
 
