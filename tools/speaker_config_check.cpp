@@ -69,12 +69,12 @@ void check_section(const TiXmlElement* section, const ElementSlot (&table)[N], C
   for (const TiXmlElement* e = section->FirstChildElement(); e != nullptr; e = e->NextSiblingElement()) {
     const ElementSlot* slot = find_slot(table, e->Value());
     if (slot == nullptr) {
-      c->flags.push_back({e->Row(), "unknown element <" + std::string(e->Value()) + "> in <" + kind + ">: ignored"});
+      c->flags.push_back({e->Row(), fmt("unknown element <%s> in <%s>: ignored", e->Value(), kind.c_str())});
       continue;
     }
     const char* text = e->GetText();
     if (text == nullptr) {
-      c->flags.push_back({e->Row(), "<" + std::string(e->Value()) + "> has no text: ignored"});
+      c->flags.push_back({e->Row(), fmt("<%s> has no text: ignored", e->Value())});
       continue;
     }
     const size_t tokens = for_each_token(text, ";", [&](size_t k, const char* token) {
@@ -197,7 +197,7 @@ ConfigCheck check_speaker_config(const char* path) {
   c.rate = design_rate_of(path);
   const TiXmlElement* root = doc.FirstChildElement();
   if (std::strcmp(root->Value(), "kafxsp") != 0) {
-    c.flags.push_back({root->Row(), "root element <" + std::string(root->Value()) + "> is not <kafxsp>: nothing applies"});
+    c.flags.push_back({root->Row(), fmt("root element <%s> is not <kafxsp>: nothing applies", root->Value())});
     return c;
   }
   for (const TiXmlElement* e = root->FirstChildElement(); e != nullptr; e = e->NextSiblingElement()) {

@@ -186,7 +186,10 @@ int run_stream(const StreamOptions& o, const std::string& in_path, const std::st
   const fs::path dest(out_path);
   const fs::path dir = to_stdout ? fs::temp_directory_path()
                                  : (dest.has_parent_path() ? dest.parent_path() : fs::path("."));
-  std::string temp = (dir / ("." + (to_stdout ? std::string("stdout") : dest.filename().string()) + ".kafx-XXXXXX")).string();
+  std::string name = ".";
+  name += to_stdout ? std::string("stdout") : dest.filename().string();
+  name += ".kafx-XXXXXX";
+  std::string temp = (dir / name).string();
   const int fd = mkstemp(temp.data());
   if (fd < 0) return fail("cannot create a file in '" + dir.string() + "': " + std::strerror(errno));
   set_temp(temp);
