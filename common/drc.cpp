@@ -213,7 +213,11 @@ void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out
   int32_t* const buf = dl->buffer;
   const int32_t delay = dl->delay;
   int32_t index = dl->index;
-  for (int i = 0; i < count; ++i) {
+  int i = 0;
+  for (; i < count; ++i) {
+    // Both gains at their targets: smooth_gain(target, target) is target and
+    // the expander glide adds (0 >> 5), so neither moves again in this block.
+    if (gain == target && denoise == dnq) break;
     gain = smooth_gain(gain, target);
 
     const int64_t e = static_cast<int64_t>(dnq) - denoise;
@@ -235,6 +239,26 @@ void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out
       x = delayed;
     }
     out[i] = mul_shift<17>(static_cast<int64_t>(x) * total);
+  }
+  // The settled rest of the block: one total gain, the delay line in
+  // stretches that do not wrap.
+  const int32_t total = denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain;
+  if (delay == 0) {
+    for (; i < count; ++i) out[i] = mul_shift<17>(static_cast<int64_t>(in[i]) * total);
+  }
+  while (i < count) {
+    // (A position at or past the end, after the delay was shortened, is
+    // used once and then wraps, as in the per-sample step.)
+    int m = delay - index > 1 ? delay - index : 1;
+    if (m > count - i) m = count - i;
+    for (int k = 0; k < m; ++k) {
+      const int32_t delayed = buf[index + k];
+      buf[index + k] = in[i + k];
+      out[i + k] = mul_shift<17>(static_cast<int64_t>(delayed) * total);
+    }
+    i += m;
+    index += m;
+    if (index >= delay) index = 0;
   }
   d->gain = gain;
   d->denoise_gain = denoise;
