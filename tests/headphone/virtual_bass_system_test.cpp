@@ -173,6 +173,12 @@ TEST(CompressorBass, HandWorkedSamples) {
   c.gain = 122872 + 128;
   run({24577 << 8});
   EXPECT_EQ(c.gain, 122999);
+  // Below the knee the target is the record's unity gain, not a constant:
+  // with 0.5 (65536) the gain climbs from 0 by 65536 >> 9 = 128.
+  compressor_bass_reset(&c);
+  c.unity_gain = 65536;
+  run({0});
+  EXPECT_EQ(c.gain, 128);
 }
 
 // The system equals its blocks wired together, in blocks of 240 and odd
