@@ -2,37 +2,19 @@
 // biquad sections in series (a fourth-order branch).
 #include "kafx_proc/band_split.h"
 
-#include <cstdlib>
-
-#include "common/band_split_block.h"
-
 #include <cstring>
 
+#include "common/band_split_block.h"
 #include "common/biquad.h"
 #include "common/lifecycle.h"
-
-namespace {
-
-IIR_t* new_section(const int* coef) {
-  auto* f = kafx::alloc_record<IIR_t>();
-  if (f != nullptr) IIR_init(f, coef);
-  return f;
-}
-
-void delete_section(IIR_t*& f) {
-  if (f != nullptr) IIR_end(f);
-  kafx::free_null(f);
-}
-
-}  // namespace
 
 extern "C" {
 
 void spectral_band_split_init(spectral_band_split* s, const int* coef_a, const int* coef_b) {
-  s->first_a = new_section(coef_a);
-  s->second_a = new_section(coef_a);
-  s->first_b = new_section(coef_b);
-  s->second_b = new_section(coef_b);
+  s->first_a = kafx::new_block<IIR_t>(IIR_init, coef_a);
+  s->second_a = kafx::new_block<IIR_t>(IIR_init, coef_a);
+  s->first_b = kafx::new_block<IIR_t>(IIR_init, coef_b);
+  s->second_b = kafx::new_block<IIR_t>(IIR_init, coef_b);
 }
 
 void spectral_band_split_reinit(spectral_band_split* s, const int* coef_a, const int* coef_b) {
@@ -50,10 +32,10 @@ void spectral_band_split_reset(spectral_band_split* s) {
 }
 
 void spectral_band_split_end(spectral_band_split* s) {
-  delete_section(s->first_a);
-  delete_section(s->second_a);
-  delete_section(s->first_b);
-  delete_section(s->second_b);
+  kafx::end_block(s->first_a, IIR_end);
+  kafx::end_block(s->second_a, IIR_end);
+  kafx::end_block(s->first_b, IIR_end);
+  kafx::end_block(s->second_b, IIR_end);
 }
 
 void spectral_band_split_process(spectral_band_split* s, int* in, int* out_a, int* out_b) {

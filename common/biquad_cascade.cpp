@@ -91,8 +91,6 @@ struct Wavefront {
 template <int kVecs, int kRight, bool kMasked, bool kSplit>
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, int32_t xl, int32_t xr, int t,
                                                                int n) {
-  const __m256i hi_in = _mm256_set1_epi32(INT32_MAX >> 5);
-  const __m256i lo_in = _mm256_set1_epi32(INT32_MIN >> 5);
   const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
   const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
   const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
@@ -114,8 +112,7 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
   KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
-    __m256i x0 = _mm256_slli_epi32(_mm256_max_epi32(v, lo_in), 5);
-    x0 = _mm256_blendv_epi8(x0, max32, _mm256_cmpgt_epi32(v, hi_in));
+    const __m256i x0 = lanes::shl_sat<5>(v);
     // The terms of the history first: only the newest input's product is
     // on the path from one lane to the next (the sum wraps, so the order
     // does not change it).
@@ -231,14 +228,13 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
 }
 
 // Places a channel's working sections (status != 0) in the last lanes of
-// its span [first, first + cap); returns how many there are.
-int place(LaneMap& map, int first, int cap, IIR_t* const* sections, int count) {
+// its span [first, first + cap).
+void place(LaneMap& map, int first, int cap, IIR_t* const* sections, int count) {
   IIR_t* working[kCascadeMaxSections];
   int m = 0;
   for (int k = 0; k < count; ++k)
     if (sections[k]->status != 0) working[m++] = sections[k];
   for (int k = 0; k < m; ++k) map.section[first + cap - m + k] = working[k];
-  return m;
 }
 
 int working_sections(IIR_t* const* sections, int count) {

@@ -61,15 +61,7 @@ void audio_delay_end(audio_delay* d) {
   d->index = 0;
 }
 
-int audio_delay_process(audio_delay* d, int x) {
-  if (d->delay == 0) return x;
-  const int32_t out = d->buffer[d->index];
-  d->buffer[d->index] = x;
-  // The wrap tests the current delay, so a delay lowered below the position
-  // takes effect after one more access at the old position.
-  d->index = next_index(d->index, d->delay);
-  return out;
-}
+int audio_delay_process(audio_delay* d, int x) { return delay_tick(d->buffer, d->delay, d->index, x); }
 
 // ---------------------------------------------------------------------------
 // allpass: y = g x + w[n-N], w[n] = x - g y, saturating at every step;

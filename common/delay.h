@@ -16,6 +16,46 @@ inline int32_t next_index(int32_t index, int32_t limit) {
   return index >= limit ? 0 : index;
 }
 
+// One step of the plain delay line: returns the sample stored `delay` steps
+// ago and stores x in its place. A delay of 0 passes x through. The wrap
+// tests the current delay, so a delay lowered below the position takes effect
+// after one more access at the old position.
+[[gnu::always_inline]] inline int32_t delay_tick(int32_t* buffer, int32_t delay, int32_t& index, int32_t x) {
+  if (delay == 0) return x;
+  const int32_t out = buffer[index];
+  buffer[index] = x;
+  index = next_index(index, delay);
+  return out;
+}
+
+// The same over a run: for k < count, step(k, delayed_k) with delayed_k what
+// delay_tick(in[k]) returns (in[k] is read before step(k, ...) runs, so the
+// step may write over it). The run is cut where the position wraps, so the
+// inner loop walks the line with a plain pointer.
+template <class Step>
+[[gnu::always_inline]] inline void delay_run(int32_t* buffer, int32_t delay, int32_t& index, const int32_t* in,
+                                             int count, Step step) {
+  if (delay == 0) {
+    for (int k = 0; k < count; ++k) step(k, in[k]);
+    return;
+  }
+  for (int i = 0; i < count;) {
+    // A position at or past the end (after the delay was shortened) is used
+    // once and then wraps, as in delay_tick.
+    int m = delay - index > 1 ? delay - index : 1;
+    if (m > count - i) m = count - i;
+    int32_t* const line = buffer + index;
+    for (int k = 0; k < m; ++k) {
+      const int32_t delayed = line[k];
+      line[k] = in[i + k];
+      step(i + k, delayed);
+    }
+    i += m;
+    index += m;
+    if (index >= delay) index = 0;
+  }
+}
+
 // One step of the damped comb at its current loop position `slot`. S is the
 // shift between the sample format and the Q28 loop (13 for 16-bit samples,
 // 5 for working samples).

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 
@@ -119,8 +120,7 @@ void dynamic_range_control_init(dynamic_range_control_t* d, int lookahead, int f
   d->frame_len = frame_len;
   clear_state(d);
   d->gain_history = static_cast<int32_t*>(alloc_zeroed(history_bytes(d)));
-  d->delay = alloc_record<audio_delay>();
-  if (d->delay != nullptr) audio_delay_init(d->delay, frame_len * lookahead);
+  d->delay = new_block<audio_delay>(audio_delay_init, frame_len * lookahead);
 }
 
 void dynamic_range_control_reinit(dynamic_range_control_t* d, int frame_len) {
@@ -137,8 +137,7 @@ void dynamic_range_control_reset(dynamic_range_control_t* d) {
 void dynamic_range_control_end(dynamic_range_control_t* d) {
   clear_state(d);
   free_null(d->gain_history);
-  if (d->delay != nullptr) audio_delay_end(d->delay);
-  free_null(d->delay);
+  end_block(d->delay, audio_delay_end);
 }
 
 void dynamic_range_control_set_threshold(dynamic_range_control_t* d, int v) { d->threshold = v; }
@@ -230,36 +229,13 @@ void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out
     int32_t total = gain;
     if (denoise != kQ17One) total = shr_sat<17>(static_cast<int64_t>(gain) * denoise);
 
-    // The look-ahead delay line (audio_delay_process with its state in locals).
-    int32_t x = in[i];
-    if (delay != 0) {
-      const int32_t delayed = buf[index];
-      buf[index] = x;
-      if (++index >= delay) index = 0;
-      x = delayed;
-    }
-    out[i] = mul_shift<17>(static_cast<int64_t>(x) * total);
+    // The look-ahead delay line, its position in a local.
+    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * total);
   }
-  // The settled rest of the block: one total gain, the delay line in
-  // stretches that do not wrap.
+  // The settled rest of the block: one total gain.
   const int32_t total = denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain;
-  if (delay == 0) {
-    for (; i < count; ++i) out[i] = mul_shift<17>(static_cast<int64_t>(in[i]) * total);
-  }
-  while (i < count) {
-    // (A position at or past the end, after the delay was shortened, is
-    // used once and then wraps, as in the per-sample step.)
-    int m = delay - index > 1 ? delay - index : 1;
-    if (m > count - i) m = count - i;
-    for (int k = 0; k < m; ++k) {
-      const int32_t delayed = buf[index + k];
-      buf[index + k] = in[i + k];
-      out[i + k] = mul_shift<17>(static_cast<int64_t>(delayed) * total);
-    }
-    i += m;
-    index += m;
-    if (index >= delay) index = 0;
-  }
+  delay_run(buf, delay, index, in + i, count - i,
+            [&](int k, int32_t x) { out[i + k] = mul_shift<17>(static_cast<int64_t>(x) * total); });
   d->gain = gain;
   d->denoise_gain = denoise;
   dl->index = index;

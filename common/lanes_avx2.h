@@ -34,6 +34,14 @@ namespace kafx::lanes {
   return saturate_on(a, diff, _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(a, diff)));
 }
 
+// v << Shift saturated to the int32 range (shl_sat).
+template <int Shift>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i shl_sat(__m256i v) {
+  const __m256i shifted = _mm256_slli_epi32(_mm256_max_epi32(v, _mm256_set1_epi32(INT32_MIN >> Shift)), Shift);
+  return _mm256_blendv_epi8(shifted, _mm256_set1_epi32(INT32_MAX),
+                            _mm256_cmpgt_epi32(v, _mm256_set1_epi32(INT32_MAX >> Shift)));
+}
+
 }  // namespace kafx::lanes
 
 #endif  // KAFX_AVX2_VARIANTS

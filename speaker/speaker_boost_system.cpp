@@ -139,25 +139,17 @@ void speaker_boost_system_init(speaker_boost_system_t* s) {
   for (int i = 0; i < 6; ++i) {
     const int pair = i % 3;
     // A record that cannot be allocated stays null (see common/lifecycle.h).
-    spectral_band_split* split = *crossover(s, i) = alloc_record<spectral_band_split>();
-    if (split != nullptr) spectral_band_split_init(split, xo.coef[2 * pair], xo.coef[2 * pair + 1]);
+    *crossover(s, i) =
+        new_block<spectral_band_split>(spectral_band_split_init, xo.coef[2 * pair], xo.coef[2 * pair + 1]);
   }
-  s->nld = alloc_record<NLD>();
-  if (s->nld != nullptr) NLD_init(s->nld);
-  for (int i = 0; i < 3; ++i) {
-    IIR_t* f = *biquad_member(s, i) = alloc_record<IIR_t>();
-    if (f != nullptr) IIR_init(f, biquad_row(i == 0 ? 0 : 1, 1));
-  }
+  s->nld = new_block<NLD>(NLD_init);
+  for (int i = 0; i < 3; ++i) *biquad_member(s, i) = new_block<IIR_t>(IIR_init, biquad_row(i == 0 ? 0 : 1, 1));
   s->lookahead = kDefaultLookahead;
   s->frame_len = kDefaultFrameLen;
-  s->nld_delay_left = alloc_record<audio_delay>();
-  s->nld_delay_right = alloc_record<audio_delay>();
-  if (s->nld_delay_left != nullptr) audio_delay_init(s->nld_delay_left, s->lookahead * s->frame_len);
-  if (s->nld_delay_right != nullptr) audio_delay_init(s->nld_delay_right, s->lookahead * s->frame_len);
-  for (int i = 0; i < 8; ++i) {
-    dynamic_range_control_t* d = *limiter(s, i) = alloc_record<dynamic_range_control_t>();
-    if (d != nullptr) dynamic_range_control_init(d, s->lookahead, s->frame_len);
-  }
+  s->nld_delay_left = new_block<audio_delay>(audio_delay_init, s->lookahead * s->frame_len);
+  s->nld_delay_right = new_block<audio_delay>(audio_delay_init, s->lookahead * s->frame_len);
+  for (int i = 0; i < 8; ++i)
+    *limiter(s, i) = new_block<dynamic_range_control_t>(dynamic_range_control_init, s->lookahead, s->frame_len);
   for (int i = 0; i < 10; ++i) *band_buffer(s, i) = alloc_words(kMaxBlock);
 }
 
@@ -187,24 +179,12 @@ void speaker_boost_system_reset(speaker_boost_system_t* s) {
 
 void speaker_boost_system_end(speaker_boost_system_t* s) {
   // Members an init could not allocate are null; they are skipped.
-  for (int i = 0; i < 6; ++i) {
-    if (*crossover(s, i) != nullptr) spectral_band_split_end(*crossover(s, i));
-    free_null(*crossover(s, i));
-  }
-  if (s->nld != nullptr) NLD_end(s->nld);
-  free_null(s->nld);
-  for (int i = 0; i < 3; ++i) {
-    if (*biquad_member(s, i) != nullptr) IIR_end(*biquad_member(s, i));
-    free_null(*biquad_member(s, i));
-  }
-  if (s->nld_delay_left != nullptr) audio_delay_end(s->nld_delay_left);
-  if (s->nld_delay_right != nullptr) audio_delay_end(s->nld_delay_right);
-  free_null(s->nld_delay_left);
-  free_null(s->nld_delay_right);
-  for (int i = 0; i < 8; ++i) {
-    if (*limiter(s, i) != nullptr) dynamic_range_control_end(*limiter(s, i));
-    free_null(*limiter(s, i));
-  }
+  for (int i = 0; i < 6; ++i) end_block(*crossover(s, i), spectral_band_split_end);
+  end_block(s->nld, NLD_end);
+  for (int i = 0; i < 3; ++i) end_block(*biquad_member(s, i), IIR_end);
+  end_block(s->nld_delay_left, audio_delay_end);
+  end_block(s->nld_delay_right, audio_delay_end);
+  for (int i = 0; i < 8; ++i) end_block(*limiter(s, i), dynamic_range_control_end);
   for (int i = 0; i < 10; ++i) free_null(*band_buffer(s, i));
 }
 
