@@ -18,6 +18,7 @@
 
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
+#include "common/nld_kernels.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/virtual_bass_system_tables.h"
 
@@ -126,7 +127,7 @@ void process_block(virtual_bass_system* v, const int* in_left, const int* in_rig
       high_r[i] = s.step(7, s.step(6, r));
       bass[i] = wrap_add(low_l, low_r) >> 1;
     }
-    for (int i = 0; i < n; ++i) NLD_process(v->nld, &bass[i], &h[i]);
+    nld_process_block(v->nld, bass, h, n);
     for (int i = 0; i < n; ++i) {
       first_pass_mix(v, s.step(8, h[i]), s.step(11, bass[i]), s.step(9, high_l[i]), s.step(10, high_r[i]),
                      &v->bass_buffer[i], &out_left[i], &out_right[i]);

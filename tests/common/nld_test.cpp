@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <vector>
 
+#include "common/nld_kernels.h"
 #include "kafx_proc/band_split.h"
+#include "support/variants.h"
 
 using Coef = std::array<int32_t, 8>;
 constexpr Coef kDefault = {123008, -511, 699050, -345, 310689, -288, 116508, -256};
@@ -75,4 +78,63 @@ TEST(Nld, ClipperLimitGlideAndLevel) {
     EXPECT_TRUE(n.clip_limit == limit && level == lv) << lv;
   }
   NLD_end(&n);
+}
+
+// The polynomial's builds (common/nld_kernels.h) against the baseline on odd
+// run lengths with canaries: 24-bit inputs with the default and with large
+// coefficients (where the lane form applies), inputs over the whole int32
+// range and coefficients whose chains saturate (where it must fall back),
+// and a single extreme sample hidden in an otherwise small run.
+TEST(Nld, PolynomialRunVariantsMatchTheBaseline) {
+  const Coef big = {INT32_MAX, -8388607, 4194304, INT32_MIN, 65536, 1, -1, 2000000};
+  const Coef near = {262143, 262143, 262143, 262143, 262143, 262143, 262143, 262143};
+  struct Case { Coef c; int64_t lo, hi; } cases[] = {
+      {kDefault, -8388607, 8388607}, {kDefault, -2097152, 2097152}, {kDefault, INT32_MIN, INT32_MAX},
+      {big, -8388607, 8388607},      {big, -4096, 4096},             {near, -8388608, 8388607},
+      {near, -65536, 65536},
+  };
+  const int runs = kafx_test::for_each_variant(kafx::nld_polynomial_run_variants, [&](auto fn, auto ref) {
+    unsigned seed = 1;
+    for (const Case& k : cases) {
+      for (int n : kafx_test::kOddLengths) {
+        for (int spike = 0; spike < 2; ++spike) {
+          std::vector<int32_t> x = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed++, k.lo, k.hi);
+          if (spike != 0) x[static_cast<size_t>(n) / 2] = INT32_MIN;
+          kafx_test::Guarded<int32_t> got(static_cast<size_t>(n)), want(static_cast<size_t>(n));
+          fn(k.c.data(), x.data(), got.data(), n);
+          ref(k.c.data(), x.data(), want.data(), n);
+          ASSERT_TRUE(std::equal(want.v.begin(), want.v.begin() + n, got.v.begin())) << "n " << n;
+          EXPECT_TRUE(got.guards_intact());
+        }
+      }
+    }
+  });
+  (void)runs;
+}
+
+// The block form is NLD_process sample by sample: the glide of the clip
+// limit toward a new level across the block, with and without clipping,
+// and in place.
+TEST(Nld, BlockFormIsTheSampleBySampleDevice) {
+  for (int flag : {1, 0}) {
+    for (int level : {32767, 4096, 0}) {
+      NLD a, b;
+      NLD_init(&a);
+      NLD_init(&b);
+      NLD_set_clip_flag(&a, flag);
+      NLD_set_clip_flag(&b, flag);
+      NLD_set_clip_level(&a, level);
+      NLD_set_clip_level(&b, level);
+      for (int n : kafx_test::kOddLengths) {
+        std::vector<int32_t> x = kafx_test::random_values<int32_t>(static_cast<size_t>(n), 77u + n, -8388607, 8388607);
+        std::vector<int32_t> want(x.size());
+        for (size_t i = 0; i < x.size(); ++i) NLD_process(&a, &x[i], &want[i]);
+        kafx::nld_process_block(&b, x.data(), x.data(), n);
+        ASSERT_EQ(x, want) << "flag " << flag << " level " << level << " n " << n;
+        ASSERT_EQ(a.clip_current, b.clip_current);
+      }
+      NLD_end(&a);
+      NLD_end(&b);
+    }
+  }
 }
