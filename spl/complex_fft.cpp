@@ -18,9 +18,14 @@
 #include <cstring>
 #include <utility>
 
+#include "common/dispatch.h"
 #include "kafx_proc/spl.h"
 #include "spl/simd.h"
 #include "spl/spl_internal.h"
+
+#if KAFX_AVX2_VARIANTS
+#include <immintrin.h>
+#endif
 
 namespace kafx::spl {
 
@@ -345,13 +350,234 @@ void swap_pairs(int16_t* f) {
 [[gnu::always_inline]] inline int fft_inverse_truncating_body(int16_t* f, int n) { return inverse_body<0>(f, n); }
 [[gnu::always_inline]] inline int fft_inverse_rounding_body(int16_t* f, int n) { return inverse_body<1>(f, n); }
 
+#if KAFX_AVX2_VARIANTS
+// ---------------------------------------------------------------------------
+// AVX2 build: eight butterflies per step on the 16-bit data as it lies in
+// memory. A complex point (re, im) is one 32-bit word, so a 16-bit
+// multiply-add of the bottom points with the word (a, b) per butterfly gives
+// re * a + im * b in 32 bits, exactly the sum the lane code forms:
+//   forward  tr: (c, s)   ti: (-s, c)
+//   inverse  tr: (c, -s)  ti: (s, c)
+// (|c|, |s| <= 32767, so no product pair reaches 2^31.) The results stay
+// split into a vector of real parts and one of imaginary parts; the tops are
+// split the same way by shifts, and the two halves of each result are
+// merged back into (re, im) words keeping their low 16 bits, as the lane
+// code stores them.
+
+// Multiply-add words of every stage, at the entry positions of kTw.
+struct MaddTwiddles {
+  std::array<uint32_t, 1023> fwd_re{}, fwd_im{}, inv_re{}, inv_im{};
+};
+
+constexpr uint32_t pack_word(int32_t lo, int32_t hi) {
+  return static_cast<uint32_t>(static_cast<uint16_t>(lo)) | (static_cast<uint32_t>(static_cast<uint16_t>(hi)) << 16);
+}
+
+constexpr MaddTwiddles make_madd_twiddles() {
+  MaddTwiddles t;
+  for (int e = 0; e < 1023; ++e) {
+    const int32_t c = kTw.cc[2 * e], s = kTw.ss[2 * e];
+    t.fwd_re[e] = pack_word(c, s);
+    t.fwd_im[e] = pack_word(-s, c);
+    t.inv_re[e] = pack_word(c, -s);
+    t.inv_im[e] = pack_word(s, c);
+  }
+  return t;
+}
+
+constexpr MaddTwiddles kMaddTw = make_madd_twiddles();
+
+// Per-stage constants: the final shift, its rounding term (mode 1) and the
+// twiddle words of the stage (entries l - 1 ... 2l - 2).
+struct StageAvx2 {
+  __m128i shift;
+  __m256i round;
+  const uint32_t* wr;
+  const uint32_t* wi;
+};
+
+// Eight butterflies: q the top points, x the bottom points (one (re, im)
+// word per lane), wr / wi the multiply-add words. Returns the new top and
+// bottom words.
+template <int Mode>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void butterfly8(__m256i q, __m256i x, __m256i wr, __m256i wi,
+                                                               const StageAvx2& st, __m256i& top,
+                                                               __m256i& bottom) {
+  __m256i tr = _mm256_madd_epi16(x, wr);
+  __m256i ti = _mm256_madd_epi16(x, wi);
+  __m256i qr, qi;
+  if constexpr (Mode == 0) {
+    tr = _mm256_srai_epi32(tr, 15);
+    ti = _mm256_srai_epi32(ti, 15);
+    qr = _mm256_srai_epi32(_mm256_slli_epi32(q, 16), 16);
+    qi = _mm256_srai_epi32(q, 16);
+  } else {
+    const __m256i one = _mm256_set1_epi32(1);
+    tr = _mm256_srai_epi32(_mm256_add_epi32(tr, one), 1);
+    ti = _mm256_srai_epi32(_mm256_add_epi32(ti, one), 1);
+    // q << 14 plus the rounding term.
+    qr = _mm256_add_epi32(_mm256_srai_epi32(_mm256_slli_epi32(q, 16), 2), st.round);
+    qi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_and_si256(q, _mm256_set1_epi32(-65536)), 2), st.round);
+  }
+  const __m256i br = _mm256_sra_epi32(_mm256_sub_epi32(qr, tr), st.shift);
+  const __m256i bi = _mm256_sra_epi32(_mm256_sub_epi32(qi, ti), st.shift);
+  const __m256i ar = _mm256_sra_epi32(_mm256_add_epi32(qr, tr), st.shift);
+  const __m256i ai = _mm256_sra_epi32(_mm256_add_epi32(qi, ti), st.shift);
+  bottom = _mm256_blend_epi16(br, _mm256_slli_epi32(bi, 16), 0xAA);
+  top = _mm256_blend_epi16(ar, _mm256_slli_epi32(ai, 16), 0xAA);
+}
+
+// Running unsigned maximum of the 16-bit magnitudes (|-32768| counts as
+// 32768, which lies above both headroom thresholds like 32767 does).
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i peak_of(__m256i acc, __m256i v) {
+  return _mm256_max_epu16(acc, _mm256_abs_epi16(v));
+}
+
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i load8(const int16_t* p) {
+  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void store8(int16_t* p, __m256i v) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
+}
+
+// One stage over n >= 16 points; with Peak, returns the unsigned 16-bit
+// peak magnitude of the stage's output (else 0).
+template <int Mode, bool Peak>
+KAFX_TARGET_AVX2 int stage_avx2(int16_t* f, int n, int l, const StageAvx2& st) {
+  __m256i peak = _mm256_setzero_si256();
+  if (l >= 8) {
+    for (int g = 0; g < n; g += 2 * l) {
+      int16_t* a = f + 2 * g;
+      int16_t* b = f + 2 * (g + l);
+      for (int m = 0; m < l; m += 8) {
+        const __m256i wr = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(st.wr + m));
+        const __m256i wi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(st.wi + m));
+        __m256i top, bottom;
+        butterfly8<Mode>(load8(a + 2 * m), load8(b + 2 * m), wr, wi, st, top, bottom);
+        store8(a + 2 * m, top);
+        store8(b + 2 * m, bottom);
+        if constexpr (Peak) peak = peak_of(peak_of(peak, top), bottom);
+      }
+    }
+  } else {
+    // Spans of 1, 2 and 4 points: sixteen points (two vectors v0, v1) per
+    // step, regrouped into eight tops and eight bottoms and back. The
+    // twiddle words repeat with period l over the regrouped lanes.
+    __m256i wr, wi;
+    if (l == 4) {
+      wr = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(st.wr)));
+      wi = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(st.wi)));
+    } else if (l == 2) {
+      wr = _mm256_set_epi32(st.wr[1], st.wr[0], st.wr[1], st.wr[0], st.wr[1], st.wr[0], st.wr[1], st.wr[0]);
+      wi = _mm256_set_epi32(st.wi[1], st.wi[0], st.wi[1], st.wi[0], st.wi[1], st.wi[0], st.wi[1], st.wi[0]);
+    } else {
+      wr = _mm256_set1_epi32(static_cast<int>(st.wr[0]));
+      wi = _mm256_set1_epi32(static_cast<int>(st.wi[0]));
+    }
+    for (int g = 0; g < n; g += 16) {
+      __m256i v0 = load8(f + 2 * g), v1 = load8(f + 2 * g + 16);
+      __m256i q, x, top, bottom;
+      if (l == 4) {
+        // Tops: points 0-3 of each group of eight; bottoms: points 4-7.
+        q = _mm256_permute2x128_si256(v0, v1, 0x20);
+        x = _mm256_permute2x128_si256(v0, v1, 0x31);
+        butterfly8<Mode>(q, x, wr, wi, st, top, bottom);
+        v0 = _mm256_permute2x128_si256(top, bottom, 0x20);
+        v1 = _mm256_permute2x128_si256(top, bottom, 0x31);
+      } else if (l == 2) {
+        // Tops: points 0, 1 of each group of four; bottoms: points 2, 3.
+        q = _mm256_unpacklo_epi64(v0, v1);
+        x = _mm256_unpackhi_epi64(v0, v1);
+        butterfly8<Mode>(q, x, wr, wi, st, top, bottom);
+        v0 = _mm256_unpacklo_epi64(top, bottom);
+        v1 = _mm256_unpackhi_epi64(top, bottom);
+      } else {
+        // Tops: even points; bottoms: odd points.
+        v0 = _mm256_shuffle_epi32(v0, 0xD8);
+        v1 = _mm256_shuffle_epi32(v1, 0xD8);
+        q = _mm256_unpacklo_epi64(v0, v1);
+        x = _mm256_unpackhi_epi64(v0, v1);
+        butterfly8<Mode>(q, x, wr, wi, st, top, bottom);
+        v0 = _mm256_shuffle_epi32(_mm256_unpacklo_epi64(top, bottom), 0xD8);
+        v1 = _mm256_shuffle_epi32(_mm256_unpackhi_epi64(top, bottom), 0xD8);
+      }
+      store8(f + 2 * g, v0);
+      store8(f + 2 * g + 16, v1);
+      if constexpr (Peak) peak = peak_of(peak_of(peak, top), bottom);
+    }
+  }
+  if constexpr (!Peak) return 0;
+  const __m128i p = _mm_max_epu16(_mm256_castsi256_si128(peak), _mm256_extracti128_si256(peak, 1));
+  // The largest unsigned 16-bit lane: minpos on the complements.
+  return 65535 - (_mm_cvtsi128_si32(_mm_minpos_epu16(_mm_xor_si128(p, _mm_set1_epi32(-1)))) & 0xFFFF);
+}
+
+template <int Mode>
+KAFX_TARGET_AVX2 void forward_avx2(int16_t* f, int n) {
+  if (n < 16) {
+    forward_body<Mode>(f, n);
+    return;
+  }
+  StageAvx2 st{_mm_cvtsi32_si128(15), _mm256_set1_epi32(16384), nullptr, nullptr};
+  if constexpr (Mode == 0) st.shift = _mm_cvtsi32_si128(1);
+  for (int l = 1; l < n; l <<= 1) {
+    st.wr = kMaddTw.fwd_re.data() + (l - 1);
+    st.wi = kMaddTw.fwd_im.data() + (l - 1);
+    stage_avx2<Mode, false>(f, n, l, st);
+  }
+}
+
+template <int Mode>
+KAFX_TARGET_AVX2 int inverse_avx2(int16_t* f, int n) {
+  if (n < 16) return inverse_body<Mode>(f, n);
+  int scale = 0;
+  int peak = max_abs_w16(f, 2 * n);
+  for (int l = 1; l < n; l <<= 1) {
+    // Block floating point as in inverse_body; the peak of each stage's
+    // output comes out of the stage itself.
+    int shift = 0;
+    if (peak > 13573) ++shift;
+    if (peak > 27146) ++shift;
+    scale += shift;
+    StageAvx2 st{_mm_cvtsi32_si128(Mode == 0 ? shift : shift + 14), _mm256_set1_epi32(8192 << shift),
+                 kMaddTw.inv_re.data() + (l - 1), kMaddTw.inv_im.data() + (l - 1)};
+    if (2 * l < n) {
+      peak = stage_avx2<Mode, true>(f, n, l, st);
+    } else {
+      stage_avx2<Mode, false>(f, n, l, st);
+    }
+  }
+  return scale;
+}
+
+KAFX_TARGET_AVX2 void fft_forward_truncating_avx2(int16_t* f, int n) { forward_avx2<0>(f, n); }
+KAFX_TARGET_AVX2 void fft_forward_rounding_avx2(int16_t* f, int n) { forward_avx2<1>(f, n); }
+KAFX_TARGET_AVX2 int fft_inverse_truncating_avx2(int16_t* f, int n) { return inverse_avx2<0>(f, n); }
+KAFX_TARGET_AVX2 int fft_inverse_rounding_avx2(int16_t* f, int n) { return inverse_avx2<1>(f, n); }
+#endif  // KAFX_AVX2_VARIANTS
+
+void fft_forward_truncating_baseline(int16_t* f, int n) { fft_forward_truncating_body(f, n); }
+void fft_forward_rounding_baseline(int16_t* f, int n) { fft_forward_rounding_body(f, n); }
+int fft_inverse_truncating_baseline(int16_t* f, int n) { return fft_inverse_truncating_body(f, n); }
+int fft_inverse_rounding_baseline(int16_t* f, int n) { return fft_inverse_rounding_body(f, n); }
+
 }  // namespace
 
-// The builds per instruction set of the transforms (common/dispatch.h).
-KAFX_KERNEL_VARIANTS(void, fft_forward_truncating, (int16_t* f, int n), (f, n))
-KAFX_KERNEL_VARIANTS(void, fft_forward_rounding, (int16_t* f, int n), (f, n))
-KAFX_KERNEL_VARIANTS(int, fft_inverse_truncating, (int16_t* f, int n), (f, n))
-KAFX_KERNEL_VARIANTS(int, fft_inverse_rounding, (int16_t* f, int n), (f, n))
+// The builds per instruction set of the transforms (common/dispatch.h): the
+// lane code of the bodies above as the baseline, the multiply-add kernels
+// as the AVX2 build.
+#define KAFX_FFT_VARIANTS(ret, name, params, args)                                               \
+  const KernelVariants<ret(*) params> name##_variants = {#name,                                  \
+                                                         {name##_baseline, KAFX_AVX2_ONLY(name##_avx2)}}; \
+  ret name params {                                                                              \
+    static const auto chosen = choose(name##_variants);                                          \
+    return chosen args;                                                                          \
+  }
+KAFX_FFT_VARIANTS(void, fft_forward_truncating, (int16_t* f, int n), (f, n))
+KAFX_FFT_VARIANTS(void, fft_forward_rounding, (int16_t* f, int n), (f, n))
+KAFX_FFT_VARIANTS(int, fft_inverse_truncating, (int16_t* f, int n), (f, n))
+KAFX_FFT_VARIANTS(int, fft_inverse_rounding, (int16_t* f, int n), (f, n))
+#undef KAFX_FFT_VARIANTS
 
 }  // namespace kafx::spl
 
