@@ -4,10 +4,19 @@
 // both channels, input gain included, on a logarithmic frequency axis in dB,
 // at each rate the product runs (44.1, 48, 96 and 192 kHz: the band records
 // are the same numbers at every rate, so their frequencies scale with it),
-// or at one rate with --rate. The response is the stored Q28 sections
+// or at one rate with --rate. Beside each equalizer panel, the speaker boost
+// system's fixed filters at that rate: the pre-filter and the four crossover
+// bands (low band: first crossover's low-pass branch; then each higher band
+// is the high-pass branches so far and the next low-pass branch; the top band
+// is the three high-pass branches; every branch is its section run twice).
+// The crossover bands are drawn from the pre-filter's output, so that the
+// pre-filter shows on its own curve. The response is the stored Q28 sections
 // evaluated on the unit circle (band_db), which is what the fixed-point
 // cascade does up to its rounding. PNG pages are drawn by PLplot's cairo
 // driver ("pngcairo"), 800 x 600 pixels; --csv writes the plotted points.
+//
+// `kafx plot spectrogram IN.wav OUT.wav` draws the short-time spectra of a
+// file before and after processing, one panel each (spectrogram.h).
 //
 // `kafx plot headphone` draws the headphone chain's built-in records (preset
 // 3 and the adapter corrections) the same way. The library keeps those
@@ -22,13 +31,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../headphone/hp_effect_tables.h"
+#include "../speaker/speaker_boost_system_tables.h"
 #include "host_audio.h"
+#include "spectrogram.h"
 #include "kafx_proc/equalizer.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"
+#include "wav_io.h"
 
 namespace {
 
@@ -42,10 +55,18 @@ struct Curve {
   std::vector<double> freq, db[2];
 };
 
-// Input gain (Q13) and ten band records per side, as the speaker and the
-// headphone parametric equalizers both store them.
-Curve eq_curve(const std::string& title, double rate, bool on, const int32_t gain[2],
-               const int32_t (*left)[6], const int32_t (*right)[6]) {
+// A panel of the page: its curves and its title. One curve is drawn red
+// (left) and dashed blue (right); several curves each in their own colour
+// with a legend, the right side dashed over the left.
+struct Panel {
+  std::string title;
+  std::vector<const Curve*> curves;
+};
+
+// kPoints frequencies from 20 Hz to just below rate / 2 (logarithmic), the
+// level of each side from db_at(side, f), floored at -60 dB.
+template <class DbAt>
+Curve sampled_curve(const std::string& title, double rate, DbAt db_at) {
   Curve c;
   c.title = title;
   c.rate = rate;
@@ -53,22 +74,58 @@ Curve eq_curve(const std::string& title, double rate, bool on, const int32_t gai
   for (int i = 0; i < kPoints; ++i) {
     const double f = 20 * std::pow(top / 20, i / (kPoints - 1.0));
     c.freq.push_back(f);
-    for (int side = 0; side < 2; ++side) {
-      const int32_t g = gain[side];
-      double db = !on ? 0 : g > 0 ? kafx_tool::q13_to_db(g) : -200;
-      for (int b = 0; b < 10 && on; ++b) {
-        kafx_tool::BandRecord r;
-        for (int k = 0; k < 6; ++k) r[k] = side ? right[b][k] : left[b][k];
-        db += kafx_tool::band_db(r, f, rate);
-      }
-      c.db[side].push_back(std::max(db, -60.0));
-    }
+    for (int side = 0; side < 2; ++side) c.db[side].push_back(std::max(db_at(side, f), -60.0));
   }
   return c;
 }
 
+// Input gain (Q13) and ten band records per side, as the speaker and the
+// headphone parametric equalizers both store them.
+Curve eq_curve(const std::string& title, double rate, bool on, const int32_t gain[2],
+               const int32_t (*left)[6], const int32_t (*right)[6]) {
+  return sampled_curve(title, rate, [&](int side, double f) {
+    const int32_t g = gain[side];
+    double db = !on ? 0 : g > 0 ? kafx_tool::q13_to_db(g) : -200;
+    for (int b = 0; b < 10 && on; ++b) {
+      kafx_tool::BandRecord r;
+      for (int k = 0; k < 6; ++k) r[k] = side ? right[b][k] : left[b][k];
+      db += kafx_tool::band_db(r, f, rate);
+    }
+    return db;
+  });
+}
+
 Curve speaker_curve(const kafx_sp_params_t& p, double rate) {
   return eq_curve("equalizer", rate, p.peq.enable != 0, p.peq.gain, p.peq.Lfilter, p.peq.Rfilter);
+}
+
+// Level of one stored section (b0, b1, b2, a1, a2; Q28) at f.
+double section_db(const int32_t* c, double f, double rate) {
+  return kafx_tool::band_db({1, c[0], c[1], c[2], c[3], c[4]}, f, rate);
+}
+
+// The speaker boost system's rate class: 44100, 96000 and 192000 Hz have
+// their own tables, every other rate runs on the 48000 Hz ones.
+int boost_rate_class(double rate) {
+  return rate == 44100 ? 0 : rate == 96000 ? 2 : rate == 192000 ? 3 : 1;
+}
+
+// The pre-filter and the four crossover bands at `rate` (both channels run
+// the same tables; see the top of the file for the band structure).
+std::vector<Curve> boost_curves(double rate) {
+  namespace t = kafx::sbs_tables;
+  const int rc = boost_rate_class(rate);
+  const t::CrossoverSet& xo = t::crossover_for(rc);
+  std::vector<Curve> out;
+  out.push_back(sampled_curve("pre-filter", rate, [&](int, double f) { return section_db(t::kPreFilter[rc], f, rate); }));
+  for (int band = 0; band < 4; ++band)
+    out.push_back(sampled_curve("crossover band " + std::to_string(band + 1), rate, [&](int, double f) {
+      double db = 0;
+      for (int split = 0; split < band; ++split) db += 2 * section_db(xo.coef[2 * split + 1], f, rate);
+      if (band < 3) db += 2 * section_db(xo.coef[2 * band], f, rate);
+      return db;
+    }));
+  return out;
 }
 
 // The headphone chain's built-in records: preset 3 (parametric equalizer,
@@ -115,45 +172,75 @@ std::vector<Curve> geq_curves(const int* indices) {
   return out;
 }
 
-// One page per curve in one PNG file.
-bool draw(const std::vector<Curve>& curves, const std::string& title, const std::string& path) {
+// The panels on one 800 x 600 PNG page, `cols` to a row.
+bool draw(const std::vector<Panel>& panels, int cols, const std::string& path) {
   plsdev("pngcairo");
   plsfnam(path.c_str());
   plspage(0, 0, kWidth, kHeight, 0, 0);
-  const int cols = curves.size() > 4 ? 4 : 1;
-  plssub(cols, static_cast<PLINT>((curves.size() + cols - 1) / cols));
+  plssub(cols, static_cast<PLINT>((panels.size() + cols - 1) / cols));
   plscolbg(255, 255, 255);
   plinit();
   plscol0(1, 0, 0, 0);
-  for (const Curve& c : curves) {
+  // Colours of a panel with several curves (the first is black).
+  const int kColours[][3] = {{0, 0, 0}, {200, 0, 0}, {0, 140, 0}, {0, 0, 200}, {180, 0, 180}, {200, 120, 0}};
+  constexpr int kColourCount = sizeof kColours / sizeof kColours[0];
+  for (int i = 0; i < kColourCount; ++i) plscol0(4 + i, kColours[i][0], kColours[i][1], kColours[i][2]);
+  plscol0(2, 200, 0, 0);
+  plscol0(3, 0, 0, 200);
+  for (const Panel& panel : panels) {
     double lo = 0, hi = 0;
-    for (int s = 0; s < 2; ++s)
-      for (double v : c.db[s]) lo = std::min(lo, v), hi = std::max(hi, v);
+    for (const Curve* c : panel.curves)
+      for (int s = 0; s < 2; ++s)
+        for (double v : c->db[s]) lo = std::min(lo, v), hi = std::max(hi, v);
     lo = std::floor(lo / 6 - 1) * 6, hi = std::ceil(hi / 6 + 1) * 6;
     std::vector<double> lx;
-    for (double f : c.freq) lx.push_back(std::log10(f));
+    for (double f : panel.curves.front()->freq) lx.push_back(std::log10(f));
     plcol0(1);
     plenv(lx.front(), lx.back(), lo, hi, 0, 12);  // log x, grid
-    char label[160];
-    if (cols > 1)  // small panels: short titles
-      std::snprintf(label, sizeof label, "%s%s, %g kHz", title.c_str(), c.title.c_str(), c.rate / 1000);
-    else
-      std::snprintf(label, sizeof label, "%s%s at %g Hz (red left, blue right)", title.c_str(), c.title.c_str(), c.rate);
-    pllab("frequency (Hz)", "dB", label);
-    plscol0(2, 200, 0, 0);
-    plcol0(2);
-    plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[0].data());
-    plscol0(3, 0, 0, 200);
-    plcol0(3);
-    pllsty(2);
-    plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[1].data());
-    pllsty(1);
+    pllab("frequency (Hz)", "dB", panel.title.c_str());
+    const bool several = panel.curves.size() > 1;
+    std::vector<PLINT> opts, colours, styles;
+    std::vector<PLFLT> widths;
+    std::vector<const char*> names;
+    for (size_t k = 0; k < panel.curves.size(); ++k) {
+      const Curve& c = *panel.curves[k];
+      const PLINT colour = several ? 4 + static_cast<PLINT>(k % kColourCount) : 2;
+      plcol0(colour);
+      plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[0].data());
+      plcol0(several ? colour : 3);
+      pllsty(2);
+      plline(static_cast<PLINT>(lx.size()), lx.data(), c.db[1].data());
+      pllsty(1);
+      opts.push_back(PL_LEGEND_LINE), colours.push_back(colour), styles.push_back(1), widths.push_back(1);
+      names.push_back(c.title.c_str());
+    }
+    if (several) {
+      PLFLT w = 0, h = 0;
+      pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, PL_POSITION_LEFT | PL_POSITION_BOTTOM | PL_POSITION_INSIDE,
+               0.01, 0.01, 0.06, 0, 1, 1, 0, 0, static_cast<PLINT>(names.size()), opts.data(), 0.6, 0.6, 1.5, 0,
+               colours.data(), names.data(), nullptr, nullptr, nullptr, nullptr, colours.data(), styles.data(),
+               widths.data(), nullptr, nullptr, nullptr, nullptr);
+    }
   }
   plend();
   FILE* f = std::fopen(path.c_str(), "rb");
   if (f == nullptr) return false;
   std::fclose(f);
   return true;
+}
+
+// One panel per curve, titled as the headphone and graphic-equalizer pages are.
+std::vector<Panel> single_panels(const std::vector<Curve>& curves, int cols) {
+  std::vector<Panel> out;
+  char label[160];
+  for (const Curve& c : curves) {
+    if (cols > 1)  // small panels: short titles
+      std::snprintf(label, sizeof label, "%s, %g kHz", c.title.c_str(), c.rate / 1000);
+    else
+      std::snprintf(label, sizeof label, "%s at %g Hz (red left, blue right)", c.title.c_str(), c.rate);
+    out.push_back({label, {&c}});
+  }
+  return out;
 }
 
 bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
@@ -164,6 +251,123 @@ bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
     for (size_t i = 0; i < c.freq.size(); ++i)
       std::fprintf(f, "%s,%g,%.6g,%.4f,%.4f\n", c.title.c_str(), c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
   return std::fclose(f) == 0;
+}
+
+// --- spectrogram ---------------------------------------------------------------
+
+constexpr int kSpectrogramFrames = 400;  // columns at most
+constexpr int kSpectrogramRows = 300;    // rows of a logarithmic frequency axis
+constexpr double kSpectrogramRangeDb = 100;
+
+struct Signal {
+  std::string role, path;  // "input" / "output"
+  kafx_tool::Spectrogram s;
+};
+
+// Level at frequency f, interpolated between the two nearest bins (in dB).
+double level_at(const std::vector<double>& db, double bin_hz, double f) {
+  const double x = std::clamp(f / bin_hz, 0.0, static_cast<double>(db.size() - 1));
+  const size_t k = std::min(static_cast<size_t>(x), db.size() - 2);
+  return db[k] + (x - static_cast<double>(k)) * (db[k + 1] - db[k]);
+}
+
+// Two panels (input above, output below): time across, frequency up (from
+// 20 Hz or the first bin on a logarithmic axis, from 0 on a linear one), the
+// level as colour over the top kSpectrogramRangeDb dB of both files.
+bool draw_spectrograms(const std::vector<Signal>& signals, bool linear, const std::string& path) {
+  double top = -300;
+  for (const Signal& g : signals)
+    for (const auto& col : g.s.db)
+      for (double v : col) top = std::max(top, v);
+  top = std::ceil(top / 10) * 10;
+  const double bottom = top - kSpectrogramRangeDb;
+  plsdev("pngcairo");
+  plsfnam(path.c_str());
+  plspage(0, 0, kWidth, kHeight, 0, 0);
+  plssub(1, static_cast<PLINT>(signals.size()));
+  plscolbg(255, 255, 255);
+  plinit();
+  plscol0(1, 0, 0, 0);
+  // Colour map: black, blue, red, yellow, white from the lowest to the highest level.
+  const PLFLT pos[] = {0, 0.25, 0.55, 0.8, 1};
+  const PLFLT r[] = {0, 0.1, 0.85, 1, 1}, g[] = {0, 0.1, 0.1, 0.85, 1}, b[] = {0, 0.6, 0.2, 0.1, 1};
+  plscmap1n(256);
+  plscmap1l(1, 5, pos, r, g, b, nullptr);
+  for (const Signal& sig : signals) {
+    const kafx_tool::Spectrogram& s = sig.s;
+    const size_t nx = s.db.size();
+    const double nyquist = s.rate / 2.0;
+    const double f0 = linear ? 0 : std::max(20.0, s.bin_hz());
+    const size_t ny = linear ? s.db.front().size() : kSpectrogramRows;
+    std::vector<std::vector<PLFLT>> grid(nx, std::vector<PLFLT>(ny));
+    std::vector<const PLFLT*> rows(nx);
+    for (size_t x = 0; x < nx; ++x) {
+      for (size_t y = 0; y < ny; ++y) {
+        const double v = linear ? s.db[x][y]
+                                : level_at(s.db[x], s.bin_hz(), f0 * std::pow(nyquist / f0, (y + 0.5) / ny));
+        grid[x][y] = std::clamp(v, bottom, top);
+      }
+      rows[x] = grid[x].data();
+    }
+    const double hop = nx > 1 ? s.time_s[1] - s.time_s[0] : static_cast<double>(s.fft) / s.rate;
+    const double t0 = std::max(0.0, s.time_s.front() - hop / 2), t1 = s.time_s.back() + hop / 2;
+    const double y0 = linear ? 0 : std::log10(f0), y1 = linear ? nyquist : std::log10(nyquist);
+    pladv(0);
+    plcol0(1);
+    plvpor(0.09, 0.86, 0.15, 0.87);
+    plwind(t0, t1, y0, y1);
+    plimage(rows.data(), static_cast<PLINT>(nx), static_cast<PLINT>(ny), t0, t1, y0, y1, bottom, top, t0, t1, y0, y1);
+    plbox("bcnst", 0, 0, linear ? "bcnstv" : "bcnstlv", 0, 0);
+    char title[400];
+    std::snprintf(title, sizeof title, "%s: %s (%d Hz, %d-point frames)", sig.role.c_str(), sig.path.c_str(), s.rate,
+                  s.fft);
+    pllab("time (s)", "frequency (Hz)", title);
+    if (&sig != &signals.back()) continue;  // one colour bar: both panels share the scale
+    PLFLT w = 0, h = 0;
+    const PLINT label_opts[] = {PL_COLORBAR_LABEL_TOP};
+    const char* labels[] = {"dB"};
+    const char* axis_opts[] = {"bcvtm"};
+    const PLFLT ticks[] = {0};
+    const PLINT sub_ticks[] = {0};
+    const PLINT n_values[] = {2};
+    const PLFLT range[] = {bottom, top};
+    const PLFLT* values[] = {range};
+    plcolorbar(&w, &h, PL_COLORBAR_IMAGE, PL_POSITION_RIGHT | PL_POSITION_OUTSIDE, 0.02, 0, 0.03, 0.9, 0, 1, 1, 0, 0, 0,
+               0, 1, label_opts, labels, 1, axis_opts, ticks, sub_ticks, n_values, values);
+  }
+  plend();
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  std::fclose(f);
+  return true;
+}
+
+bool write_spectrogram_csv(const std::vector<Signal>& signals, const std::string& path) {
+  FILE* f = std::fopen(path.c_str(), "w");
+  if (f == nullptr) return false;
+  std::fprintf(f, "signal,time_s,freq_hz,db\n");
+  for (const Signal& g : signals)
+    for (size_t x = 0; x < g.s.db.size(); ++x)
+      for (size_t k = 0; k < g.s.db[x].size(); ++k)
+        std::fprintf(f, "%s,%.6g,%.6g,%.2f\n", g.role.c_str(), g.s.time_s[x], static_cast<double>(k) * g.s.bin_hz(),
+                     g.s.db[x][k]);
+  return std::fclose(f) == 0;
+}
+
+int spectrogram_main(const std::string& in, const std::string& out, int fft, bool linear, const std::string& png,
+                     const std::string& csv) {
+  std::vector<Signal> signals = {{"input", in, {}}, {"output", out, {}}};
+  for (Signal& g : signals) {
+    kafx_tool::PcmAudio audio;
+    std::string error;
+    if (!kafx_tool::read_pcm(g.path, &audio, &error)) return kPlot.failure(error);
+    g.s = kafx_tool::compute_spectrogram(audio, fft, kSpectrogramFrames);
+    const size_t slash = g.path.find_last_of('/');
+    g.path = g.path.substr(slash == std::string::npos ? 0 : slash + 1);
+  }
+  if (!csv.empty() && !write_spectrogram_csv(signals, csv)) return kPlot.failure("cannot write '" + csv + "'");
+  if (!png.empty() && !draw_spectrograms(signals, linear, png)) return kPlot.failure("cannot write '" + png + "'");
+  return 0;
 }
 
 }  // namespace
@@ -179,28 +383,42 @@ const char* kafx_plot_usage() {
   return "usage: kafx plot speaker CONFIG.xml [-o OUT.png] [--csv OUT.csv] [--rate HZ]\n"
          "       kafx plot headphone [-o OUT.png] [--csv OUT.csv]\n"
          "       kafx plot geq I1,I2,...,I10 [-o OUT.png] [--csv OUT.csv]\n"
+         "       kafx plot spectrogram IN.wav OUT.wav [-o OUT.png] [--csv OUT.csv]\n"
+         "                             [--fft N] [--linear]\n"
          "\n"
          "Draws the magnitude response (dB over a logarithmic frequency axis) of a\n"
          "speaker configuration's parametric equalizer, both channels with the input\n"
-         "gain, one panel per rate (44100, 48000, 96000, 192000 Hz, or only --rate),\n"
-         "as an 800 x 600 PNG; --csv writes the same points as text\n"
-         "(record,rate_hz,freq_hz,left_db,right_db). At least one of -o and --csv.\n"
+         "gain, and beside it the speaker boost system's pre-filter and its four\n"
+         "crossover bands (from the pre-filter's output), one row per rate (44100,\n"
+         "48000, 96000, 192000 Hz, or only --rate), as an 800 x 600 PNG; --csv\n"
+         "writes the same points as text (record,rate_hz,freq_hz,left_db,right_db;\n"
+         "records 'equalizer', 'pre-filter', 'crossover band 1' .. 'crossover band\n"
+         "4'). At least one of -o and --csv.\n"
          "'headphone' draws the headphone chain's built-in parametric equalizer\n"
          "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz; 'geq'\n"
          "the graphic equalizer set from ten gain indices (-15..15 dB steps) at\n"
-         "44100, 48000 and 96000 Hz.\n";
+         "44100, 48000 and 96000 Hz.\n"
+         "'spectrogram' draws the short-time spectra of an input file and of its\n"
+         "processed output (16-, 24- or 32-bit PCM WAV; channels averaged), one panel\n"
+         "each: time across, frequency up (logarithmic, or linear with --linear),\n"
+         "level in dB of a full-scale sine as colour over the top 100 dB. Frames of N\n"
+         "samples (--fft, a power of two 64..65536, default 1024), Hann window, at\n"
+         "most 400 frames per file, overlapping by at least half. --csv writes every\n"
+         "bin as text (signal,time_s,freq_hz,db; signal 'input' or 'output').\n";
 }
 
 int kafx_plot_main(int argc, char** argv) {
-  std::string kind, input, png, csv;
+  std::string kind, input, second, png, csv;
   double rate = 0;
+  int fft = 1024;
+  bool linear = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     if (a == "-h" || a == "--help") {
       std::fputs(kafx_plot_usage(), stdout);
       return 0;
     }
-    if (a == "-o" || a == "--csv" || a == "--rate") {
+    if (a == "-o" || a == "--csv" || a == "--rate" || a == "--fft") {
       if (i + 1 >= argc) {
         std::fprintf(stderr, "kafx plot: %s takes a value\n", a.c_str());
         return 2;
@@ -208,24 +426,35 @@ int kafx_plot_main(int argc, char** argv) {
       const std::string v = argv[++i];
       if (a == "-o") png = v;
       else if (a == "--csv") csv = v;
-      else if ((rate = std::atof(v.c_str())) < 8000 || rate > 192000) {
+      else if (a == "--fft") {
+        if (!kafx_tool::parse_int(v.c_str(), 64, 65536, &fft) || (fft & (fft - 1)) != 0) {
+          std::fprintf(stderr, "kafx plot: --fft takes a power of two from 64 to 65536\n");
+          return 2;
+        }
+      } else if ((rate = std::atof(v.c_str())) < 8000 || rate > 192000) {
         std::fprintf(stderr, "kafx plot: --rate takes 8000..192000 Hz\n");
         return 2;
       }
+    } else if (a == "--linear") {
+      linear = true;
     } else if (kind.empty()) {
       kind = a;
     } else if (input.empty()) {
       input = a;
+    } else if (second.empty() && kind == "spectrogram") {
+      second = a;
     } else {
       std::fprintf(stderr, "kafx plot: unexpected argument '%s'\n%s", a.c_str(), kafx_plot_usage());
       return 2;
     }
   }
-  if ((kind != "speaker" && kind != "headphone" && kind != "geq") || (kind == "headphone") != input.empty() ||
+  if ((kind != "speaker" && kind != "headphone" && kind != "geq" && kind != "spectrogram") ||
+      (kind == "headphone") != input.empty() || (kind == "spectrogram") != !second.empty() ||
       (png.empty() && csv.empty())) {
     std::fputs(kafx_plot_usage(), stderr);
     return 2;
   }
+  if (kind == "spectrogram") return spectrogram_main(input, second, fft, linear, png, csv);
   if (kind == "headphone" || kind == "geq") {
     std::vector<Curve> curves;
     if (kind == "headphone") {
@@ -241,7 +470,8 @@ int kafx_plot_main(int argc, char** argv) {
     if (!csv.empty() && !write_csv(curves, csv)) {
       return kPlot.failure("cannot write '" + csv + "'");
     }
-    if (!png.empty() && !draw(curves, "", png)) {
+    const int cols = curves.size() > 4 ? 4 : 1;
+    if (!png.empty() && !draw(single_panels(curves, cols), cols, png)) {
       return kPlot.failure("cannot write '" + png + "'");
     }
     return 0;
@@ -250,15 +480,30 @@ int kafx_plot_main(int argc, char** argv) {
   if (!c.loaded) {
     return kPlot.failure(input + ": " + c.load_error);
   }
+  std::vector<double> rates = {44100, 48000, 96000, 192000};
+  if (rate > 0) rates = {rate};
+  // Per rate: the equalizer, then the boost system's five curves.
   std::vector<Curve> curves;
-  if (rate > 0) curves.push_back(speaker_curve(c.record, rate));
-  else
-    for (double r : {44100.0, 48000.0, 96000.0, 192000.0}) curves.push_back(speaker_curve(c.record, r));
+  for (double r : rates) {
+    curves.push_back(speaker_curve(c.record, r));
+    for (Curve& b : boost_curves(r)) curves.push_back(std::move(b));
+  }
   if (!csv.empty() && !write_csv(curves, csv)) {
     return kPlot.failure("cannot write '" + csv + "'");
   }
-  std::string base = input.substr(input.find_last_of('/') == std::string::npos ? 0 : input.find_last_of('/') + 1);
-  if (!png.empty() && !draw(curves, base + ": ", png)) {
+  const size_t slash = input.find_last_of('/');
+  const std::string base = input.substr(slash == std::string::npos ? 0 : slash + 1);
+  std::vector<Panel> panels;
+  char label[240];
+  for (size_t k = 0; k < rates.size(); ++k) {
+    const Curve* at = &curves[k * 6];
+    std::snprintf(label, sizeof label, "%s: equalizer, %g kHz (red left, blue right)", base.c_str(), rates[k] / 1000);
+    panels.push_back({label, {at}});
+    std::snprintf(label, sizeof label, "boost system filters, %g kHz (%s)", rates[k] / 1000,
+                  c.record.sbs.enable != 0 ? "on" : "off in this file");
+    panels.push_back({label, {at + 1, at + 2, at + 3, at + 4, at + 5}});
+  }
+  if (!png.empty() && !draw(panels, 2, png)) {
     return kPlot.failure("cannot write '" + png + "'");
   }
   return 0;

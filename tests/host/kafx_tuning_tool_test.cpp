@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -366,7 +367,8 @@ TEST_F(Tuning, PlotSpeakerResponse) {
   int rows[4] = {};
   double best = -100, best_f = 0;
   for (const Point& p : csv_points(read_text("p.csv"))) {
-    EXPECT_TRUE(p.record == "equalizer" && p.l == p.r) << p.record << " " << p.f;
+    if (p.record != "equalizer") continue;  // the boost system's curves: below
+    EXPECT_EQ(p.l, p.r) << p.f;
     rows[p.rate == 44100 ? 0 : p.rate == 48000 ? 1 : p.rate == 96000 ? 2 : 3]++;
     if (p.rate != 48000) continue;
     if (p.l > best) best = p.l, best_f = p.f;
@@ -399,6 +401,123 @@ TEST_F(Tuning, PlotSpeakerResponse) {
   }
   EXPECT_EQ(run_tool("plot speaker" + arg("p.xml"), &out), 2);  // neither -o nor --csv
   EXPECT_EQ(run_tool("plot geq 0,0,99,0,0,0,0,0,0,0 -o" + arg("g.png"), &out), 2);
+}
+
+// The speaker page's boost-system curves: the pre-filter and four crossover
+// bands at each rate, the same on both sides. Each band is a fourth-order
+// (Linkwitz-Riley) piece: the low band follows 1 / (1 + (f / fc)^4) about its
+// -6 dB point fc, where the next band is also -6 dB (both branches of a
+// crossover meet there); the top band passes
+// the treble; at 192 kHz the pre-filter is all zero (the system is silent).
+// Levels are floored at -60 dB.
+TEST_F(Tuning, PlotSpeakerBoostFilters) {
+#ifndef KAFX_TOOL_HAS_PLOT
+  GTEST_SKIP() << "kafx was built without PLplot";
+#endif
+  std::string out;
+  ASSERT_EQ(run_tool("plot speaker" + source("examples/speaker.xml") + " -o" + arg("b.png") + " --csv" + arg("b.csv"),
+                     &out), 0) << out;
+  EXPECT_EQ(png_size(read_text("b.png")), std::make_pair(800u, 600u));
+  ASSERT_EQ(run_tool("plot speaker" + source("examples/speaker.xml") + " --rate 48000 -o" + arg("b1.png"), &out), 0)
+      << out;
+  EXPECT_EQ(png_size(read_text("b1.png")), std::make_pair(800u, 600u));
+
+  std::map<std::pair<std::string, double>, std::vector<Point>> curves;
+  for (const Point& p : csv_points(read_text("b.csv"))) {
+    EXPECT_EQ(p.l, p.r) << p.record << " " << p.rate << " " << p.f;
+    curves[{p.record, p.rate}].push_back(p);
+  }
+  const char* const records[] = {"equalizer", "pre-filter", "crossover band 1", "crossover band 2",
+                                 "crossover band 3", "crossover band 4"};
+  EXPECT_EQ(curves.size(), 6u * 4);
+  for (double rate : {44100.0, 48000.0, 96000.0, 192000.0})
+    for (const char* r : records) EXPECT_EQ((curves[{r, rate}].size()), 400u) << r << " " << rate;
+
+  for (double rate : {44100.0, 48000.0, 96000.0}) {
+    const std::vector<Point>& pre = curves[{"pre-filter", rate}];
+    EXPECT_NEAR(pre.front().l, 0, 0.1) << rate;  // 20 Hz
+    const std::vector<Point>& low = curves[{"crossover band 1", rate}];
+    const std::vector<Point>& next = curves[{"crossover band 2", rate}];
+    const std::vector<Point>& top = curves[{"crossover band 4", rate}];
+    // The low band's -6 dB point, between two plotted frequencies.
+    size_t k = 0;
+    while (k + 1 < low.size() && low[k + 1].l > -6.02) ++k;
+    ASSERT_LT(k + 1, low.size()) << rate;
+    const double fc = low[k].f;
+    EXPECT_TRUE(fc > 100 && fc < 1000) << rate << ": " << fc;
+    EXPECT_NEAR(next[k].l, -6, 1) << rate << " at " << fc;
+    // A squared second-order Butterworth low-pass: 1 / (1 + (f / fc)^4).
+    for (const Point& p : low) {
+      const double model = -20 * std::log10(1 + std::pow(p.f / fc, 4));
+      if (model > -55) {
+        EXPECT_NEAR(p.l, model, p.f < fc / 4 ? 0.1 : 1) << rate << " " << p.f;
+      }
+    }
+    EXPECT_NEAR(top[top.size() * 9 / 10].l, 0, 0.1) << rate << " " << top[top.size() * 9 / 10].f;
+    EXPECT_LT(top.front().l, -50) << rate;
+  }
+  for (const Point& p : curves[{"pre-filter", 192000.0}]) EXPECT_EQ(p.l, -60) << p.f;
+}
+
+// kafx plot spectrogram: two panels of one 800 x 600 page and every bin as
+// text. A stereo 1 kHz sine at half scale (48 kHz) and a mono 3 kHz sine at
+// a tenth of full scale (44.1 kHz): in every frame of each file the loudest
+// bin is the one nearest the tone, at the Hann window's level for the tone's
+// distance from that bin (sin(pi d) / (pi d (1 - d^2)) of the sine's own
+// level), and the spectrum an octave up is far below it.
+TEST_F(Tuning, PlotSpectrogramOfTones) {
+#ifndef KAFX_TOOL_HAS_PLOT
+  GTEST_SKIP() << "kafx was built without PLplot";
+#endif
+  struct Tone { const char* file; int rate, channels; double hz, amplitude; };
+  const Tone tones[] = {{"in.wav", 48000, 2, 1000, 0.5}, {"out.wav", 44100, 1, 3000, 0.1}};
+  for (const Tone& t : tones) {
+    Wav w{t.rate, t.channels, SF_FORMAT_PCM_16, {}};
+    for (int i = 0; i < t.rate; ++i)
+      for (int c = 0; c < t.channels; ++c)
+        w.samples.push_back(65536 * static_cast<int32_t>(std::lround(32767 * t.amplitude *
+                                                                     std::sin(2 * M_PI * t.hz * i / t.rate))));
+    write_wav(path(t.file), w);
+  }
+  std::string out;
+  for (const char* extra : {"", " --linear"}) {
+    ASSERT_EQ(run_tool("plot spectrogram" + arg("in.wav") + arg("out.wav") + " -o" + arg("s.png") + " --csv" +
+                           arg("s.csv") + extra, &out), 0) << out;
+    EXPECT_EQ(png_size(read_text("s.png")), std::make_pair(800u, 600u)) << extra;
+  }
+  std::istringstream in(read_text("s.csv"));
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(line, "signal,time_s,freq_hz,db");
+  // signal -> time -> (frequency, dB) of every bin
+  std::map<std::string, std::map<double, std::vector<std::pair<double, double>>>> frames;
+  for (char name[16]; std::getline(in, line);) {
+    double t = 0, f = 0, db = 0;
+    ASSERT_EQ(std::sscanf(line.c_str(), "%15[^,],%lf,%lf,%lf", name, &t, &f, &db), 4) << line;
+    frames[name][t].push_back({f, db});
+  }
+  ASSERT_EQ(frames.size(), 2u);
+  for (int k = 0; k < 2; ++k) {
+    const Tone& t = tones[k];
+    const auto& by_time = frames[k == 0 ? "input" : "output"];
+    const double bin = t.rate / 1024.0;
+    // One second in 1024-sample frames every 512 samples.
+    EXPECT_EQ(by_time.size(), static_cast<size_t>((t.rate - 1024) / 512 + 1)) << t.file;
+    const double d = t.hz / bin - std::round(t.hz / bin);
+    const double want = 20 * std::log10(t.amplitude * std::sin(M_PI * d) / (M_PI * d * (1 - d * d)));
+    for (const auto& [time, bins] : by_time) {
+      ASSERT_EQ(bins.size(), 513u) << t.file << " " << time;
+      const auto peak = std::max_element(bins.begin(), bins.end(),
+                                         [](const auto& a, const auto& b) { return a.second < b.second; });
+      EXPECT_NEAR(peak->first, t.hz, bin / 2) << t.file << " " << time;
+      EXPECT_NEAR(peak->second, want, 0.05) << t.file << " " << time;
+      EXPECT_LT(bins[static_cast<size_t>(std::lround(2 * t.hz / bin))].second, want - 60) << t.file << " " << time;
+    }
+  }
+  expect_exit_codes({{"plot spectrogram" + arg("in.wav") + " -o" + arg("x.png"), 2},  // one file
+                     {"plot spectrogram" + arg("in.wav") + arg("out.wav") + " --fft 1000 -o" + arg("x.png"), 2},
+                     {"plot spectrogram" + arg("in.wav") + arg("missing.wav") + " -o" + arg("x.png"), 1}},
+                    path("x.png"));
 }
 
 }  // namespace
