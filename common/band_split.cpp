@@ -6,6 +6,7 @@
 
 #include "common/band_split_block.h"
 #include "common/biquad.h"
+#include "common/biquad_cascade.h"
 #include "common/lifecycle.h"
 
 extern "C" {
@@ -59,16 +60,24 @@ void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n) {
   biquad_block32_pair(s->second_a, low, s->second_b, x, n);
 }
 
+void band_split_chain_stereo(spectral_band_split* const* left, spectral_band_split* const* right, int stages,
+                             int32_t* xl, int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
+  for (int first = 0; first < stages; first += kCrossoverMaxStages) {
+    const int m = stages - first < kCrossoverMaxStages ? stages - first : kCrossoverMaxStages;
+    CrossoverStage l[kCrossoverMaxStages], r[kCrossoverMaxStages];
+    for (int k = 0; k < m; ++k) {
+      const spectral_band_split* a = left[first + k];
+      const spectral_band_split* b = right[first + k];
+      l[k] = {{a->first_a, a->second_a}, {a->first_b, a->second_b}};
+      r[k] = {{b->first_a, b->second_a}, {b->first_b, b->second_b}};
+    }
+    biquad_crossover_stereo(l, r, m, xl, xr, low_l + first, low_r + first, n);
+  }
+}
+
 void band_split_block_stereo(spectral_band_split* sl, spectral_band_split* sr, int32_t* xl, int32_t* xr,
                              int32_t* low_l, int32_t* low_r, int n) {
-  if (n <= 0) return;
-  std::memcpy(low_l, xl, static_cast<size_t>(n) * sizeof(int32_t));
-  std::memcpy(low_r, xr, static_cast<size_t>(n) * sizeof(int32_t));
-  int32_t* buf[4] = {low_l, xl, low_r, xr};
-  IIR_t* first[4] = {sl->first_a, sl->first_b, sr->first_a, sr->first_b};
-  IIR_t* second[4] = {sl->second_a, sl->second_b, sr->second_a, sr->second_b};
-  biquad_block32_multi(first, buf, 4, n);
-  biquad_block32_multi(second, buf, 4, n);
+  band_split_chain_stereo(&sl, &sr, 1, xl, xr, &low_l, &low_r, n);
 }
 
 }  // namespace kafx

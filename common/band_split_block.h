@@ -16,6 +16,13 @@ void band_split_block(spectral_band_split* s, int32_t* x, int32_t* low, int n);
 void band_split_block_stereo(spectral_band_split* sl, spectral_band_split* sr, int32_t* xl, int32_t* xr,
                              int32_t* low_l, int32_t* low_r, int n);
 
+// Chained crossovers on a stereo pair: crossover k splits what the one
+// before it left in xl / xr, writing its first output to low_l[k] /
+// low_r[k]; the last second output stays in xl / xr. Bit-identical to
+// band_split_block_stereo stage after stage (see biquad_crossover_stereo).
+void band_split_chain_stereo(spectral_band_split* const* left, spectral_band_split* const* right, int stages,
+                             int32_t* xl, int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n);
+
 }  // namespace kafx
 
 #endif

@@ -53,6 +53,24 @@ void split_sectionwise(IIR_t* const* left, const int32_t* l, uint64_t* energy_le
   }
 }
 
+// The crossover chain's reference: stage after stage, the four branch
+// recursions of a stage side by side, first sections then second sections.
+void crossover_stagewise(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
+                         int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
+  if (n <= 0) return;
+  for (int k = 0; k < stages; ++k) {
+    for (int i = 0; i < n; ++i) {
+      low_l[k][i] = xl[i];
+      low_r[k][i] = xr[i];
+    }
+    int32_t* buf[4] = {low_l[k], xl, low_r[k], xr};
+    for (int s = 0; s < 2; ++s) {
+      IIR_t* f[4] = {left[k].a[s], left[k].b[s], right[k].a[s], right[k].b[s]};
+      biquad_block32_multi(f, buf, 4, n);
+    }
+  }
+}
+
 #if KAFX_AVX2_VARIANTS
 
 // The wavefront. Every section is one 64-bit lane, four lanes per vector.
@@ -86,18 +104,12 @@ struct Wavefront {
   __m256i energy[kVecs];  // band split: sums of the squared outputs
 };
 
+// Every lane of a chain takes the previous step's output of the lane below
+// it; the first lane of each channel takes that channel's new sample.
 // kRight: first lane of the right channel (its capacity C), 0 in mono.
-// kSplit: the band-split form (see run_split below) instead of a cascade.
-template <int kVecs, int kRight, bool kMasked, bool kSplit>
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, int32_t xl, int32_t xr, int t,
-                                                               int n) {
-  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
-  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
-  const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
-  const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
-  // Every lane takes the previous step's output of the lane below it; the
-  // first lane of each channel takes that channel's new sample.
-  __m256i in[kVecs];
+template <int kVecs, int kRight>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void route_chain(const Wavefront<kVecs>& w, int32_t xl, int32_t xr,
+                                                                 __m256i* in) {
   in[0] = _mm256_blend_epi32(_mm256_permute4x64_epi64(w.out[0], _MM_SHUFFLE(2, 1, 0, 3)), _mm256_set1_epi32(xl), 0x03);
   KAFX_UNROLL
   for (int j = 1; j < kVecs; ++j) {
@@ -109,6 +121,16 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
   } else {
     (void)xr;
   }
+}
+
+// One step of every lane on its input in[]: the section's arithmetic above.
+// kSplit: the band-split form (see run_split below) instead of a cascade.
+template <int kVecs, bool kMasked, bool kSplit>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, const __m256i* in, int t, int n) {
+  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
+  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
+  const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
+  const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
   KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
@@ -156,21 +178,17 @@ template <int kVecs, int kRight, bool kMasked, bool kSplit>
 
 // One lane's section (null for a bypass lane).
 struct LaneMap {
-  IIR_t* section[20] = {};
+  IIR_t* section[24] = {};  // up to six vectors
 };
 
-// Runs the lanes of `map` over n samples of xl (and xr): a cascade writes
-// each channel's last lane to yl (yr); the band split writes no samples
-// and adds each lane's sum of squared outputs to energy[lane].
-template <int kVecs, int kRight, bool kSplit>
-KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const int32_t* xr, int32_t* yl, int32_t* yr,
-                                    int n, uint64_t* energy) {
-  constexpr int kLanes = 4 * kVecs;
-  constexpr int kCap = kRight > 0 ? kRight : kLanes;  // lanes per channel
-  constexpr int kLast = kCap - 1;                     // steps from input to output
-  alignas(32) int64_t words[11][kLanes] = {};
-  for (int i = 0; i < kLanes; ++i) {
-    words[9][i] = i % kCap;
+// The lanes' coefficients and states in and out of their sections. words
+// rows: b0 b1 b2 a1 a2, x1 x2 y1 y2, position, bypass.
+template <int kVecs>
+using LaneWords = int64_t[11][4 * kVecs];
+
+template <int kVecs>
+KAFX_TARGET_AVX2 void load_lanes(const LaneMap& map, LaneWords<kVecs>& words, Wavefront<kVecs>& w) {
+  for (int i = 0; i < 4 * kVecs; ++i) {
     const IIR_t* f = map.section[i];
     if (f == nullptr) {
       words[10][i] = -1;
@@ -179,7 +197,6 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
     for (int c = 0; c < 5; ++c) words[c][i] = f->coef[c];
     for (int h = 1; h < 5; ++h) words[4 + h][i] = f->state[h];  // x1, x2, y1, y2
   }
-  Wavefront<kVecs> w;
   // Every index below is a constant once the loops are unrolled, so the
   // lanes can live in registers.
   KAFX_UNROLL
@@ -191,13 +208,46 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
     w.pos[j] = load4(&words[9][4 * j]), w.bypass[j] = load4(&words[10][4 * j]);
     w.out[j] = w.energy[j] = _mm256_setzero_si256();
   }
+}
+
+template <int kVecs>
+KAFX_TARGET_AVX2 void store_lanes(const LaneMap& map, LaneWords<kVecs>& words, const Wavefront<kVecs>& w) {
+  KAFX_UNROLL
+  for (int j = 0; j < kVecs; ++j) {
+    store4(&words[5][4 * j], w.x1[j]), store4(&words[6][4 * j], w.x2[j]);
+    store4(&words[7][4 * j], w.y1[j]), store4(&words[8][4 * j], w.y2[j]);
+  }
+  for (int i = 0; i < 4 * kVecs; ++i) {
+    IIR_t* f = map.section[i];
+    if (f == nullptr) continue;
+    int32_t* st = f->state;
+    for (int h = 1; h < 5; ++h) st[h] = static_cast<int32_t>(words[4 + h][i]);
+    st[0] = st[1];  // word 0 holds the last input
+  }
+}
+
+// Runs the lanes of `map` over n samples of xl (and xr): a cascade writes
+// each channel's last lane to yl (yr); the band split writes no samples
+// and adds each lane's sum of squared outputs to energy[lane].
+template <int kVecs, int kRight, bool kSplit>
+KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const int32_t* xr, int32_t* yl, int32_t* yr,
+                                    int n, uint64_t* energy) {
+  constexpr int kLanes = 4 * kVecs;
+  constexpr int kCap = kRight > 0 ? kRight : kLanes;  // lanes per channel
+  constexpr int kLast = kCap - 1;                     // steps from input to output
+  alignas(32) LaneWords<kVecs> words = {};
+  for (int i = 0; i < kLanes; ++i) words[9][i] = i % kCap;
+  Wavefront<kVecs> w;
+  load_lanes(map, words, w);
   for (int t = 0; t < n + kLast; ++t) {
     const int32_t l = t < n ? xl[t] : 0;
     const int32_t r = kRight > 0 && t < n ? xr[t] : 0;
+    __m256i in[kVecs];
+    route_chain<kVecs, kRight>(w, l, r, in);
     if (t >= kLast && t < n) {
-      wave_step<kVecs, kRight, false, kSplit>(w, l, r, t, n);
+      wave_step<kVecs, false, kSplit>(w, in, t, n);
     } else {
-      wave_step<kVecs, kRight, true, kSplit>(w, l, r, t, n);
+      wave_step<kVecs, true, kSplit>(w, in, t, n);
     }
     if constexpr (!kSplit) {
       if (t >= kLast) {
@@ -206,18 +256,7 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
       }
     }
   }
-  KAFX_UNROLL
-  for (int j = 0; j < kVecs; ++j) {
-    store4(&words[5][4 * j], w.x1[j]), store4(&words[6][4 * j], w.x2[j]);
-    store4(&words[7][4 * j], w.y1[j]), store4(&words[8][4 * j], w.y2[j]);
-  }
-  for (int i = 0; i < kLanes; ++i) {
-    IIR_t* f = map.section[i];
-    if (f == nullptr) continue;
-    int32_t* st = f->state;
-    for (int h = 1; h < 5; ++h) st[h] = static_cast<int32_t>(words[4 + h][i]);
-    st[0] = st[1];  // word 0 holds the last input
-  }
+  store_lanes(map, words, w);
   if constexpr (kSplit) {
     alignas(32) uint64_t sums[kLanes];
     for (int j = 0; j < kVecs; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(&sums[4 * j]), w.energy[j]);
@@ -334,6 +373,74 @@ KAFX_TARGET_AVX2 void split_wavefront(IIR_t* const* left, const int32_t* l, uint
   }
 }
 
+// The crossover chain as a wavefront: vector j = 2k + s holds section s of
+// stage k's four branches [left A, left B, right A, right B]. A first
+// section (s = 0) takes the previous stage's high band, the B lane of the
+// vector below, in both of its branch lanes; a second section takes the
+// output of the same lane of the vector below. Vector j works on sample
+// t - j at step t; stage k's low band leaves the A lanes of vector 2k + 1,
+// the last high band the B lanes of the top vector.
+template <int kStages>
+KAFX_TARGET_AVX2 void crossover_lanes(const CrossoverStage* left, const CrossoverStage* right, int32_t* xl,
+                                      int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
+  constexpr int kVecs = 2 * kStages;
+  constexpr int kLast = kVecs - 1;
+  LaneMap map;
+  alignas(32) LaneWords<kVecs> words = {};
+  for (int j = 0; j < kVecs; ++j) {
+    const CrossoverStage& l = left[j / 2];
+    const CrossoverStage& r = right[j / 2];
+    IIR_t* const lane[4] = {l.a[j % 2], l.b[j % 2], r.a[j % 2], r.b[j % 2]};
+    for (int i = 0; i < 4; ++i) {
+      // A section with status 0 passes its input on and keeps its state.
+      map.section[4 * j + i] = lane[i]->status != 0 ? lane[i] : nullptr;
+      words[9][4 * j + i] = j;
+    }
+  }
+  Wavefront<kVecs> w;
+  load_lanes(map, words, w);
+  for (int t = 0; t < n + kLast; ++t) {
+    const int32_t l = t < n ? xl[t] : 0;
+    const int32_t r = t < n ? xr[t] : 0;
+    __m256i in[kVecs];
+    in[0] = _mm256_setr_epi64x(l, l, r, r);
+    KAFX_UNROLL
+    for (int j = 1; j < kVecs; ++j) {
+      in[j] = j % 2 != 0 ? w.out[j - 1] : _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 1, 1));
+    }
+    if (t >= kLast && t < n) {
+      wave_step<kVecs, false, false>(w, in, t, n);
+    } else {
+      wave_step<kVecs, true, false>(w, in, t, n);
+    }
+    KAFX_UNROLL
+    for (int k = 0; k < kStages; ++k) {
+      const int i = t - (2 * k + 1);
+      if (i >= 0 && i < n) {
+        low_l[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 0);
+        low_r[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 4);
+      }
+    }
+    if (t >= kLast) {
+      xl[t - kLast] = _mm256_extract_epi32(w.out[kLast], 2);
+      xr[t - kLast] = _mm256_extract_epi32(w.out[kLast], 6);
+    }
+  }
+  store_lanes(map, words, w);
+}
+
+KAFX_TARGET_AVX2 void crossover_wavefront(const CrossoverStage* left, const CrossoverStage* right, int stages,
+                                          int32_t* xl, int32_t* xr, int32_t* const* low_l, int32_t* const* low_r,
+                                          int n) {
+  if (n <= 0) return;
+  switch (stages) {
+    case 1: crossover_lanes<1>(left, right, xl, xr, low_l, low_r, n); return;
+    case 2: crossover_lanes<2>(left, right, xl, xr, low_l, low_r, n); return;
+    case 3: crossover_lanes<3>(left, right, xl, xr, low_l, low_r, n); return;
+    default: crossover_stagewise(left, right, stages, xl, xr, low_l, low_r, n); return;
+  }
+}
+
 #endif  // KAFX_AVX2_VARIANTS
 
 }  // namespace
@@ -353,6 +460,15 @@ void biquad_split_energies(IIR_t* const* left, const int32_t* l, uint64_t* energ
                            const int32_t* r, uint64_t* energy_right, int count, int n) {
   static const BiquadSplitEnergies chosen = choose(biquad_split_energies_variants);
   chosen(left, l, energy_left, right, r, energy_right, count, n);
+}
+
+const KernelVariants<BiquadCrossoverStereo> biquad_crossover_stereo_variants = {
+    "biquad_crossover_stereo", {crossover_stagewise, KAFX_AVX2_ONLY(crossover_wavefront)}};
+
+void biquad_crossover_stereo(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
+                             int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
+  static const BiquadCrossoverStereo chosen = choose(biquad_crossover_stereo_variants);
+  chosen(left, right, stages, xl, xr, low_l, low_r, n);
 }
 
 }  // namespace kafx

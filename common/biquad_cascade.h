@@ -1,6 +1,7 @@
 // Cascades of 32-bit biquad sections (Q28 coefficients, 24-bit working
 // samples), one cascade per channel, run over a whole block in place; and
-// the band split of a level meter built from the same sections.
+// the band split of a level meter and the chained crossovers of a multiband
+// splitter, built from the same sections.
 //
 // The result is by definition that of running the block through the first
 // section, then through the second, and so on (biquad_block32, a section
@@ -48,6 +49,28 @@ void biquad_split_energies(IIR_t* const* left, const int32_t* l, uint64_t* energ
 using BiquadSplitEnergies = void (*)(IIR_t* const* left, const int32_t* l, uint64_t* energy_left,
                                      IIR_t* const* right, const int32_t* r, uint64_t* energy_right, int count, int n);
 extern const KernelVariants<BiquadSplitEnergies> biquad_split_energies_variants;
+
+// Two-way crossovers in a chain on a stereo pair (a multiband splitter).
+// Stage k splits the previous stage's high band h_k (h_0 = x) into
+//   low_k = a[1](a[0](h_k)),  h_{k+1} = b[1](b[0](h_k))
+// (two sections in series per branch, each as in biquad_block32), writes
+// low_k to low_l[k] / low_r[k] and the last high band over xl / xr. The low
+// buffers must not overlap the inputs or each other.
+struct CrossoverStage {
+  IIR_t* a[2];
+  IIR_t* b[2];
+};
+
+// The most stages the wavefront takes; longer chains run stage after stage
+// in every build.
+inline constexpr int kCrossoverMaxStages = 3;
+
+void biquad_crossover_stereo(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
+                             int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n);
+
+using BiquadCrossoverStereo = void (*)(const CrossoverStage* left, const CrossoverStage* right, int stages,
+                                       int32_t* xl, int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n);
+extern const KernelVariants<BiquadCrossoverStereo> biquad_crossover_stereo_variants;
 
 }  // namespace kafx
 

@@ -81,12 +81,11 @@ void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const i
   copy(s->band3_left, in_left, count);
   copy(s->band3_right, in_right, count);
   biquad_block32_pair(s->pre_filter_left, s->band3_left, s->pre_filter_right, s->band3_right, count);
-  band_split_block_stereo(s->split1_left, s->split1_right, s->band3_left, s->band3_right, s->band0_left,
-                          s->band0_right, count);
-  band_split_block_stereo(s->split2_left, s->split2_right, s->band3_left, s->band3_right, s->band1_left,
-                          s->band1_right, count);
-  band_split_block_stereo(s->split3_left, s->split3_right, s->band3_left, s->band3_right, s->band2_left,
-                          s->band2_right, count);
+  spectral_band_split* const left[3] = {s->split1_left, s->split2_left, s->split3_left};
+  spectral_band_split* const right[3] = {s->split1_right, s->split2_right, s->split3_right};
+  int32_t* const low_left[3] = {s->band0_left, s->band1_left, s->band2_left};
+  int32_t* const low_right[3] = {s->band0_right, s->band1_right, s->band2_right};
+  band_split_chain_stereo(left, right, 3, s->band3_left, s->band3_right, low_left, low_right, count);
   // Harmonics of the mono bass (sum_left is scratch until the recombination).
   int32_t* h = s->sum_left;
   for (int i = 0; i < count; ++i) {

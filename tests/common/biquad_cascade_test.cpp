@@ -3,7 +3,7 @@
 // the cascade (the AVX2 wavefront) equals the section-after-section build in
 // outputs and final states, for every count of working and switched-off
 // sections per channel, on odd lengths, with canaries past the ends. The
-// same for the band split built from the sections.
+// same for the band split and the crossover chain built from the sections.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -159,6 +159,97 @@ TEST(BiquadCascade, BandSplitVariantsMatchTheDefinition) {
             EXPECT_EQ(eb[static_cast<size_t>(count) + 1], 7u);  // nothing past energy[count]
           }
           EXPECT_TRUE(la.same_state(lb) && ra.same_state(rb));
+        }
+  });
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+}
+
+// The crossover chain: the reference equals the definition (each stage's
+// two branches through the exported section, sample by sample, the next
+// stage fed the high branch), and the other builds equal the reference in
+// every band and final state, for 1 to 4 stages (4 runs past the
+// wavefront's limit), switched-off sections included.
+TEST(BiquadCascade, CrossoverChainVariantsMatchTheDefinition) {
+  struct Chain {
+    Cascade l, r;
+    std::vector<kafx::CrossoverStage> sl, sr;
+    Chain(int stages, unsigned seed, bool wild) : l(4 * stages, seed, wild), r(4 * stages, seed + 1, wild) { bind(); }
+    Chain(const Chain& o) : l(o.l), r(o.r) { bind(); }
+    void bind() {
+      for (size_t k = 0; 4 * k < l.s.size(); ++k) {
+        IIR_t* a = &l.s[4 * k];
+        IIR_t* b = &r.s[4 * k];
+        sl.push_back({{a, a + 1}, {a + 2, a + 3}});
+        sr.push_back({{b, b + 1}, {b + 2, b + 3}});
+      }
+    }
+    bool same_state(const Chain& o) const { return l.same_state(o.l) && r.same_state(o.r); }
+  };
+  // The definition, for 3 stages of 150 samples per channel.
+  for (bool wild : {false, true}) {
+    Chain c(3, 61, wild), model(c);
+    std::vector<int32_t> xl = random_values<int32_t>(150, 62), xr = random_values<int32_t>(150, 63);
+    std::vector<std::vector<int32_t>> low(6, std::vector<int32_t>(150));
+    int32_t* ll[3] = {low[0].data(), low[1].data(), low[2].data()};
+    int32_t* lr[3] = {low[3].data(), low[4].data(), low[5].data()};
+    const std::vector<int32_t> in_l = xl, in_r = xr;
+    kafx::biquad_crossover_stereo_variants.fn[kafx::kIsaBaseline](c.sl.data(), c.sr.data(), 3, xl.data(), xr.data(),
+                                                                  ll, lr, 150);
+    Cascade* side[2] = {&model.l, &model.r};
+    const std::vector<int32_t>* in[2] = {&in_l, &in_r};
+    const std::vector<int32_t>* out[2] = {&xl, &xr};
+    for (int ch = 0; ch < 2; ++ch)
+      for (int i = 0; i < 150; ++i) {
+        int32_t h = (*in[ch])[static_cast<size_t>(i)];
+        for (int k = 0; k < 3; ++k) {
+          std::vector<IIR_t>& f = side[ch]->s;
+          int32_t lo = h;
+          IIR_process_32(&f[4 * k], &lo, &lo);
+          IIR_process_32(&f[4 * k + 1], &lo, &lo);
+          IIR_process_32(&f[4 * k + 2], &h, &h);
+          IIR_process_32(&f[4 * k + 3], &h, &h);
+          ASSERT_EQ(low[static_cast<size_t>(3 * ch + k)][static_cast<size_t>(i)], lo) << ch << " stage " << k << " " << i;
+        }
+        ASSERT_EQ((*out[ch])[static_cast<size_t>(i)], h) << ch << " " << i;
+      }
+    EXPECT_TRUE(c.same_state(model));
+  }
+  const int compared = kafx_test::for_each_variant(kafx::biquad_crossover_stereo_variants, [&](auto fn, auto base) {
+    unsigned seed = 700;
+    for (int stages : {1, 2, 3, 4})
+      for (bool wild : {false, true})
+        for (int n : {0, 1, 5, 6, 17, 241}) {
+          seed += 10;
+          Chain a(stages, seed, wild), b(a);
+          const std::vector<int32_t> xl = random_values<int32_t>(static_cast<size_t>(n), seed + 5);
+          const std::vector<int32_t> xr = random_values<int32_t>(static_cast<size_t>(n), seed + 6, -(1 << 24), 1 << 24);
+          Guarded<int32_t> al(n), ar(n), bl(n), br(n);
+          std::vector<Guarded<int32_t>> lows;
+          for (int k = 0; k < 4 * stages; ++k) lows.emplace_back(n);
+          std::vector<int32_t*> la, ra, lb, rb;
+          for (int k = 0; k < stages; ++k) {
+            la.push_back(lows[4 * k].data()), ra.push_back(lows[4 * k + 1].data());
+            lb.push_back(lows[4 * k + 2].data()), rb.push_back(lows[4 * k + 3].data());
+          }
+          std::copy(xl.begin(), xl.end(), al.data());
+          std::copy(xl.begin(), xl.end(), bl.data());
+          std::copy(xr.begin(), xr.end(), ar.data());
+          std::copy(xr.begin(), xr.end(), br.data());
+          for (int pass = 0; pass < 2; ++pass) {
+            base(a.sl.data(), a.sr.data(), stages, al.data(), ar.data(), la.data(), ra.data(), n);
+            fn(b.sl.data(), b.sr.data(), stages, bl.data(), br.data(), lb.data(), rb.data(), n);
+          }
+          SCOPED_TRACE(testing::Message() << stages << " stages, n " << n << (wild ? " wild" : ""));
+          EXPECT_EQ(al.v, bl.v);
+          EXPECT_EQ(ar.v, br.v);
+          for (int k = 0; k < stages; ++k) {
+            EXPECT_EQ(lows[4 * k].v, lows[4 * k + 2].v) << "left low " << k;
+            EXPECT_EQ(lows[4 * k + 1].v, lows[4 * k + 3].v) << "right low " << k;
+          }
+          bool intact = bl.guards_intact() && br.guards_intact();
+          for (auto& g : lows) intact = intact && g.guards_intact();
+          EXPECT_TRUE(intact);
+          EXPECT_TRUE(a.same_state(b));
         }
   });
   EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
