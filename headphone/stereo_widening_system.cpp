@@ -27,6 +27,8 @@
 #include "common/lifecycle.h"
 #include "common/reverb_kernels.h"
 #include "headphone/biquad_sections.h"
+#include "headphone/biquad_sections_avx2.h"
+#include "headphone/stereo_widening_system_kernels.h"
 #include "headphone/stereo_widening_system_tables.h"
 
 using namespace kafx;
@@ -80,7 +82,7 @@ struct DifferenceMix {
 template <int N>
 using Sections = BiquadSections<N>;
 
-void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left,
+void difference_chunk_reference(difference_circuit* d, const int* in_left, const int* in_right, int* out_left,
                       int* out_right, int n) {
   if (!Sections<DIFFERENCE_CIRCUIT_SECTIONS>::all_on(d->section)) {
     for (int i = 0; i < n; ++i) {
@@ -106,6 +108,97 @@ void difference_chunk(difference_circuit* d, const int* in_left, const int* in_r
   s.store();
 }
 
+#if KAFX_AVX2_VARIANTS
+// The AVX2 build: the left and right phase networks' first, second and third
+// sections as three pairs of lanes, and the four bands as one vector of
+// lanes, run as a pipeline in one loop (at step t the pair of section k
+// works on sample t - k and the bands on sample t - 3, each from what the
+// stage before it produced one step earlier), so that the four recursions
+// overlap. The first and last three steps, where the pipeline fills and
+// drains, run the per-sample steps. Each section still sees its own samples
+// in order: the integers are the reference's.
+constexpr int kDifferenceStages = 4;
+
+KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in_left, const int* in_right,
+                                            int* out_left, int* out_right, int n) {
+  if (n <= kDifferenceStages || !Sections<DIFFERENCE_CIRCUIT_SECTIONS>::all_on(d->section)) {
+    difference_chunk_reference(d, in_left, in_right, out_left, out_right, n);
+    return;
+  }
+  Sections<DIFFERENCE_CIRCUIT_SECTIONS> s(d->section);
+  // Stage outputs, lane i's value in word 2i: the phase pairs (left, right)
+  // and the bands (mid low, mid band, side low, side high).
+  alignas(32) int32_t o[kDifferenceStages][kChunk][8];
+  auto stage = [&](int k, int j) {
+    if (k == 0) {
+      o[0][j][0] = s.step(0, in_left[j]);
+      o[0][j][2] = s.step(3, in_right[j]);
+    } else if (k < 3) {
+      o[k][j][0] = s.step(k, o[k - 1][j][0]);
+      o[k][j][2] = s.step(k + 3, o[k - 1][j][2]);
+    } else {
+      const int32_t mid_sum = wrap_add(o[2][j][0], o[2][j][2]);
+      const int32_t side = wrap_sub(o[2][j][0], o[2][j][2]);
+      o[3][j][0] = s.step(10, mid_sum);
+      o[3][j][2] = s.step(9, mid_sum);
+      o[3][j][4] = s.step(7, side);
+      o[3][j][6] = s.step(8, side);
+    }
+  };
+  for (int t = 0; t < kDifferenceStages - 1; ++t)
+    for (int k = 0; k <= t; ++k) stage(k, t - k);
+  Biquad32Kernel* lanes_of[kDifferenceStages][4] = {
+      {&s.k[0], &s.k[3], nullptr, nullptr},
+      {&s.k[1], &s.k[4], nullptr, nullptr},
+      {&s.k[2], &s.k[5], nullptr, nullptr},
+      {&s.k[10], &s.k[9], &s.k[7], &s.k[8]},
+  };
+  int32_t unused = 0;
+  int32_t* x0_of[kDifferenceStages][4] = {
+      {&s.x0[0], &s.x0[3], &unused, &unused},
+      {&s.x0[1], &s.x0[4], &unused, &unused},
+      {&s.x0[2], &s.x0[5], &unused, &unused},
+      {&s.x0[10], &s.x0[9], &s.x0[7], &s.x0[8]},
+  };
+  SectionLanes p0(lanes_of[0]), p1(lanes_of[1]), p2(lanes_of[2]), bands(lanes_of[3]);
+  const __m256i lf_index = _mm256_setzero_si256(), rf_index = _mm256_set1_epi32(2);
+  for (int t = kDifferenceStages - 1; t < n; ++t) {
+    const __m256i lr = lanes_load(o[2][t - 3]);
+    const __m256i lf = _mm256_permutevar8x32_epi32(lr, lf_index), rf = _mm256_permutevar8x32_epi32(lr, rf_index);
+    const __m256i mid_side = _mm256_blend_epi32(_mm256_add_epi32(lf, rf), _mm256_sub_epi32(lf, rf), 0xf0);
+    lanes_store(o[3][t - 3], bands.step(lanes::shl_sat<5>(mid_side)));
+    lanes_store(o[2][t - 2], p2.step(lanes::shl_sat<5>(lanes_load(o[1][t - 2]))));
+    lanes_store(o[1][t - 1], p1.step(lanes::shl_sat<5>(lanes_load(o[0][t - 1]))));
+    lanes_store(o[0][t], p0.step(lanes::shl_sat<5>(lanes_abab(in_left[t], in_right[t]))));
+  }
+  p0.store(lanes_of[0], x0_of[0]);
+  p1.store(lanes_of[1], x0_of[1]);
+  p2.store(lanes_of[2], x0_of[2]);
+  bands.store(lanes_of[3], x0_of[3]);
+  for (int t = n; t < n + kDifferenceStages - 1; ++t)
+    for (int k = t - n + 1; k < kDifferenceStages; ++k) stage(k, t - k);
+  s.store();
+  const DifferenceMix mix{d->side_gain};
+  for (int i = 0; i < n; ++i)
+    mix(o[2][i][0], o[2][i][2], o[3][i][0], o[3][i][2], o[3][i][4], o[3][i][6], &out_left[i], &out_right[i]);
+}
+#endif
+
+}  // namespace
+
+namespace kafx {
+const KernelVariants<DifferenceChunk> difference_chunk_variants = {
+    "difference_chunk", {difference_chunk_reference, KAFX_AVX2_ONLY(difference_chunk_avx2)}};
+}  // namespace kafx
+
+namespace {
+
+void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                      int n) {
+  static const DifferenceChunk chosen = choose(difference_chunk_variants);
+  chosen(d, in_left, in_right, out_left, out_right, n);
+}
+
 // ---------------------------------------------------------------------------
 // Crossfeed network
 
@@ -121,7 +214,7 @@ inline int32_t crossfeed_mix(int32_t gain, int32_t direct, int32_t cross, int32_
   return sat_add(sat_add(direct, gain13(gain, cross)), shr_sat<15>(static_cast<int64_t>(gain) * high));
 }
 
-void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
+void crossfeed_chunk_reference(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
                      int n) {
   if (!Sections<CROSSFEED_NETWORK_SECTIONS>::all_on(c->section)) {
     for (int i = 0; i < n; ++i) {
@@ -145,6 +238,62 @@ void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_rig
     out_right[i] = crossfeed_mix(gain, dr, cl, hr);
   }
   s.store();
+}
+
+#if KAFX_AVX2_VARIANTS
+// The AVX2 build: the direct all-passes and high bands of both channels in
+// one vector of lanes fed (left, right, left, right), the two crossfeed
+// low-passes in another fed the delayed samples; the two recursions advance
+// together. Then the mixes.
+KAFX_TARGET_AVX2 void crossfeed_chunk_avx2(crossfeed_network* c, const int* in_left, const int* in_right,
+                                           int* out_left, int* out_right, int n) {
+  if (!Sections<CROSSFEED_NETWORK_SECTIONS>::all_on(c->section)) {
+    crossfeed_chunk_reference(c, in_left, in_right, out_left, out_right, n);
+    return;
+  }
+  int32_t xl[kChunk], xr[kChunk];
+  for (int i = 0; i < n; ++i) {
+    xl[i] = audio_delay_process(c->delay[0], in_left[i]);
+    xr[i] = audio_delay_process(c->delay[1], in_right[i]);
+  }
+  Sections<CROSSFEED_NETWORK_SECTIONS> s(c->section);
+  Biquad32Kernel* direct_of[4] = {&s.k[0], &s.k[1], &s.k[4], &s.k[5]};
+  Biquad32Kernel* cross_of[4] = {&s.k[2], &s.k[3], nullptr, nullptr};
+  int32_t unused = 0;
+  int32_t* direct_x0[4] = {&s.x0[0], &s.x0[1], &s.x0[4], &s.x0[5]};
+  int32_t* cross_x0[4] = {&s.x0[2], &s.x0[3], &unused, &unused};
+  SectionLanes direct(direct_of), cross(cross_of);
+  // Lane i's output in word 2i: (direct left, direct right, high left,
+  // high right) and (cross left, cross right).
+  alignas(32) int32_t od[kChunk][8], oc[kChunk][8];
+  for (int i = 0; i < n; ++i) {
+    lanes_store(od[i], direct.step(lanes::shl_sat<5>(lanes_abab(in_left[i], in_right[i]))));
+    lanes_store(oc[i], cross.step(lanes::shl_sat<5>(lanes_abab(xl[i], xr[i]))));
+  }
+  direct.store(direct_of, direct_x0);
+  cross.store(cross_of, cross_x0);
+  s.store();
+  const int32_t gain = c->gain;
+  for (int i = 0; i < n; ++i) {
+    out_left[i] = crossfeed_mix(gain, od[i][0], oc[i][2], od[i][4]);
+    out_right[i] = crossfeed_mix(gain, od[i][2], oc[i][0], od[i][6]);
+  }
+}
+#endif
+
+}  // namespace
+
+namespace kafx {
+const KernelVariants<CrossfeedChunk> crossfeed_chunk_variants = {
+    "crossfeed_chunk", {crossfeed_chunk_reference, KAFX_AVX2_ONLY(crossfeed_chunk_avx2)}};
+}  // namespace kafx
+
+namespace {
+
+void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                     int n) {
+  static const CrossfeedChunk chosen = choose(crossfeed_chunk_variants);
+  chosen(c, in_left, in_right, out_left, out_right, n);
 }
 
 // ---------------------------------------------------------------------------

@@ -9,11 +9,14 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <iterator>
 #include <random>
 #include <vector>
 
+#include "headphone/stereo_widening_system_kernels.h"
 #include "headphone/stereo_widening_system_tables.h"
 #include "kafx_proc/stereo_widening_system.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -245,3 +248,109 @@ TEST(StereoWideningSystem, EqualsItsBlocksWiredTogether) {
 }
 
 }  // namespace
+
+// The chunk kernels' builds (headphone/stereo_widening_system_kernels.h)
+// against the baseline: the same outputs (with canaries past them) and the
+// same section states and delay lines afterwards, over the runs where the
+// AVX2 difference circuit's pipeline is too short to start, just long enough
+// and full; with random states, random coefficient rows that saturate the
+// accumulators, inputs over the whole int32 range, and a pass-through
+// section.
+namespace variants {
+
+struct Case {
+  int rate;
+  bool random_coefficients;
+  int64_t lo, hi;  // input range
+  int gain;        // side gain or crossfeed gain
+  bool bypass;     // one section passes through
+};
+
+constexpr Case kCases[] = {
+    {1, false, -8388607, 8388607, 4096, false}, {0, false, INT32_MIN, INT32_MAX, 30000, false},
+    {2, true, -8388607, 8388607, -9000, false}, {1, true, INT32_MIN, INT32_MAX, 8192, false},
+    {1, false, -8388607, 8388607, 4096, true},
+};
+constexpr int kRuns[] = {1, 3, 4, 5, 17, 37, 127, 255, 256};
+
+// Random states (and coefficients) into sections, the same seed giving the
+// same words.
+void scramble(IIR_t* const* f, int count, unsigned seed, bool coefficients) {
+  for (int k = 0; k < count; ++k) {
+    const std::vector<int32_t> w = kafx_test::random_values<int32_t>(10, seed + static_cast<unsigned>(k));
+    for (int j = 0; j < 5; ++j) f[k]->state[j] = w[j];
+    if (coefficients)
+      for (int j = 0; j < 5; ++j) f[k]->coef[j] = w[5 + j];
+  }
+}
+
+bool same_sections(IIR_t* const* a, IIR_t* const* b, int count) {
+  for (int k = 0; k < count; ++k)
+    if (!std::equal(a[k]->state, a[k]->state + 5, b[k]->state)) return false;
+  return true;
+}
+
+template <class Block, class Kernel>
+void compare(Block& got_block, Block& want_block, Kernel fn, Kernel ref, const Case& c, unsigned seed) {
+  for (int n : kRuns) {
+    const std::vector<int32_t> l = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + n, c.lo, c.hi);
+    const std::vector<int32_t> r = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + 7 * n, c.lo, c.hi);
+    kafx_test::Guarded<int> gl(static_cast<size_t>(n)), gr(static_cast<size_t>(n));
+    kafx_test::Guarded<int> wl(static_cast<size_t>(n)), wr(static_cast<size_t>(n));
+    fn(&got_block, l.data(), r.data(), gl.data(), gr.data(), n);
+    ref(&want_block, l.data(), r.data(), wl.data(), wr.data(), n);
+    ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
+    ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
+    EXPECT_TRUE(gl.guards_intact() && gr.guards_intact());
+    ASSERT_TRUE(same_sections(got_block.section, want_block.section, static_cast<int>(std::size(got_block.section))))
+        << "n " << n;
+  }
+}
+
+TEST(StereoWideningSystem, DifferenceChunkVariantsMatchTheBaseline) {
+  kafx_test::for_each_variant(kafx::difference_chunk_variants, [](auto fn, auto ref) {
+    unsigned seed = 100;
+    for (const Case& c : kCases) {
+      difference_circuit got, want;
+      for (difference_circuit* d : {&got, &want}) {
+        difference_circuit_init(d);
+        difference_circuit_set_sample_rate(d, static_cast<SampleRateType>(c.rate));
+        scramble(d->section, DIFFERENCE_CIRCUIT_SECTIONS, seed, c.random_coefficients);
+        d->side_gain = c.gain;
+        if (c.bypass) d->section[8]->status = 0;
+      }
+      compare(got, want, fn, ref, c, seed);
+      difference_circuit_end(&got);
+      difference_circuit_end(&want);
+      seed += 1000;
+    }
+  });
+}
+
+TEST(StereoWideningSystem, CrossfeedChunkVariantsMatchTheBaseline) {
+  kafx_test::for_each_variant(kafx::crossfeed_chunk_variants, [](auto fn, auto ref) {
+    unsigned seed = 200;
+    for (const Case& c : kCases) {
+      crossfeed_network got, want;
+      for (crossfeed_network* d : {&got, &want}) {
+        crossfeed_network_init(d);
+        crossfeed_network_set_sample_rate(d, static_cast<SampleRateType>(c.rate));
+        scramble(d->section, CROSSFEED_NETWORK_SECTIONS, seed, c.random_coefficients);
+        d->gain = c.gain;
+        if (c.bypass) d->section[3]->status = 0;
+      }
+      compare(got, want, fn, ref, c, seed);
+      for (int ch = 0; ch < 2; ++ch) {
+        const audio_delay* a = got.delay[ch];
+        const audio_delay* b = want.delay[ch];
+        EXPECT_EQ(a->index, b->index);
+        EXPECT_TRUE(std::equal(a->buffer, a->buffer + CROSSFEED_NETWORK_MAX_DELAY, b->buffer));
+      }
+      crossfeed_network_end(&got);
+      crossfeed_network_end(&want);
+      seed += 1000;
+    }
+  });
+}
+
+}  // namespace variants
