@@ -18,13 +18,9 @@
 namespace {
 
 using kafx_bench::make_programme;
+using kafx_bench::set_realtime_counter;
 
 constexpr int kBlock = KAFX_SPEAKER_BOOST_BLOCK;  // 240 frames
-
-void set_realtime_counter(benchmark::State& state, int rate) {
-  state.counters["x_realtime"] =
-      benchmark::Counter(static_cast<double>(kBlock) / rate, benchmark::Counter::kIsIterationInvariantRate);
-}
 
 // Ten peaking bands (octaves from 31.25 Hz, alternating boost and cut) as
 // Q28 band records: enable, b0, b1, b2 and the added-sign feedback a1, a2.
@@ -85,7 +81,7 @@ void run_front_end(benchmark::State& state, int rate, bool everything_on) {
     if (pos + kBlock > static_cast<size_t>(rate)) pos = 0;
   }
   kafx_speaker_boost_deinit(handle);
-  set_realtime_counter(state, rate);
+  set_realtime_counter(state, kBlock, rate);
 }
 
 void BM_SpeakerFrontEnd_AllOff(benchmark::State& state) { run_front_end(state, 48000, false); }
@@ -117,7 +113,7 @@ void BM_ParametricEq_10Bands_Stereo(benchmark::State& state) {
     benchmark::DoNotOptimize(out_r.data());
   }
   parameter_equalizer_end(&eq);
-  set_realtime_counter(state, rate);
+  set_realtime_counter(state, kBlock, rate);
 }
 BENCHMARK(BM_ParametricEq_10Bands_Stereo);
 

@@ -11,6 +11,7 @@ packages=(
   libwebrtc-audio-processing-dev  # bit-exact oracle for the resamplers and FFT
   libsndfile1-dev                 # WAV I/O of the command-line tool
   libplplot-dev plplot-driver-cairo  # kafx plot: PNG figures (the tool only)
+  jq                              # scripts/bench-report.sh reads the benchmark JSON
 )
 
 # clang builds (KAFX_COMPILER=clang) also need clang, lld and llvm's archiver.
