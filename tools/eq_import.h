@@ -12,7 +12,7 @@
 // NO; the others default to Q 0.7071 (Butterworth / the cookbook's steepest
 // shelf without overshoot). Gain (dB) is needed by PK and the shelves and
 // refused by the others. "OFF" filters are skipped. '#' starts a comment.
-// Used by `kafx speaker-design` and `kafx headphone --eq`.
+// Used by `kafx speaker-design` and `kafx headphone --eq-import`.
 #ifndef KAFX_TOOLS_EQ_IMPORT_H
 #define KAFX_TOOLS_EQ_IMPORT_H
 

@@ -13,8 +13,10 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "eq_import.h"
 #include "host_audio.h"
 #include "kafx_proc/hp_effect.h"
+#include "speaker_units.h"
 #include "test_signal.h"
 #include "stream_runner.h"
 #include "wav_io.h"
@@ -39,6 +41,7 @@ struct Options {
   std::string record_out;
   std::vector<int> reverb;
   std::vector<int> geq;
+  std::string eq_import;  // equalizer text for preset 3's parametric equalizer
   int format_bits = 0;  // 0: follow the file
   int block = kDefaultBlock;
   bool strict = false;
@@ -67,6 +70,8 @@ int parse_options(int argc, char** argv, Options* o) {
     } else if (a == "--geq") {
       if (!kafx_tool::parse_int_list(v, kGeqValues, -15, 15, &o->geq))
         return kCmd.usage_error("--geq needs ten comma-separated gain steps from -15 to 15");
+    } else if (a == "--eq-import") {
+      o->eq_import = v;
     } else if (a == "--format") {
       return kafx_tool::parse_format_option(kCmd, v, &o->format_bits);
     } else if (a == "--block") {
@@ -78,14 +83,64 @@ int parse_options(int argc, char** argv, Options* o) {
   };
   const int rc = kafx_tool::walk_command_line(
       kCmd, argc, argv, kafx_headphone_usage(),
-      {"--effect", "--adapter", "--record", "--save-record", "--reverb", "--geq", "--format", "--block"}, option,
+      {"--effect", "--adapter", "--record", "--save-record", "--reverb", "--geq", "--eq-import", "--format", "--block"}, option,
       "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
   if (rc != 0) return rc;
   if (!o->reverb.empty() && !o->geq.empty()) return kCmd.usage_error("--reverb and --geq exclude each other");
+  if (!o->eq_import.empty() && (!o->reverb.empty() || !o->geq.empty()))
+    return kCmd.usage_error("--eq-import excludes --reverb and --geq");
+  if (!o->eq_import.empty() && o->effect >= 0 && o->effect != KEDO_HP_EFFECT_PARAMETRIC_EQ)
+    return kCmd.usage_error("--eq-import fills preset 3 (parametric equalizer): --effect must be 3 or left out");
   return 0;
 }
 
 // --- the record file --------------------------------------------------------
+
+// The calibration record, and optionally a parametric equalizer that replaces
+// preset 3's built-in bands (the 31-int record has no room for bands: the
+// file carries them as param_eq.* lines, with the rate they were designed at).
+struct RecordFile {
+  audio_effect_control_acdb_t record{};
+  bool has_eq = false;
+  param_eq_param_acdb_t eq{};
+  int eq_rate = 0;  // Hz; 0: not stated
+};
+
+constexpr int kEqBands = PARAMETER_EQUALIZER_BANDS;
+
+std::string band_name(int side, int band) {
+  return std::string(side == 0 ? "param_eq.left_band[" : "param_eq.right_band[") + std::to_string(band) + "]";
+}
+
+// One param_eq.* field: false when `name` is not one; otherwise *error says
+// what is wrong with the value, if anything.
+bool read_eq_field(const std::string& name, const std::string& value, RecordFile* f, std::string* error) {
+  int v = 0;
+  int32_t* word = name == "param_eq.status" ? &f->eq.status
+                  : name == "param_eq.gain_left" ? &f->eq.gain_left
+                  : name == "param_eq.gain_right" ? &f->eq.gain_right
+                                                  : nullptr;
+  if (word != nullptr || name == "param_eq.design_rate") {
+    if (!kafx_tool::parse_int(value.c_str(), name == "param_eq.design_rate" ? 8000 : INT32_MIN,
+                              name == "param_eq.design_rate" ? 192000 : INT32_MAX, &v))
+      *error = "'" + value + "' is not a valid " + name;
+    else if (word != nullptr) *word = v;
+    else f->eq_rate = v;
+    f->has_eq = true;
+    return true;
+  }
+  for (int side = 0; side < 2; ++side)
+    for (int b = 0; b < kEqBands; ++b) {
+      if (name != band_name(side, b)) continue;
+      std::vector<int> six;
+      if (!kafx_tool::parse_int_list(value, 6, INT32_MIN, INT32_MAX, &six))
+        *error = name + " needs six comma-separated integers: enable,b0,b1,b2,a1,a2";
+      else std::copy(six.begin(), six.end(), side == 0 ? f->eq.left_band[b] : f->eq.right_band[b]);
+      f->has_eq = true;
+      return true;
+    }
+  return false;
+}
 
 std::string data_name(int i) { return "effect_data[" + std::to_string(i) + "]"; }
 
@@ -99,14 +154,16 @@ const char* data_meaning(int effect, int i) {
 
 // Reads "name = value" lines (see the usage text). Returns false with a
 // reason in *error.
-bool read_record(const std::string& path, audio_effect_control_acdb_t* r, std::string* error) {
+bool read_record(const std::string& path, RecordFile* file, std::string* error) {
   std::ifstream f(path);
   if (!f) {
     *error = "cannot read record '" + path + "'";
     return false;
   }
-  *r = audio_effect_control_acdb_t{};
+  *file = RecordFile{};
+  audio_effect_control_acdb_t* r = &file->record;
   std::vector<bool> seen(2 + kDataWords, false);
+  std::vector<std::string> seen_eq;
   std::string line;
   for (int number = 1; std::getline(f, line); ++number) {
     line = line.substr(0, line.find('#'));
@@ -122,6 +179,14 @@ bool read_record(const std::string& path, audio_effect_control_acdb_t* r, std::s
     name.erase(name.find_last_not_of(" \t") + 1);
     value.erase(0, value.find_first_not_of(" \t"));
     value.erase(value.find_last_not_of(" \t\r") + 1);
+    if (name.rfind("param_eq.", 0) == 0) {
+      if (std::find(seen_eq.begin(), seen_eq.end(), name) != seen_eq.end()) *error = where + "'" + name + "' given twice";
+      else if (!read_eq_field(name, value, file, error)) *error = where + "unknown field '" + name + "'";
+      else if (!error->empty()) *error = where + *error;
+      if (!error->empty()) return false;
+      seen_eq.push_back(name);
+      continue;
+    }
     int slot = -1;
     if (name == "effect_type") slot = 0;
     if (name == "hpadapter_type") slot = 1;
@@ -140,7 +205,8 @@ bool read_record(const std::string& path, audio_effect_control_acdb_t* r, std::s
   return true;
 }
 
-bool write_record(const std::string& path, const audio_effect_control_acdb_t& r, std::string* error) {
+bool write_record(const std::string& path, const RecordFile& file, std::string* error) {
+  const audio_effect_control_acdb_t& r = file.record;
   std::ostringstream s;
   s << "# kafx headphone calibration record (audio_effect_control_acdb_t)\n"
     << "# effect_type: 0 none, 1 stereo widening, 2 virtual bass, 3 parametric eq, 4 reverb, 5 graphic eq\n"
@@ -152,6 +218,21 @@ bool write_record(const std::string& path, const audio_effect_control_acdb_t& r,
     if (const char* m = data_meaning(r.effect_type, i)) s << "  # " << m;
     s << "\n";
   }
+  if (file.has_eq) {
+    const param_eq_param_acdb_t& e = file.eq;
+    s << "# parametric equalizer loaded over preset 3's built-in bands once the preset is applied\n"
+      << "# (param_eq_param_acdb_t; gains Q13, bands enable,b0,b1,b2,a1,a2 in Q28)\n"
+      << "param_eq.design_rate = " << file.eq_rate << "\n"
+      << "param_eq.status = " << e.status << "\n"
+      << "param_eq.gain_left = " << e.gain_left << "\n"
+      << "param_eq.gain_right = " << e.gain_right << "\n";
+    for (int side = 0; side < 2; ++side)
+      for (int b = 0; b < kEqBands; ++b) {
+        const int32_t* v = side == 0 ? e.left_band[b] : e.right_band[b];
+        s << band_name(side, b) << " = " << v[0] << "," << v[1] << "," << v[2] << "," << v[3] << "," << v[4] << ","
+          << v[5] << "\n";
+      }
+  }
   std::ofstream f(path);
   f << s.str();
   f.close();
@@ -159,10 +240,68 @@ bool write_record(const std::string& path, const audio_effect_control_acdb_t& r,
   return static_cast<bool>(f);
 }
 
+// The imported equalizer text designed at `rate`: the preamp as both input
+// gains (unity without one), each side's filters as its first bands, the
+// rest switched off. Returns false with "FILE: line N: ..." in *error.
+bool design_import(const std::string& path, int rate, RecordFile* file, std::string* error) {
+  std::ifstream in(path);
+  if (!in) {
+    *error = "cannot read '" + path + "'";
+    return false;
+  }
+  kafx_tool::EqImport eq;
+  if (!kafx_tool::import_eq_text(in, rate, kEqBands, &eq, error)) {
+    *error = path + ": " + *error;
+    return false;
+  }
+  param_eq_param_acdb_t& e = file->eq;
+  try {
+    e.status = 1;
+    e.gain_left = e.gain_right = eq.has_preamp ? kafx_tool::db_to_q13(eq.preamp_db) : 8192;
+    for (int side = 0; side < 2; ++side)
+      for (int b = 0; b < kEqBands; ++b) {
+        const kafx_tool::BandRecord r = b < static_cast<int>(eq.bands[side].size())
+                                            ? kafx_tool::design_band(eq.bands[side][static_cast<size_t>(b)], rate)
+                                            : kafx_tool::kPassThroughOff;
+        std::copy(r.begin(), r.end(), side == 0 ? e.left_band[b] : e.right_band[b]);
+      }
+  } catch (const std::range_error& x) {
+    *error = path + ": " + x.what();
+    return false;
+  }
+  file->has_eq = true;
+  file->eq_rate = rate;
+  return true;
+}
+
+// Lets the preset switch that the record started finish on silence (the
+// chain applies a preset's built-in bands part-way through its fade), then
+// loads `eq` into the chain's parametric equalizer and clears every block's
+// history, so that the file is processed with the equalizer from its first
+// frame. False if the fade does not settle.
+bool load_parametric_eq(void* handle, const param_eq_param_acdb_t& eq) {
+  auto* h = static_cast<kafx_hp_effect_t*>(handle);
+  std::vector<int32_t> silence(2 * KAFX_HP_EFFECT_BLOCK_240);
+  const unsigned bytes = static_cast<unsigned>(KAFX_HP_EFFECT_BLOCK_240 * 2 * h->bytes_per_sample);
+  auto settled = [h] {
+    const smooth_volume_t* v = h->chain.smooth_volume;
+    return h->chain.fade_state == -1 && v->current_gain == v->target_gain;
+  };
+  for (int i = 0; i < 100 && !settled(); ++i) {
+    std::fill(silence.begin(), silence.end(), 0);
+    kafx_hp_effect_process(handle, silence.data(), bytes);
+  }
+  if (!settled()) return false;
+  kedo_hp_effect_p_eq_setparameter(&h->chain, &eq);
+  kafx_hp_effect_reset(handle);
+  return true;
+}
+
 // The record from the file (if any), then the command line's fields over it.
 audio_effect_control_acdb_t build_record(const Options& o, const audio_effect_control_acdb_t& from_file) {
   audio_effect_control_acdb_t r = from_file;
   if (o.effect >= 0) r.effect_type = o.effect;
+  else if (!o.eq_import.empty()) r.effect_type = KEDO_HP_EFFECT_PARAMETRIC_EQ;
   else if (!o.reverb.empty()) r.effect_type = KEDO_HP_EFFECT_REVERB;
   else if (!o.geq.empty()) r.effect_type = KEDO_HP_EFFECT_GRAPHIC_EQ;
   if (o.adapter >= 0) r.hpadapter_type = o.adapter;
@@ -201,6 +340,12 @@ const char* kafx_headphone_usage() {
          "                    it uses 4096,4096,2730,4096,8192,127\n"
          "  --geq G0,...,G9   graphic equalizer steps in dB (-15..15), 31 Hz shelf to\n"
          "                    16 kHz shelf; implies --effect 5 (without it: all 0)\n"
+         "  --eq-import FILE  an equalizer in the exchanged parametric text form\n"
+         "                    (Preamp:, Filter N: ON PK|LSC|HSC|LP|HP|NO Fc ... as\n"
+         "                    'kafx speaker-design' imports it; at most ten filters\n"
+         "                    a side) designed at the input's rate and loaded into\n"
+         "                    the parametric equalizer in place of preset 3's\n"
+         "                    built-in bands; implies --effect 3\n"
          "  --record FILE     read the calibration record from FILE; the options above\n"
          "                    then replace their own fields of it\n"
          "  --save-record FILE\n"
@@ -217,7 +362,12 @@ const char* kafx_headphone_usage() {
          "'#' starts a comment. Fields: effect_type, hpadapter_type and\n"
          "effect_data[0] .. effect_data[28]; a field not given is 0. Preset 4 reads\n"
          "effect_data[0..5] as room size, damp, wet, dry, width, gain; preset 5 reads\n"
-         "effect_data[0..9] as the ten graphic equalizer steps. Example:\n"
+         "effect_data[0..9] as the ten graphic equalizer steps. A record saved with\n"
+         "--eq-import also holds the equalizer (the 31-int record has no room for\n"
+         "bands) as param_eq.design_rate, param_eq.status, param_eq.gain_left,\n"
+         "param_eq.gain_right (Q13) and param_eq.left_band[0..9],\n"
+         "param_eq.right_band[0..9] (enable,b0,b1,b2,a1,a2; Q28), which are loaded\n"
+         "into the chain once preset 3 is applied. Example:\n"
          "  effect_type = 5\n"
          "  hpadapter_type = 0\n"
          "  effect_data[0] = 4   # 31 Hz shelf +4 dB\n";
@@ -229,9 +379,17 @@ int kafx_headphone_main(int argc, char** argv) {
   if (rc != 0) return rc < 0 ? 0 : rc;
 
   std::string error;
-  audio_effect_control_acdb_t from_file{};
-  if (!o.record_in.empty() && !read_record(o.record_in, &from_file, &error)) return kCmd.failure(error);
-  const audio_effect_control_acdb_t record = build_record(o, from_file);
+  RecordFile file;
+  if (!o.record_in.empty() && !read_record(o.record_in, &file, &error)) return kCmd.failure(error);
+  if (!o.eq_import.empty()) {
+    // Checked here at 48 kHz so that a bad file fails before any audio is read;
+    // designed again at the input's own rate below.
+    if (!design_import(o.eq_import, 48000, &file, &error)) return kCmd.failure(error);
+  }
+  const audio_effect_control_acdb_t record = build_record(o, file.record);
+  file.record = record;
+  if (file.has_eq && record.effect_type != KEDO_HP_EFFECT_PARAMETRIC_EQ)
+    return kCmd.usage_error("a parametric equalizer (param_eq.* lines or --eq-import) needs effect_type 3");
 
   if (const int code = kafx_tool::take_builtin_input(kCmd, o.out_path, &o.in_path); code != 0) return code;
 
@@ -255,6 +413,14 @@ int kafx_headphone_main(int argc, char** argv) {
     audio_effect_control_acdb_t rec = record;
     kafx_hp_effect_set_parameters(handle, &rec);
     bypassed = static_cast<kafx_hp_effect_t*>(handle)->enabled == 0;
+    if (!o.eq_import.empty() && !design_import(o.eq_import, in.rate, &file, &error)) return error;
+    if (file.has_eq && !bypassed) {
+      if (file.eq_rate != 0 && file.eq_rate != in.rate &&
+          !kafx_tool::warn(so, "the record's parametric equalizer was designed at " + std::to_string(file.eq_rate) +
+                                   " Hz; '" + in.name + "' is at " + std::to_string(in.rate) + " Hz"))
+        return "-";
+      if (!load_parametric_eq(handle, file.eq)) return "the headphone chain's preset switch did not settle";
+    }
     const std::string at = "'" + in.name + "' is at " + std::to_string(in.rate) + " Hz: ";
     if (bypassed && !kafx_tool::warn(so, at + "the headphone product processes 44050 to 48050 Hz only; bypassed, "
                                               "the output equals the input"))
@@ -297,7 +463,7 @@ int kafx_headphone_main(int argc, char** argv) {
   const int status = kafx_tool::run_stream(so, o.in_path, o.out_path, setup, &r);
   if (status != 0) return status;
   const int block_len = static_cast<kafx_hp_effect_t*>(handle)->block_len;
-  if (!o.record_out.empty() && !write_record(o.record_out, record, &error)) return kCmd.failure(error);
+  if (!o.record_out.empty() && !write_record(o.record_out, file, &error)) return kCmd.failure(error);
 
   FILE* info = o.out_path == "-" ? stderr : stdout;  // standard output may carry the audio
   const double audio_seconds = static_cast<double>(r.in_frames) / r.out_rate;
@@ -307,6 +473,9 @@ int kafx_headphone_main(int argc, char** argv) {
   } else {
     std::fprintf(info, "  record: effect %d, hpadapter %d; chain blocks of %d frames, latency %zu frames removed\n",
                  record.effect_type, record.hpadapter_type, block_len, latency);
+    if (file.has_eq)
+      std::fprintf(info, "  parametric equalizer: %s (designed at %d Hz) in place of preset 3's built-in bands\n",
+                   o.eq_import.empty() ? o.record_in.c_str() : o.eq_import.c_str(), file.eq_rate);
   }
   kafx_tool::print_levels_and_speed(info, r, audio_seconds);
   if (!o.record_out.empty()) std::fprintf(info, "  record written to %s\n", o.record_out.c_str());

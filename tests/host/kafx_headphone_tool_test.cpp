@@ -1,6 +1,7 @@
 // `kafx headphone` on generated WAV files: each preset and adapter equals the front end driven directly with the
 // same record and the compressor's two-frame look-ahead taken out; record files written and read back; rates the
-// product bypasses come back bit for bit; mono files; the built-in excerpt; bad arguments. (Alignment, formats and
+// product bypasses come back bit for bit; mono files; the built-in excerpt; bad arguments; an imported equalizer
+// in place of preset 3's bands, measured with tones. (Alignment, formats and
 // rate warnings are checked for every product in kafx_stream_test.cpp.)
 #include <gtest/gtest.h>
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/host/tool_harness.h"
@@ -120,6 +122,93 @@ TEST_F(KafxHeadphoneToolTest, BuiltInExcerptAndErrors) {
                      {"headphone --geq 1,1,1,1,1,1,1,1,1,1 --reverb 1,1,1,1,1,1" + io, 2}, {"headphone --bogus" + io, 2},
                      {"headphone --record " + path("missing.txt") + io, 1}, {"headphone --record " + path("bad.txt") + io, 1},
                      {"headphone --record " + path("twice.txt") + io, 1}, {"headphone " + path("missing.wav") + out, 1}},
+                    path("never.wav"));
+}
+
+// RMS level in dB of one channel of an interleaved stereo file, over its second half (past any fade).
+double level_db(const Wav& w, int channel) {
+  const size_t frames = w.samples.size() / 2;
+  double sum = 0;
+  for (size_t f = frames / 2; f < frames; ++f) sum += std::pow(w.samples[2 * f + channel] / 2147483648.0, 2);
+  return 10 * std::log10(sum / static_cast<double>(frames - frames / 2));
+}
+
+// A stereo sine at -30 dBFS, 16-bit.
+Wav tone(int rate, double hz, size_t frames) {
+  Wav w{rate, 2, SF_FORMAT_PCM_16, {}};
+  for (size_t i = 0; i < frames; ++i) {
+    const int32_t v = 65536 * static_cast<int32_t>(std::lround(1036 * std::sin(2 * M_PI * hz * i / rate)));
+    w.samples.insert(w.samples.end(), {v, v});
+  }
+  return w;
+}
+
+// --eq-import: an equalizer text takes preset 3's place. A +6 dB peak at 1 kHz (left only, through "Channel: L")
+// raises a 1 kHz tone by 6 dB against a flat import (a lone preamp of 0 dB) through the whole product, leaves
+// 100 Hz and the right side as they were, at both rates; the saved record carries the bands and reproduces the
+// run bit for bit.
+TEST_F(KafxHeadphoneToolTest, EqImportFillsThePresetsEqualizer) {
+  write("flat.txt", "Preamp: 0 dB\n");
+  write("eq.txt", "# a test equalizer\nChannel: L\nFilter 1: ON PK Fc 1000 Hz Gain 6 dB Q 1.41\n"
+                  "Filter 2: OFF LSC Fc 100 Hz Gain 10 dB\n");
+  for (int rate : {48000, 44100}) {
+    for (double hz : {1000.0, 100.0}) {
+      const Wav in = tone(rate, hz, static_cast<size_t>(rate) / 2);
+      std::string text;
+      const Wav flat = run(in, "--eq-import " + path("flat.txt"));
+      const Wav eq = run(in, "--eq-import " + path("eq.txt") + " --save-record " + path("rec.txt"), &text);
+      EXPECT_NE(text.find("parametric equalizer: " + path("eq.txt") + " (designed at " + std::to_string(rate) + " Hz)"),
+                std::string::npos) << text;
+      const double gain = level_db(eq, 0) - level_db(flat, 0);
+      EXPECT_NEAR(gain, hz == 1000 ? 6 : 0, hz == 1000 ? 0.3 : 0.5) << rate << " " << hz;
+      EXPECT_NEAR(level_db(eq, 1), level_db(flat, 1), 0.01) << rate << " " << hz;
+      EXPECT_NEAR(level_db(flat, 0), -33, 1) << rate << " " << hz;  // a -30 dBFS peak passes otherwise
+      EXPECT_TRUE(run(in, "--record " + path("rec.txt")).samples == eq.samples) << rate << " " << hz;
+    }
+    const std::string rec = read_text("rec.txt");
+    for (const std::string& line : std::vector<std::string>{"effect_type = 3\n", "param_eq.design_rate = " + std::to_string(rate) + "\n",
+                                   "param_eq.gain_left = 8192\n", "param_eq.right_band[0] = 0,268435456,0,0,0,0\n",
+                                   "param_eq.left_band[1] = 0,268435456,0,0,0,0\n"})
+      EXPECT_NE(rec.find(line), std::string::npos) << line << "\n" << rec;
+    EXPECT_NE(rec.find("param_eq.left_band[0] = 1,"), std::string::npos) << rec;
+  }
+  // A record designed at another rate runs with a warning.
+  std::string text;
+  run(tone(44100, 1000, 4000), "--record " + path("rec.txt"), &text);
+  EXPECT_EQ(text.find("warning"), std::string::npos) << text;
+  run(tone(48000, 1000, 4000), "--record " + path("rec.txt"), &text);
+  EXPECT_NE(text.find("warning: the record's parametric equalizer was designed at 44100 Hz"), std::string::npos)
+      << text;
+}
+
+// Import errors name the file and line; --eq-import excludes the other presets; param_eq lines need preset 3.
+TEST_F(KafxHeadphoneToolTest, EqImportErrors) {
+  write_wav(path("ok.wav"), noise(48000, 2, 100));
+  std::string many = "Preamp: -3 dB\n";
+  for (int i = 1; i <= 11; ++i) many += "Filter " + std::to_string(i) + ": ON PK Fc " + std::to_string(500 * i) + " Hz Gain 1 dB Q 1\n";
+  write("many.txt", many);
+  write("bp.txt", "Preamp: -3 dB\n\nFilter 1: ON BP Fc 1000 Hz Q 1\n");
+  write("fc.txt", "Filter 1: ON PK Fc 1000 Hz Gain 3 dB Q 1\nFilter 2: ON PK Fc 30000 Hz Gain 3 dB Q 1\n");
+  write("gain.txt", "Filter 1: ON PK Fc 1000 Hz Gain 40 dB Q 1\n");
+  write("geq_rec.txt", "effect_type = 5\nparam_eq.status = 1\n");
+  write("bad_band.txt", "effect_type = 3\nparam_eq.left_band[0] = 1,2,3\n");
+  const std::string out = " " + path("never.wav"), io = " " + path("ok.wav") + out;
+  const std::pair<std::string, std::string> named[] = {{"many.txt", "many.txt: line 12: "},
+                                                       {"bp.txt", "bp.txt: line 3: unsupported filter type 'BP'"},
+                                                       {"fc.txt", "fc.txt: line 2: Fc 30000 Hz is out of range"},
+                                                       {"gain.txt", "gain.txt: line 1: Gain 40 dB is out of range"}};
+  for (const auto& [file, message] : named) {
+    std::string text;
+    EXPECT_EQ(run_tool("headphone --eq-import " + path(file) + io, &text), 1) << file;
+    EXPECT_NE(text.find(message), std::string::npos) << file << ": " << text;
+  }
+  std::string text;
+  EXPECT_EQ(run_tool("headphone --record " + path("bad_band.txt") + io, &text), 1);
+  EXPECT_NE(text.find("bad_band.txt:2: param_eq.left_band[0] needs six"), std::string::npos) << text;
+  expect_exit_codes({{"headphone --eq-import " + path("fc.txt") + " --effect 4" + io, 2},
+                     {"headphone --eq-import " + path("fc.txt") + " --geq 0,0,0,0,0,0,0,0,0,0" + io, 2},
+                     {"headphone --eq-import " + path("missing.txt") + io, 1},
+                     {"headphone --record " + path("geq_rec.txt") + io, 2}},
                     path("never.wav"));
 }
 
