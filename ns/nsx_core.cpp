@@ -12,6 +12,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "common/dispatch.h"
 #include "common/fixed_point.h"
 #include "kafx_proc/bp_ns.h"
 #include "kafx_proc/spl.h"
@@ -123,6 +124,89 @@ void update_noise_estimate(NsxInst_t_* inst, int offset) {
   }
 }
 
+// One estimator's quantile and density update over the bins. The quantile
+// rises by (step + 2) / 4 where the log magnitude lies above it, else falls
+// by ((step + 1) / 2) * 3 / 2, held at logval; the density is renewed where
+// the log magnitude lies within kWidthQ8 of the new quantile. Every bin is
+// computed with selects instead of branches, eight bins per step in 32-bit
+// lanes:
+// - the step is delta count_div / 2^14 with delta = 40 / 2^(msb(density) - 9)
+//   in Q7 for densities above 512 (2621440 >> msb: 5120 for 513 ... 1023,
+//   halving at every further power of two down to 160 at 16384 and above),
+//   else small_delta. delta <= 5120 and count_div <= 32767 keep the step at
+//   most 10239, so divisions of these non-negative values are shifts and
+//   the sums before the 16-bit wraps below stay far inside 32 bits;
+// - |lmagn - quant| is taken in 16 bits, where -32768 stays -32768 (below
+//   the width, as in the scalar rule).
+typedef int32_t lanes8 __attribute__((vector_size(32)));
+typedef int16_t halves8 __attribute__((vector_size(16)));
+
+[[gnu::always_inline]] inline void quantile_update8(int16_t* quant, int16_t* density, const int16_t* lmagn,
+                                                    const QuantileStep& k) {
+  halves8 hq, hd, hl;
+  std::memcpy(&hq, quant, sizeof hq);
+  std::memcpy(&hd, density, sizeof hd);
+  std::memcpy(&hl, lmagn, sizeof hl);
+  const lanes8 q = __builtin_convertvector(hq, lanes8);
+  const lanes8 d = __builtin_convertvector(hd, lanes8);
+  const lanes8 lm = __builtin_convertvector(hl, lanes8);
+  const lanes8 zero = {};
+  // Selects as masks: every comparison gives -1 or 0 per lane. Each halving
+  // of big (always even until 160) subtracts its half where the mask is set.
+  lanes8 big = zero + 5120;
+  big -= (big >> 1) & (d >= 1024);
+  big -= (big >> 1) & (d >= 2048);
+  big -= (big >> 1) & (d >= 4096);
+  big -= (big >> 1) & (d >= 8192);
+  big -= (big >> 1) & (d >= 16384);
+  const lanes8 above = d > 512;
+  const lanes8 delta = (above & big) | (~above & k.small_delta);
+  const lanes8 step = (delta * k.count_div) >> 14;
+  const lanes8 up = __builtin_convertvector(__builtin_convertvector(q + ((step + 2) >> 2), halves8), lanes8);
+  const lanes8 fall = __builtin_convertvector(__builtin_convertvector(q - ((((step + 1) >> 1) * 3) >> 1), halves8),
+                                              lanes8);
+  const lanes8 held = fall < k.logval;
+  const lanes8 down = (held & k.logval) | (~held & fall);
+  const lanes8 rises = lm > q;
+  const lanes8 nq = (rises & up) | (~rises & down);
+  // |lmagn - quant| in 16 bits: -32768 negated wraps to itself.
+  const lanes8 diff = __builtin_convertvector(__builtin_convertvector(lm - nq, halves8), lanes8);
+  const lanes8 neg = diff < 0;
+  const lanes8 dist = __builtin_convertvector(__builtin_convertvector((neg & -diff) | (~neg & diff), halves8), lanes8);
+  const lanes8 renewed = ((d * k.count_prod + 16384) >> 15) + k.density_rise;
+  const lanes8 near = dist < kWidthQ8;
+  const lanes8 nd = (near & renewed) | (~near & d);
+  hq = __builtin_convertvector(nq, halves8);
+  hd = __builtin_convertvector(nd, halves8);
+  std::memcpy(quant, &hq, sizeof hq);
+  std::memcpy(density, &hd, sizeof hd);
+}
+
+[[gnu::always_inline]] inline void quantile_update_body(int16_t* quant, int16_t* density, const int16_t* lmagn,
+                                                        const QuantileStep* k, int len) {
+  int i = 0;
+  for (; i + 8 <= len; i += 8) quantile_update8(quant + i, density + i, lmagn + i, *k);
+  if (i < len) {
+    // The last bins through a padded copy.
+    int16_t q[8] = {}, d[8] = {}, l[8] = {};
+    const size_t rest = sizeof(int16_t) * static_cast<size_t>(len - i);
+    std::memcpy(q, quant + i, rest);
+    std::memcpy(d, density + i, rest);
+    std::memcpy(l, lmagn + i, rest);
+    quantile_update8(q, d, l, *k);
+    std::memcpy(quant + i, q, rest);
+    std::memcpy(density + i, d, rest);
+  }
+}
+
+}  // namespace
+
+KAFX_KERNEL_VARIANTS(void, quantile_update,
+                     (int16_t * quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len),
+                     (quant, density, lmagn, k, len))
+
+namespace {
+
 void noise_estimation_c(NsxInst_t_* inst, unsigned short* magn, unsigned int* noise, short* q_noise) {
   constexpr int32_t kLog2Const = 22713;     // ln 2 in Q15
   constexpr int32_t kWidthFactor = 21845;   // density update, Q15
@@ -146,30 +230,10 @@ void noise_estimation_c(NsxInst_t_* inst, unsigned short* magn, unsigned int* no
     int16_t counter = inst->noise_est_counter[s];
     int16_t count_div = kedoNsx_kCounterDiv[counter];
     int16_t count_prod = static_cast<int16_t>(counter * count_div);
-    for (int i = 0; i < inst->magn_len; i++) {
-      int16_t& quant = inst->noise_est_log_quantile[offset + i];
-      int16_t& density = inst->noise_est_density[offset + i];
-      int16_t delta;
-      if (density > 512) {
-        delta = static_cast<int16_t>(kFactorQ16 >> (14 - norm_w16(density)));
-      } else {
-        delta = inst->block_index < kEndStartupLong ? kFactorQ7Startup : kFactorQ7;
-      }
-      int16_t step = static_cast<int16_t>((delta * count_div) >> 14);
-      if (lmagn[i] > quant) {
-        step = static_cast<int16_t>(step + 2);
-        quant = static_cast<int16_t>(quant + step / 4);
-      } else {
-        step = static_cast<int16_t>(step + 1);
-        quant = static_cast<int16_t>(quant - static_cast<int16_t>((step / 2) * 3 / 2));
-        if (quant < logval) quant = logval;
-      }
-      if (abs16(static_cast<int16_t>(lmagn[i] - quant)) < kWidthQ8) {
-        int16_t a = static_cast<int16_t>(mul_16_16_rsft_round(density, count_prod, 15));
-        int16_t b = static_cast<int16_t>(mul_16_16_rsft_round(kWidthFactor, count_div, 15));
-        density = static_cast<int16_t>(a + b);
-      }
-    }
+    const QuantileStep k{logval, inst->block_index < kEndStartupLong ? kFactorQ7Startup : kFactorQ7, count_div,
+                         count_prod, static_cast<int16_t>(mul_16_16_rsft_round(kWidthFactor, count_div, 15))};
+    quantile_update(inst->noise_est_log_quantile + offset, inst->noise_est_density + offset, lmagn, &k,
+                    inst->magn_len);
     if (counter >= kEndStartupLong) {
       inst->noise_est_counter[s] = 0;
       if (inst->block_index >= kEndStartupLong) update_noise_estimate(inst, offset);

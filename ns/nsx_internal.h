@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "common/dispatch.h"
 #include "kafx_proc/ns.h"
 
 namespace kafx::nsx {
@@ -58,6 +59,20 @@ int16_t log2_q8(uint32_t v);
 // otherwise it is read as set by the caller and left unchanged.
 void speech_noise_prob(NsxInst_t_* inst, uint16_t* non_speech_prob, const uint32_t* prior_snr,
                        const uint32_t* post_snr, bool published_prior);
+
+// One quantile estimator's update over len bins (nsx_core.cpp): log
+// quantiles and densities in place, from the log magnitudes lmagn (Q8).
+// logval is the floor of the quantile, small_delta the step factor (Q7) for
+// densities up to 512, count_div and count_prod the estimator's counter
+// weights, density_rise the density added where a bin is renewed. Each
+// field holds a 16-bit value.
+struct QuantileStep {
+  int32_t logval, small_delta, count_div, count_prod, density_rise;
+};
+using QuantileUpdate = void (*)(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k,
+                                int len);
+extern const KernelVariants<QuantileUpdate> quantile_update_variants;
+void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len);
 
 // One block. band_post = true is kedoNs_ProcessCore (input peak tracking,
 // prior from the band post-processing, click limiter); false runs the
