@@ -58,8 +58,12 @@ constexpr int kChunk = 256;
 // bits from the even and the odd lanes; with unsaturated gains each shifted
 // result fits in 32 bits, so its low 32 bits (which a logical shift also
 // gives) are the value. -1 is flushed as in the scalar step.
-template <int S>
-KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
+//
+// kStereo: lanes 0..3 are one channel's four combs, fed x and summed into
+// acc, lanes 4..7 the other channel's, fed x_hi and summed into acc_hi.
+template <int S, bool kStereo = false>
+KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n,
+                                      const int32_t* x_hi = nullptr, int32_t* acc_hi = nullptr) {
   alignas(32) int32_t rows[kChunk][kCombs];
   for (int k = 0; k < kCombs; ++k) {
     const int32_t* at = c[k]->buffer + c[k]->index;
@@ -71,10 +75,18 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
   for (int i = 0; i < n; ++i) {
     __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i])), S);
     v = lanes::flush_m1(v);
-    __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-    h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
-    h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
-    acc[i] = wrap_add(acc[i], _mm_cvtsi128_si32(h));
+    if constexpr (kStereo) {
+      // Both halves' sums at once: pairs, then quads, of each half.
+      __m256i h = _mm256_add_epi32(v, _mm256_shuffle_epi32(v, 0x4e));
+      h = _mm256_add_epi32(h, _mm256_shuffle_epi32(h, 0xb1));
+      acc[i] = wrap_add(acc[i], _mm256_cvtsi256_si32(h));
+      acc_hi[i] = wrap_add(acc_hi[i], _mm_cvtsi128_si32(_mm256_extracti128_si256(h, 1)));
+    } else {
+      __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+      h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
+      h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
+      acc[i] = wrap_add(acc[i], _mm_cvtsi128_si32(h));
+    }
   }
   alignas(32) int32_t lp[kCombs], damp[kCombs], damp_c[kCombs], fb[kCombs];
   for (int k = 0; k < kCombs; ++k) {
@@ -95,7 +107,13 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
     state = q13(_mm256_add_epi64(_mm256_mul_epi32(e_even, out), _mm256_mul_epi32(d_even, state)),
                 _mm256_add_epi64(_mm256_mul_epi32(e_odd, out_odd), _mm256_mul_epi32(d_odd, state_odd)));
     const __m256i fed = q13(_mm256_mul_epi32(f_even, state), _mm256_mul_epi32(f_odd, _mm256_srli_epi64(state, 32)));
-    const __m256i in = _mm256_slli_epi32(_mm256_set1_epi32(x[i]), S);
+    __m256i in;
+    if constexpr (kStereo) {
+      in = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_set1_epi32(x[i])), _mm_set1_epi32(x_hi[i]), 1);
+    } else {
+      in = _mm256_set1_epi32(x[i]);
+    }
+    in = _mm256_slli_epi32(in, S);
     _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i]), _mm256_add_epi32(in, fed));
   }
   _mm256_store_si256(reinterpret_cast<__m256i*>(lp), state);
@@ -159,6 +177,12 @@ void comb_bank_reference(comber* const* c, const int32_t* x, int32_t* acc, int n
 
 void allpass_run_reference(allpass* a, int32_t* v, int n) { allpass_block(a, v, n); }
 
+void comb_stereo4_reference(comber* const* left, comber* const* right, const int32_t* xl, const int32_t* xr,
+                            int32_t* al, int32_t* ar, int n) {
+  comb_bank_accumulate<5>(left, 4, xl, al, n);
+  comb_bank_accumulate<5>(right, 4, xr, ar, n);
+}
+
 #if KAFX_DISPATCH
 template <int S>
 KAFX_TARGET_AVX2 void comb_bank_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
@@ -166,6 +190,16 @@ KAFX_TARGET_AVX2 void comb_bank_avx2(comber* const* c, const int32_t* x, int32_t
     comb_bank8_avx2<S>(c, x, acc, n);
   } else {
     comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+  }
+}
+
+KAFX_TARGET_AVX2 void comb_stereo4_avx2(comber* const* left, comber* const* right, const int32_t* xl,
+                                        const int32_t* xr, int32_t* al, int32_t* ar, int n) {
+  comber* const c[kCombs] = {left[0], left[1], left[2], left[3], right[0], right[1], right[2], right[3]};
+  if (comb_bank8_fits(c)) {
+    comb_bank8_avx2<5, true>(c, xl, al, n, xr, ar);
+  } else {
+    comb_stereo4_reference(left, right, xl, xr, al, ar, n);
   }
 }
 
@@ -185,6 +219,8 @@ const KernelVariants<ReverbCombBank> reverb_comb_bank_working_variants = {
     "reverb_comb_bank_working", {comb_bank_reference<5>, KAFX_AVX2_ONLY(comb_bank_avx2<5>)}};
 const KernelVariants<ReverbCombBank> reverb_comb_bank_16_variants = {
     "reverb_comb_bank_16", {comb_bank_reference<13>, KAFX_AVX2_ONLY(comb_bank_avx2<13>)}};
+const KernelVariants<CombStereo4> comb_stereo4_working_variants = {
+    "comb_stereo4_working", {comb_stereo4_reference, KAFX_AVX2_ONLY(comb_stereo4_avx2)}};
 const KernelVariants<ReverbAllpassRun> reverb_allpass_run_variants = {
     "reverb_allpass_run", {allpass_run_reference, KAFX_AVX2_ONLY(allpass_run_avx2)}};
 }  // namespace kafx

@@ -333,8 +333,8 @@ void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) 
   std::memcpy(qr, acc_r, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_l, 0, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_r, 0, static_cast<size_t>(n) * sizeof(int32_t));
-  comb_bank_accumulate<5>(e->comb_left, 4, ql, acc_l, n);
-  comb_bank_accumulate<5>(e->comb_right, 4, qr, acc_r, n);
+  static const CombStereo4 combs = choose(comb_stereo4_working_variants);
+  combs(e->comb_left, e->comb_right, ql, qr, acc_l, acc_r, n);
   static const ReverbAllpassRun allpass_run = choose(reverb_allpass_run_variants);
   for (int k = 0; k < 2; ++k) {
     allpass_run(e->allpass_left[k], acc_l, n);
@@ -342,14 +342,23 @@ void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) 
   }
 }
 
-void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                     int n) {
+// The chunk with a pass-through pre-filter: the per-sample function.
+void reflector_samples(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                       int n) {
+  for (int i = 0; i < n; ++i) {
+    int l = in_left[i], r = in_right[i];
+    early_reflector_process_32(e, &l, &r, &out_left[i], &out_right[i]);
+  }
+}
+
+void reflector_rest(early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right,
+                    int* out_left, int* out_right, int n);
+
+void reflector_chunk_reference(early_reflector* e, const int* in_left, const int* in_right, int* out_left,
+                               int* out_right, int n) {
   IIR_t* pre[2] = {e->prefilter_left, e->prefilter_right};
   if (!Sections<2>::all_on(pre)) {
-    for (int i = 0; i < n; ++i) {
-      int l = in_left[i], r = in_right[i];
-      early_reflector_process_32(e, &l, &r, &out_left[i], &out_right[i]);
-    }
+    reflector_samples(e, in_left, in_right, out_left, out_right, n);
     return;
   }
   int32_t al[kChunk], ar[kChunk];
@@ -359,6 +368,54 @@ void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right
     ar[i] = s.step(1, flush_m1(in_right[i] >> 2));
   }
   s.store();
+  reflector_rest(e, al, ar, in_left, in_right, out_left, out_right, n);
+}
+
+#if KAFX_AVX2_VARIANTS
+// The AVX2 build: both pre-filters in two lanes of a vector.
+KAFX_TARGET_AVX2 void reflector_chunk_avx2(early_reflector* e, const int* in_left, const int* in_right,
+                                           int* out_left, int* out_right, int n) {
+  IIR_t* pre[2] = {e->prefilter_left, e->prefilter_right};
+  if (!Sections<2>::all_on(pre)) {
+    reflector_samples(e, in_left, in_right, out_left, out_right, n);
+    return;
+  }
+  int32_t al[kChunk], ar[kChunk];
+  Sections<2> s(pre);
+  Biquad32Kernel* lanes_of[4] = {&s.k[0], &s.k[1], nullptr, nullptr};
+  int32_t unused = 0;
+  int32_t* x0_of[4] = {&s.x0[0], &s.x0[1], &unused, &unused};
+  SectionLanes lanes(lanes_of);
+  for (int i = 0; i < n; ++i) {
+    const __m256i quarter = lanes::flush_m1(_mm256_srai_epi32(lanes_abab(in_left[i], in_right[i]), 2));
+    const __m256i y = lanes.step(lanes::shl_sat<5>(quarter));
+    al[i] = _mm256_cvtsi256_si32(y);
+    ar[i] = _mm256_extract_epi32(y, 2);
+  }
+  lanes.store(lanes_of, x0_of);
+  s.store();
+  reflector_rest(e, al, ar, in_left, in_right, out_left, out_right, n);
+}
+#endif
+
+}  // namespace
+
+namespace kafx {
+const KernelVariants<ReflectorChunk> reflector_chunk_variants = {
+    "reflector_chunk", {reflector_chunk_reference, KAFX_AVX2_ONLY(reflector_chunk_avx2)}};
+}  // namespace kafx
+
+namespace {
+
+void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                     int n) {
+  static const ReflectorChunk chosen = choose(reflector_chunk_variants);
+  chosen(e, in_left, in_right, out_left, out_right, n);
+}
+
+// After the pre-filters (al, ar): the rooms, the mix and the DC removers.
+void reflector_rest(early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right,
+                    int* out_left, int* out_right, int n) {
   reflector_rooms(e, al, ar, n);
   // The mix, with both DC removers' recursions in one loop.
   dc_remove* dl = e->dc_left;

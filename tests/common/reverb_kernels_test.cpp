@@ -95,6 +95,44 @@ TEST(ReverbKernels, CombBankVariantsMatchReference) {
   EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 2 : 0);
 }
 
+// Two rooms of four combs (lanes 0..3 and 4..7 of the AVX2 build) with
+// different inputs and accumulators per room: the stereo widening's rooms,
+// rooms with a loop shorter than a run, and gains that must fall back.
+TEST(ReverbKernels, CombStereo4VariantsMatchReference) {
+  const int kRooms[8] = {1109, 1399, 1489, 1777, 1151, 1423, 1523, 1801};
+  const int kShort[8] = {1109, 1399, 1489, 1777, 1151, 1423, 255, 1801};
+  const int32_t kGains[][3] = {{1650, 6542, 6945}, {0, 8192, 8192}, {8192, 0, 5000}, {4096, 4096, 8193}};
+  const int compared = kafx_test::for_each_variant(kafx::comb_stereo4_working_variants, [&](auto fn, auto base) {
+    unsigned seed = 11;
+    for (const int* sizes : {kRooms, kShort})
+      for (const auto& g : kGains) {
+        seed += 20;
+        CombBank a(sizes, g[0], g[1], g[2], seed);
+        CombBank b(a);
+        std::vector<comber*> pa = a.ptrs(), pb = b.ptrs();
+        for (int n : kRuns) {
+          const auto un = static_cast<size_t>(n);
+          const std::vector<int32_t> xl = random_values<int32_t>(un, seed + n, -8388607, 8388607);
+          const std::vector<int32_t> xr = random_values<int32_t>(un, seed + 3 * n, -8388607, 8388607);
+          const std::vector<int32_t> acc = random_values<int32_t>(2 * un, seed + 2 * n);
+          Guarded<int32_t> la(un), ra(un), lb(un), rb(un);
+          std::copy(acc.begin(), acc.begin() + n, la.data());
+          std::copy(acc.begin(), acc.begin() + n, lb.data());
+          std::copy(acc.begin() + n, acc.end(), ra.data());
+          std::copy(acc.begin() + n, acc.end(), rb.data());
+          base(pa.data(), pa.data() + 4, xl.data(), xr.data(), la.data(), ra.data(), n);
+          fn(pb.data(), pb.data() + 4, xl.data(), xr.data(), lb.data(), rb.data(), n);
+          SCOPED_TRACE(testing::Message() << "gains " << g[0] << "/" << g[1] << "/" << g[2] << " n " << n);
+          EXPECT_EQ(la.v, lb.v);
+          EXPECT_EQ(ra.v, rb.v);
+          EXPECT_TRUE(lb.guards_intact() && rb.guards_intact());
+          EXPECT_TRUE(a.same(b));
+        }
+      }
+  });
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+}
+
 TEST(ReverbKernels, AllpassVariantsMatchReference) {
   const int compared = kafx_test::for_each_variant(kafx::reverb_allpass_run_variants, [&](auto fn, auto base) {
     unsigned seed = 7;

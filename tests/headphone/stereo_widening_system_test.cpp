@@ -353,4 +353,51 @@ TEST(StereoWideningSystem, CrossfeedChunkVariantsMatchTheBaseline) {
   });
 }
 
+// The early reflector's builds: random pre-filter states (and rows), the
+// rooms and DC removers driven to the same state first, then the same
+// outputs and pre-filter states and the same loop contents afterwards.
+TEST(StereoWideningSystem, ReflectorChunkVariantsMatchTheBaseline) {
+  kafx_test::for_each_variant(kafx::reflector_chunk_variants, [](auto fn, auto ref) {
+    unsigned seed = 300;
+    for (const Case& c : kCases) {
+      early_reflector got, want;
+      IIR_t* pre[2][2];
+      int k = 0;
+      for (early_reflector* e : {&got, &want}) {
+        early_reflector_init(e);
+        early_reflector_set_sample_rate(e, static_cast<SampleRateType>(c.rate));
+        pre[k][0] = e->prefilter_left;
+        pre[k][1] = e->prefilter_right;
+        scramble(pre[k], 2, seed, c.random_coefficients);
+        if (c.bypass) e->prefilter_right->status = 0;
+        e->wet_gain = c.gain;
+        ++k;
+      }
+      for (int n : kRuns) {
+        const std::vector<int32_t> l = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + n, c.lo, c.hi);
+        const std::vector<int32_t> r =
+            kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + 5 * n, c.lo, c.hi);
+        kafx_test::Guarded<int> gl(static_cast<size_t>(n)), gr(static_cast<size_t>(n));
+        kafx_test::Guarded<int> wl(static_cast<size_t>(n)), wr(static_cast<size_t>(n));
+        fn(&got, l.data(), r.data(), gl.data(), gr.data(), n);
+        ref(&want, l.data(), r.data(), wl.data(), wr.data(), n);
+        ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
+        ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
+        EXPECT_TRUE(gl.guards_intact() && gr.guards_intact());
+        ASSERT_TRUE(same_sections(pre[0], pre[1], 2)) << "n " << n;
+        for (int j = 0; j < 4; ++j) {
+          EXPECT_EQ(got.comb_left[j]->lowpass_state, want.comb_left[j]->lowpass_state);
+          EXPECT_TRUE(std::equal(got.comb_right[j]->buffer, got.comb_right[j]->buffer + got.comb_right[j]->size,
+                                 want.comb_right[j]->buffer));
+        }
+        EXPECT_EQ(got.dc_left->y1, want.dc_left->y1);
+        EXPECT_EQ(got.dc_right->x1, want.dc_right->x1);
+      }
+      early_reflector_end(&got);
+      early_reflector_end(&want);
+      seed += 1000;
+    }
+  });
+}
+
 }  // namespace variants
