@@ -1,12 +1,18 @@
 // `kafx speaker` on generated WAV files: options and configuration files
 // applied exactly where the front end's conversions predict the output, the
-// built-in excerpt, bad arguments. (Formats, alignment and streaming are
-// checked for every product in kafx_stream_test.cpp.)
+// built-in excerpt, bad arguments; the manual page against the help texts.
+// (Formats, alignment and streaming are checked for every product in
+// kafx_stream_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -55,6 +61,55 @@ TEST_F(KafxToolTest, ErrorsGiveNonZeroExitCodes) {
       {"speaker --config " + path("missing.xml") + out, 1}}, // checked before the built-in input is written
       path("never.wav"));
   EXPECT_FALSE(std::filesystem::exists(path("default_in.wav")));
+}
+
+// The manual page doc/kafx.1 has a section (".SS NAME") for each command that `kafx --help` lists and for no
+// other, and each option that `kafx NAME --help` shows appears in that command's section (roff's "\-" read as
+// "-", font changes dropped), so that the page cannot fall behind the tool.
+TEST_F(KafxToolTest, ManualPageCoversEveryCommandAndOption) {
+  std::string page;
+  for (const std::string raw = slurp(source_file("doc/kafx.1")); char c : raw) {
+    if (!page.empty() && page.back() == '\\' && c == '-') page.back() = '-';
+    else if (page.size() >= 2 && page[page.size() - 2] == '\\' && page.back() == 'f') page.resize(page.size() - 2);  // \fB, \fR, ...
+    else page += c;
+  }
+  ASSERT_NE(page.find(".TH KAFX 1"), std::string::npos);
+  std::map<std::string, std::string> sections;  // command -> its text
+  const size_t commands_at = page.find("\n.SH COMMANDS\n");
+  ASSERT_NE(commands_at, std::string::npos);
+  for (size_t at = page.find("\n.SS ", commands_at); at != std::string::npos;) {
+    const size_t name_end = page.find('\n', at + 1);
+    const size_t next = std::min(page.find("\n.SS ", name_end), page.find("\n.SH ", name_end));
+    sections[page.substr(at + 5, name_end - at - 5)] = page.substr(name_end, next - name_end);
+    at = next != std::string::npos && page.compare(next, 5, "\n.SS ") == 0 ? next : std::string::npos;
+  }
+
+  std::string help;
+  ASSERT_EQ(run_tool("--help", &help), 0);
+  std::set<std::string> commands;
+  std::istringstream lines(help.substr(help.find("commands:\n")));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.size() > 2 && line.compare(0, 2, "  ") == 0 && std::islower(static_cast<unsigned char>(line[2])))
+      commands.insert(line.substr(2, line.find(' ', 2) - 2));
+  }
+  EXPECT_GE(commands.size(), 9u) << help;
+  std::set<std::string> documented;
+  for (const auto& [name, text] : sections) documented.insert(name);
+  EXPECT_EQ(documented, commands);
+
+  const std::regex option(R"((^|[\s\[(,|'])(--?[a-z][a-z-]*))");
+  for (const std::string& cmd : commands) {
+    std::string usage;
+    if (run_tool(cmd + " --help", &usage) != 0) continue;  // a build without PLplot has no plot command
+    const std::string& text = sections[cmd];
+    int count = 0;
+    for (std::sregex_iterator m(usage.begin(), usage.end(), option), end; m != end; ++m, ++count) {
+      const std::string name = (*m)[2];
+      const std::regex whole("(^|[^a-z-])" + name + "([^a-z-]|$)");
+      EXPECT_TRUE(std::regex_search(text, whole)) << cmd << ": " << name << " is not in its section";
+    }
+    EXPECT_TRUE(count > 0 || cmd == "speaker-config") << cmd;  // the one command without options
+  }
 }
 
 }  // namespace
