@@ -20,6 +20,8 @@
 #include "common/lifecycle.h"
 #include "common/nld_kernels.h"
 #include "headphone/biquad_sections.h"
+#include "headphone/biquad_sections_avx2.h"
+#include "headphone/virtual_bass_system_kernels.h"
 #include "headphone/virtual_bass_system_tables.h"
 
 using namespace kafx;
@@ -107,33 +109,125 @@ void first_pass_samples(virtual_bass_system* v, const int* in_left, const int* i
   }
 }
 
-void process_block(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                   int n) {
+// The first pass: every section's state in locals, or the per-sample
+// functions when a section passes through.
+void first_pass_reference(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left,
+                          int* out_right, int n) {
   IIR_t* f[kSections];
   first_pass_sections(v, f);
   if (!BiquadSections<kSections>::all_on(f)) {
     first_pass_samples(v, in_left, in_right, out_left, out_right, n);
-  } else {
-    // Three loops: the crossovers, the non-linear device, then the harmonic
-    // filter and the all-passes; each sees its samples in order, and
-    // separating the long NLD product chain from the recursions lets them
-    // overlap.
-    BiquadSections<kSections> s(f);
-    int32_t high_l[kMaxBlock], high_r[kMaxBlock], bass[kMaxBlock], h[kMaxBlock];
-    for (int i = 0; i < n; ++i) {
-      const int32_t l = in_left[i], r = in_right[i];
-      const int32_t low_l = s.step(1, s.step(0, l)), low_r = s.step(5, s.step(4, r));
-      high_l[i] = s.step(3, s.step(2, l));
-      high_r[i] = s.step(7, s.step(6, r));
-      bass[i] = wrap_add(low_l, low_r) >> 1;
-    }
-    nld_process_block(v->nld, bass, h, n);
-    for (int i = 0; i < n; ++i) {
-      first_pass_mix(v, s.step(8, h[i]), s.step(11, bass[i]), s.step(9, high_l[i]), s.step(10, high_r[i]),
-                     &v->bass_buffer[i], &out_left[i], &out_right[i]);
-    }
-    s.store();
+    return;
   }
+  // Three loops: the crossovers, the non-linear device, then the harmonic
+  // filter and the all-passes; each sees its samples in order, and
+  // separating the long NLD product chain from the recursions lets them
+  // overlap.
+  BiquadSections<kSections> s(f);
+  int32_t high_l[kMaxBlock], high_r[kMaxBlock], bass[kMaxBlock], h[kMaxBlock];
+  for (int i = 0; i < n; ++i) {
+    const int32_t l = in_left[i], r = in_right[i];
+    const int32_t low_l = s.step(1, s.step(0, l)), low_r = s.step(5, s.step(4, r));
+    high_l[i] = s.step(3, s.step(2, l));
+    high_r[i] = s.step(7, s.step(6, r));
+    bass[i] = wrap_add(low_l, low_r) >> 1;
+  }
+  nld_process_block(v->nld, bass, h, n);
+  for (int i = 0; i < n; ++i) {
+    first_pass_mix(v, s.step(8, h[i]), s.step(11, bass[i]), s.step(9, high_l[i]), s.step(10, high_r[i]),
+                   &v->bass_buffer[i], &out_left[i], &out_right[i]);
+  }
+  s.store();
+}
+
+#if KAFX_AVX2_VARIANTS
+// The AVX2 build: the first sections of both crossovers of both channels in
+// the lanes of one vector fed (left, left, right, right), their second
+// sections in another, run as a two-step pipeline (the second sections work
+// one sample behind, on what the first produced a step earlier; the first
+// and last steps run the per-sample kernels); the non-linear device's block
+// form; then the harmonic filter and the three all-passes in one vector.
+KAFX_TARGET_AVX2 void first_pass_avx2(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left,
+                                      int* out_right, int n) {
+  IIR_t* f[kSections];
+  first_pass_sections(v, f);
+  if (n < 2 || !BiquadSections<kSections>::all_on(f)) {
+    first_pass_reference(v, in_left, in_right, out_left, out_right, n);
+    return;
+  }
+  BiquadSections<kSections> s(f);
+  // Lane i's value in word 2i: first sections (low left, high left, low
+  // right, high right) in a, second sections in b.
+  alignas(32) int32_t a[kMaxBlock][8], b[kMaxBlock][8];
+  // The third group's inputs (harmonics, high left, high right, bass) and
+  // outputs.
+  alignas(16) int32_t c[kMaxBlock][4];
+  alignas(32) int32_t d[kMaxBlock][8];
+  auto first = [&](int j) {
+    a[j][0] = s.step(0, in_left[j]);
+    a[j][2] = s.step(2, in_left[j]);
+    a[j][4] = s.step(4, in_right[j]);
+    a[j][6] = s.step(6, in_right[j]);
+  };
+  auto second = [&](int j) {
+    for (int q = 0; q < 4; ++q) b[j][2 * q] = s.step(2 * q + 1, a[j][2 * q]);
+  };
+  Biquad32Kernel* first_of[4] = {&s.k[0], &s.k[2], &s.k[4], &s.k[6]};
+  Biquad32Kernel* second_of[4] = {&s.k[1], &s.k[3], &s.k[5], &s.k[7]};
+  Biquad32Kernel* third_of[4] = {&s.k[8], &s.k[9], &s.k[10], &s.k[11]};
+  int32_t* first_x0[4] = {&s.x0[0], &s.x0[2], &s.x0[4], &s.x0[6]};
+  int32_t* second_x0[4] = {&s.x0[1], &s.x0[3], &s.x0[5], &s.x0[7]};
+  int32_t* third_x0[4] = {&s.x0[8], &s.x0[9], &s.x0[10], &s.x0[11]};
+  first(0);
+  {
+    SectionLanes one(first_of), two(second_of);
+    const __m256i llrr = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
+    for (int t = 1; t < n; ++t) {
+      lanes_store(b[t - 1], two.step(lanes::shl_sat<5>(lanes_load(a[t - 1]))));
+      const __m256i lr = _mm256_castsi128_si256(_mm_unpacklo_epi32(_mm_cvtsi32_si128(in_left[t]),
+                                                                   _mm_cvtsi32_si128(in_right[t])));
+      lanes_store(a[t], one.step(lanes::shl_sat<5>(_mm256_permutevar8x32_epi32(lr, llrr))));
+    }
+    one.store(first_of, first_x0);
+    two.store(second_of, second_x0);
+  }
+  second(n - 1);
+  int32_t bass[kMaxBlock], h[kMaxBlock];
+  for (int i = 0; i < n; ++i) bass[i] = wrap_add(b[i][0], b[i][4]) >> 1;
+  nld_process_block(v->nld, bass, h, n);
+  for (int i = 0; i < n; ++i) {
+    c[i][0] = h[i];
+    c[i][1] = b[i][2];
+    c[i][2] = b[i][6];
+    c[i][3] = bass[i];
+  }
+  {
+    SectionLanes three(third_of);
+    for (int i = 0; i < n; ++i) {
+      const __m256i x = _mm256_cvtepi32_epi64(_mm_load_si128(reinterpret_cast<const __m128i*>(c[i])));
+      lanes_store(d[i], three.step(lanes::shl_sat<5>(x)));
+    }
+    three.store(third_of, third_x0);
+  }
+  s.store();
+  for (int i = 0; i < n; ++i)
+    first_pass_mix(v, d[i][0], d[i][6], d[i][2], d[i][4], &v->bass_buffer[i], &out_left[i], &out_right[i]);
+}
+#endif
+
+}  // namespace
+
+namespace kafx {
+const KernelVariants<VirtualBassFirstPass> virtual_bass_first_pass_variants = {
+    "virtual_bass_first_pass", {first_pass_reference, KAFX_AVX2_ONLY(first_pass_avx2)}};
+}  // namespace kafx
+
+namespace {
+
+void process_block(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left, int* out_right,
+                   int n) {
+  static const VirtualBassFirstPass first_pass = choose(virtual_bass_first_pass_variants);
+  first_pass(v, in_left, in_right, out_left, out_right, n);
   int32_t* bb = v->bass_buffer;
   compressor_bass_process(v->compressor, bb, bb, n);
   for (int i = 0; i < n; ++i) {

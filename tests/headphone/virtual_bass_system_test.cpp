@@ -15,8 +15,10 @@
 #include <tuple>
 #include <vector>
 
+#include "headphone/virtual_bass_system_kernels.h"
 #include "headphone/virtual_bass_system_tables.h"
 #include "kafx_proc/virtual_bass_system.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -268,6 +270,73 @@ TEST(VirtualBassSystem, DefaultsEndLongBlocksAndAliasing) {
   EXPECT_TRUE(in_l == keep_l && in_r == keep_r);
   fresh.run(in_l, in_r);
   EXPECT_TRUE(ol == in_l && orr == in_r);
+}
+
+// The first pass's builds (headphone/virtual_bass_system_kernels.h) against
+// the baseline: the same outputs (canaries past them), bass buffer, section
+// states and clip glide, on runs too short for the AVX2 pipeline and full
+// ones; random section states, random rows that saturate the accumulators,
+// inputs over the whole int32 range with clipping on and off, and a
+// pass-through section.
+TEST(VirtualBassSystem, FirstPassVariantsMatchTheBaseline) {
+  struct Case {
+    int rate;
+    bool random_rows;
+    int64_t lo, hi;
+    int clip_flag, clip_level;
+    bool bypass;
+  } cases[] = {
+      {1, false, -8388607, 8388607, 1, 32767, false}, {0, false, INT32_MIN, INT32_MAX, 0, 0, false},
+      {2, true, -8388607, 8388607, 1, 4000, false},   {1, true, INT32_MIN, INT32_MAX, 1, 32767, false},
+      {1, false, -8388607, 8388607, 1, 32767, true},
+  };
+  const int runs[] = {1, 2, 3, 17, 127, 255, 256};
+  kafx_test::for_each_variant(kafx::virtual_bass_first_pass_variants, [&](auto fn, auto ref) {
+    unsigned seed = 500;
+    for (const Case& c : cases) {
+      virtual_bass_system got, want;
+      IIR_t* f[2][12];
+      int k = 0;
+      for (virtual_bass_system* v : {&got, &want}) {
+        virtual_bass_system_init(v);
+        virtual_bass_system_set_sample_rate(v, static_cast<SampleRateType>(c.rate));
+        NLD_set_clip_flag(v->nld, c.clip_flag);
+        virtual_bass_system_set_nld_clip_level(v, c.clip_level);
+        v->harmonic_gain = 12000;
+        IIR_t* all[12] = {v->split_left->first_a,  v->split_left->second_a,  v->split_left->first_b,
+                          v->split_left->second_b, v->split_right->first_a, v->split_right->second_a,
+                          v->split_right->first_b, v->split_right->second_b, v->harmonic_filter,
+                          v->phase_left,           v->phase_right,           v->phase_bass};
+        for (int j = 0; j < 12; ++j) {
+          f[k][j] = all[j];
+          const std::vector<int32_t> w = kafx_test::random_values<int32_t>(10, seed + static_cast<unsigned>(j));
+          for (int q = 0; q < 5; ++q) all[j]->state[q] = w[q];
+          if (c.random_rows)
+            for (int q = 0; q < 5; ++q) all[j]->coef[q] = w[5 + q];
+        }
+        if (c.bypass) v->phase_bass->status = 0;
+        ++k;
+      }
+      for (int n : runs) {
+        const auto un = static_cast<size_t>(n);
+        const std::vector<int32_t> l = kafx_test::random_values<int32_t>(un, seed + n, c.lo, c.hi);
+        const std::vector<int32_t> r = kafx_test::random_values<int32_t>(un, seed + 9 * n, c.lo, c.hi);
+        kafx_test::Guarded<int> gl(un), gr(un), wl(un), wr(un);
+        fn(&got, l.data(), r.data(), gl.data(), gr.data(), n);
+        ref(&want, l.data(), r.data(), wl.data(), wr.data(), n);
+        ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
+        ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
+        ASSERT_TRUE(std::equal(want.bass_buffer, want.bass_buffer + n, got.bass_buffer)) << "bass, n " << n;
+        EXPECT_TRUE(gl.guards_intact() && gr.guards_intact());
+        for (int j = 0; j < 12; ++j)
+          ASSERT_TRUE(std::equal(f[0][j]->state, f[0][j]->state + 5, f[1][j]->state)) << "section " << j;
+        EXPECT_EQ(got.nld->clip_current, want.nld->clip_current);
+      }
+      virtual_bass_system_end(&got);
+      virtual_bass_system_end(&want);
+      seed += 1000;
+    }
+  });
 }
 
 }  // namespace
