@@ -5,23 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/fixed_math.h"
 #include "common/fixed_point.h"
 
-namespace {
-
-// ln(2^k) * 65536 for k = 8, 4, 2, 1: the integer-power steps of exp/log.
-constexpr struct {
-  int32_t value;
-  int shift;
-} kLn2Powers[] = {{363409, 8}, {181704, 4}, {90852, 2}, {45426, 1}};
-
-// ln(1 + 2^-k) * 65536 for k = 1..7: the fractional factor steps.
-constexpr int32_t kLnOnePlus[] = {26573, 14624, 7719, 3973, 2017, 1016, 510};
-
-// ln(32768) in Q16: log of 2^31 read as a Q16 value.
-constexpr int32_t kLnTop = 681391;
-
-}  // namespace
+using kafx::fixed_math_detail::kLn2Powers;
+using kafx::fixed_math_detail::kLnOnePlus;
 
 extern "C" {
 
@@ -65,33 +53,7 @@ unsigned int exp_fixed(int x) {
   return y;
 }
 
-int log_fixed(int x) {
-  // Normalise x into [2^30, 2^31) by shifts and (1 + 2^-k) factors, taking the
-  // logarithm of every factor off ln(2^31 / 65536).
-  uint32_t v = static_cast<uint32_t>(x);
-  int32_t y = kLnTop;
-  if (x < 32768) {
-    v <<= 16;
-    y = -45426;
-  }
-  constexpr uint32_t kLimits[] = {0x800000u, 0x8000000u, 0x20000000u, 0x40000000u};
-  for (int i = 0; i < 4; ++i) {
-    if (v < kLimits[i]) {
-      v <<= kLn2Powers[i].shift;
-      y -= kLn2Powers[i].value;
-    }
-  }
-  for (int k = 1; k <= 7; ++k) {
-    const uint32_t t = v + (v >> k);
-    if (t < 0x80000000u) {
-      v = t;
-      y -= kLnOnePlus[k - 1];
-    }
-  }
-  // Last factor 1 + e with ln(1 + e) ~ e.
-  y -= static_cast<int32_t>((0x80000000u - v) >> 15);
-  return y;
-}
+int log_fixed(int x) { return kafx::log_q16(x); }
 
 void complex_init(complex* z, int re, int im) {
   z->re = re;
@@ -115,14 +77,7 @@ void complex_sub(complex* a, complex* b, complex* out) {
   out->im = kafx::wrap_add64(a->im, kafx::wrap_mul64(b->im, -1));
 }
 
-void complex_mul(complex* a, complex* b, complex* out) {
-  using kafx::wrap_add64;
-  using kafx::wrap_mul64;
-  const int64_t re = wrap_add64(wrap_mul64(a->re, b->re), wrap_mul64(wrap_mul64(a->im, b->im), -1));
-  const int64_t im = wrap_add64(wrap_mul64(a->re, b->im), wrap_mul64(a->im, b->re));
-  out->re = re >> 28;
-  out->im = im >> 28;
-}
+void complex_mul(complex* a, complex* b, complex* out) { *out = kafx::complex_mul_q28(*a, *b); }
 
 int64_t complex_getpower(complex* z) {
   const uint64_t r = static_cast<uint64_t>(z->re >> 13);

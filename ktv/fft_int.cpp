@@ -25,10 +25,6 @@ using namespace kafx;
 namespace {
 
 constexpr int kN = FFT_INT_SIZE;
-constexpr int32_t kLn2Q16 = 45426;           // ln 2 in Q16
-constexpr int32_t kLnQ16Of65536 = 16 * kLn2Q16;
-constexpr int32_t kReferenceLnQ16 = 52 * kLn2Q16;  // ln 2^52
-constexpr int32_t kDbPerLnQ16 = 1112;        // (10 / ln 10) * 256 / 65536 in Q16
 
 // The 8-bit bit reversal of every index, computed at compile time.
 constexpr std::array<uint8_t, kN> make_bit_reverse() {
@@ -45,10 +41,11 @@ constexpr std::array<uint8_t, kN> kBitReverse = make_bit_reverse();
 int bit_reverse8(int i) { return kBitReverse[static_cast<size_t>(i)]; }
 
 // Hann window value of sample n (0 .. 255), Q28.
+int64_t hann_rising(int n) { return (kQ28One >> 1) + (kHowlingCentre[n] >> 2); }  // n = 0 .. 127
 int64_t hann_q28(int n) {
   if (n > kN / 2) n = kN - n;
   if (n == kN / 2) return kQ28One;
-  return (kQ28One >> 1) + (kHowlingCentre[n] >> 2);
+  return hann_rising(n);
 }
 
 // Mean level of the bins 3 to 5 away from k on both sides (mirrored at 0 and 127).
@@ -71,34 +68,36 @@ complex twiddle(int t) {
   return w;
 }
 
+// One radix-2 butterfly with the twiddled lower value p: a, b <- (a + p) / 2,
+// (a - p) / 2.
+[[gnu::always_inline]] inline void butterfly(complex& a, complex& b, const complex p) {
+  const complex x = a;
+  a.re = (x.re + p.re) >> 1;
+  a.im = (x.im + p.im) >> 1;
+  b.re = (x.re - p.re) >> 1;
+  b.im = (x.im - p.im) >> 1;
+}
+
 // In-place radix-2 decimation-in-time FFT of n (256 or 128) bit-reversed
 // values, each stage halving its outputs; the twiddles of an n-point
-// transform are every (256 / n)-th of the 256-point ones.
+// transform are every (256 / n)-th of the 256-point ones. W = 1 and W = -i
+// need no product (complex_mul would return (re, im) and (im, -re) exactly:
+// the values stay below 2^36), so they have loops of their own.
 void transform(complex* bins, int n, int stride) {
   for (int half = 1; half < n; half <<= 1) {
     const int step = (n / 2) / half * stride;
-    for (int j = 0; j < half; ++j) {
-      const int t = j * step;  // 0 .. 127
-      complex w = twiddle(t);
-      for (int g = 0; g < n; g += 2 * half) {
-        complex& a = bins[g + j];
-        complex& b = bins[g + j + half];
-        // W = 1 and W = -i need no product (complex_mul would return
-        // (re, im) and (im, -re) exactly: the values stay below 2^36).
-        complex p;
-        if (t == 0) {
-          p = b;
-        } else if (t == kN / 4) {
-          p.re = b.im;
-          p.im = -b.re;
-        } else {
-          complex_mul(&b, &w, &p);
+    for (int g = 0; g < n; g += 2 * half) butterfly(bins[g], bins[g + half], bins[g + half]);
+    for (int j = 1; j < half; ++j) {
+      const int t = j * step;  // 1 .. 127
+      if (t == kN / 4) {
+        for (int g = 0; g < n; g += 2 * half) {
+          const complex& b = bins[g + j + half];
+          butterfly(bins[g + j], bins[g + j + half], complex{b.im, -b.re});
         }
-        const complex x = a;
-        a.re = (x.re + p.re) >> 1;
-        a.im = (x.im + p.im) >> 1;
-        b.re = (x.re - p.re) >> 1;
-        b.im = (x.im - p.im) >> 1;
+      } else {
+        const complex w = twiddle(t);
+        for (int g = 0; g < n; g += 2 * half)
+          butterfly(bins[g + j], bins[g + j + half], complex_mul_q28(bins[g + j + half], w));
       }
     }
   }
@@ -111,11 +110,16 @@ void transform(complex* bins, int n, int stride) {
 // which is the DFT / 256 as the complex path gives it (to rounding). Bins
 // 129 .. 255 are the conjugate mirror.
 void real_transform(const int* in, complex* bins) {
-  for (int n = 0; n < kN / 2; ++n) {
-    complex& z = bins[kBitReverse[static_cast<size_t>(n)] >> 1];  // 7-bit reversal
-    z.re = (static_cast<int64_t>(in[2 * n]) * hann_q28(2 * n)) >> 23;
-    z.im = (static_cast<int64_t>(in[2 * n + 1]) * hann_q28(2 * n + 1)) >> 23;
-  }
+  // Pair n into its 7-bit reversed slot, windowed (the window's halves run
+  // apart: hann_q28 without its folding).
+  const auto put = [&](int n, int64_t w0, int64_t w1) {
+    complex& z = bins[kBitReverse[static_cast<size_t>(n)] >> 1];
+    z.re = (static_cast<int64_t>(in[2 * n]) * w0) >> 23;
+    z.im = (static_cast<int64_t>(in[2 * n + 1]) * w1) >> 23;
+  };
+  for (int n = 0; n < kN / 4; ++n) put(n, hann_rising(2 * n), hann_rising(2 * n + 1));
+  put(kN / 4, kQ28One, hann_rising(kN / 2 - 1));
+  for (int n = kN / 4 + 1; n < kN / 2; ++n) put(n, hann_rising(kN - 2 * n), hann_rising(kN - 2 * n - 1));
   transform(bins, kN / 2, 2);
   complex half[kN / 2 + 1];
   for (int k = 0; k <= kN / 2; ++k) {
@@ -133,7 +137,7 @@ void real_transform(const int* in, complex* bins) {
       p.im = -o.im;
     } else {
       complex w = twiddle(k);
-      complex_mul(&o, &w, &p);
+      p = complex_mul_q28(o, w);
     }
     half[k].re = er + p.re;
     half[k].im = ei + p.im;
@@ -146,26 +150,6 @@ void real_transform(const int* in, complex* bins) {
 }
 
 }  // namespace
-
-namespace kafx {
-
-int32_t power_level_q8(uint64_t power) {
-  if (power == 0) return FFT_INT_LEVEL_FLOOR;
-  // The shift that brings the power below 2^31.
-  const int bits = 64 - __builtin_clzll(power);
-  const int shift = bits > 31 ? bits - 31 : 0;
-  const int32_t ln = log_fixed(static_cast<int>(power >> shift)) + kLnQ16Of65536 + shift * kLn2Q16;
-  const int32_t db = static_cast<int32_t>((static_cast<int64_t>(ln - kReferenceLnQ16) * kDbPerLnQ16) >> 16);
-  return db < FFT_INT_LEVEL_FLOOR ? FFT_INT_LEVEL_FLOOR : db;
-}
-
-uint64_t bin_power(const complex& z) {
-  const uint64_t re = static_cast<uint64_t>(std::llabs(z.re));
-  const uint64_t im = static_cast<uint64_t>(std::llabs(z.im));
-  return re * re + im * im;
-}
-
-}  // namespace kafx
 
 extern "C" {
 
@@ -187,7 +171,19 @@ void fft_int_bitreverse(complex* bins) {
 void fft_int_transform(complex* bins) { transform(bins, kN, 1); }
 
 void fft_int_level(const complex* bins, int* level) {
-  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_q8(bin_power(bins[k]));
+  // power_level_q8 of every bin, in three passes (see fft_int_detail.h).
+  uint64_t power[FFT_INT_BINS];
+  uint32_t v[FFT_INT_BINS], y[FFT_INT_BINS];
+  int32_t shift[FFT_INT_BINS];
+  for (int k = 0; k < FFT_INT_BINS; ++k) {
+    power[k] = bin_power(bins[k]);
+    const PowerLog s = power_log_start(power[k]);
+    v[k] = s.v;
+    y[k] = s.y;
+    shift[k] = s.shift;
+  }
+  for (int k = 0; k < FFT_INT_BINS; ++k) y[k] = static_cast<uint32_t>(log_q16_factors(v[k], y[k]));
+  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_end(power[k], shift[k], static_cast<int32_t>(y[k]));
 }
 
 int fft_int_find_peaks(const int* level, int* peaks) {

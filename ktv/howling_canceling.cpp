@@ -72,6 +72,7 @@ struct howling_canceling_work {
   int32_t level[FFT_INT_BINS];
   int32_t history[kHistory][FFT_INT_BINS];
   int32_t scratch[FFT_INT_SIZE + 1];
+  int32_t segment[HOWLING_HOP];  // the samples of the current segment
   complex bins[FFT_INT_SIZE];
 };
 
@@ -461,30 +462,46 @@ void howling_canceling_process(howlingCancel* h, int* in, int* out, int count) {
     if (in != out) std::memmove(out, in, static_cast<size_t>(count) * sizeof(int));
     return;
   }
-  for (int i = 0; i < count; ++i) {
-    int x = in[i];
-    int d = 0;
-    dc_remove_process_24(&w->dc, &x, &d);
-    int a = d;
-    int lp = 0;
-    elliptic_process(&w->lowpass, &a, &lp);
-    w->ring[w->ring_pos] = lp;
-    w->ring_pos = (w->ring_pos + 1) & (FFT_INT_SIZE - 1);
-    const int64_t e = clamp24(d);
-    w->energy += e * e;
-
-    int y = d;
-    for (int n = 0; n < HOWLING_NOTCHES; ++n) {
-      const Tracker& t = w->tracker[n];
-      if (!t.engaged) continue;
-      int o = 0;
-      notch_process(&w->notches[n], &y, &o);
-      y = t.depth == kQ13One ? o : sat_add(y, mulq13(sat_sub(o, y), t.depth));
+  // The stream runs in segments that end at the hops: within a segment the
+  // notches, their depths and the gain ramp are fixed, so every stage runs
+  // over the whole segment in turn (each stage sees its samples in order, as
+  // sample by sample through the chain).
+  for (int i = 0; i < count;) {
+    const int n = count - i < HOWLING_HOP - w->hop_fill ? count - i : HOWLING_HOP - w->hop_fill;
+    int32_t* y = w->segment;
+    do_dc_remove_process(&w->dc, &in[i], y, n);
+    for (int j = 0; j < n; ++j) {
+      int a = y[j];
+      int lp = 0;
+      elliptic_process(&w->lowpass, &a, &lp);
+      w->ring[w->ring_pos] = lp;
+      w->ring_pos = (w->ring_pos + 1) & (FFT_INT_SIZE - 1);
     }
-    const int32_t g = w->gain_from + (((w->gain_to - w->gain_from) * w->hop_fill) / HOWLING_HOP);
-    out[i] = mulq13(y, g);
-
-    if (++w->hop_fill == HOWLING_HOP) {
+    int64_t energy = w->energy;
+    for (int j = 0; j < n; ++j) {
+      const int64_t e = clamp24(y[j]);
+      energy += e * e;
+    }
+    w->energy = energy;
+    for (int k = 0; k < HOWLING_NOTCHES; ++k) {
+      const Tracker& t = w->tracker[k];
+      if (!t.engaged) continue;
+      notch* f = &w->notches[k];
+      if (t.depth == kQ13One) {
+        for (int j = 0; j < n; ++j) notch_process(f, &y[j], &y[j]);
+      } else {
+        for (int j = 0; j < n; ++j) {
+          int o = 0;
+          notch_process(f, &y[j], &o);
+          y[j] = sat_add(y[j], mulq13(sat_sub(o, y[j]), t.depth));
+        }
+      }
+    }
+    const int32_t from = w->gain_from, step = w->gain_to - w->gain_from;
+    for (int j = 0; j < n; ++j) out[i + j] = mulq13(y[j], from + (step * (w->hop_fill + j)) / HOWLING_HOP);
+    i += n;
+    w->hop_fill += n;
+    if (w->hop_fill == HOWLING_HOP) {
       w->hop_fill = 0;
       analyse(w);
     }

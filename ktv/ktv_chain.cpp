@@ -124,11 +124,16 @@ int kedo_audio_tx_ktv_process_16(kedo_audio_tx_ktv_t* c, void* in, void* out_lef
   const auto* x = static_cast<const int16_t*>(in);
   auto* ol = static_cast<int16_t*>(out_left);
   auto* orr = static_cast<int16_t*>(out_right);
-  for (int i = 0; i < count; ++i) c->left[i] = x[i] * 256;
-  kedo_audio_tx_ktv_core_process(c, c->left, c->right, count);
+  // The frame buffers through locals: a store through c->left could
+  // otherwise be read as changing c->left itself, and the loops would not
+  // vectorise.
+  int32_t* const left = c->left;
+  int32_t* const right = c->right;
+  for (int i = 0; i < count; ++i) left[i] = x[i] * 256;
+  kedo_audio_tx_ktv_core_process(c, left, right, count);
   for (int i = 0; i < count; ++i) {
-    ol[i] = sat16(c->left[i] >> 8);
-    orr[i] = sat16(c->right[i] >> 8);
+    ol[i] = sat16(left[i] >> 8);
+    orr[i] = sat16(right[i] >> 8);
   }
   return 0;
 }

@@ -3,7 +3,9 @@
 // the fractional division.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <iterator>
+#include <vector>
 
 #include "common/fixed_point.h"
 #include "kafx_proc/fixed_math.h"
@@ -52,6 +54,27 @@ TEST(ShiftAddMath, StatedValues) {
     const unsigned int e = exp_fixed(x);
     ASSERT_LT(e, 0x80000000u);
     EXPECT_NEAR(log_fixed(static_cast<int>(e)), x, 8) << x;
+  }
+}
+
+// The logarithm in every normalisation class: x = m * 2^s for mantissas
+// that sit on and next to the factor steps' limits (x + (x >> k) near 2^31)
+// and for every shift s the steps can take, against the real logarithm.
+TEST(ShiftAddMath, LogarithmInEveryShiftClass) {
+  std::vector<uint32_t> mantissas = {0x40000000u, 0x40000001u, 0x7FFFFFFFu, 0x55555555u, 0x5A5A5A5Au, 0x6DB6DB6Du};
+  for (int k = 1; k <= 7; ++k) {
+    // The largest v with v + (v >> k) below 2^31, and its neighbours.
+    uint32_t v = static_cast<uint32_t>((static_cast<uint64_t>(0x80000000u) << k) / ((1u << k) + 1));
+    while (v + (v >> k) >= 0x80000000u) --v;
+    for (uint32_t d : {0u, 1u, 2u}) mantissas.push_back(v + d - 1);
+  }
+  for (uint32_t m : mantissas) {
+    for (int s = 0; s <= 30; ++s) {
+      const uint32_t x = m >> s;
+      if (x == 0) continue;
+      const double expect = std::log(static_cast<double>(x) / 65536.0) * 65536.0;
+      EXPECT_NEAR(log_fixed(static_cast<int>(x)), expect, 8) << x;
+    }
   }
 }
 

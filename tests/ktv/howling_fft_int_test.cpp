@@ -7,6 +7,7 @@
 // centre table itself is checked by regenerating it, tests/tools.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include "kafx_proc/elliptic.h"
 #include "kafx_proc/fft_int.h"
 #include "kafx_proc/howling_canceling.h"
+#include "ktv/fft_int_detail.h"
 #include "ktv/howling_canceling_tables.h"
 
 namespace {
@@ -124,6 +126,40 @@ TEST(FftInt, LevelsAndRefinedPositionsOfSines) {
   const std::vector<int> low = sine(1.07, 4194304, 0.3);
   fft_int_analyze(low.data(), bins.data(), level, peaks);
   EXPECT_NEAR(fft_int_refine(bins.data(), 1) / 256.0, 1.07, 0.03);
+}
+
+// Levels of spectra spread over the whole range (empty bins, single units,
+// components up to 2^31): the level of each bin against 10 log10(power /
+// 2^52) in Q8, and equal to the level the canceller takes of one power.
+TEST(FftInt, LevelsOverTheWholePowerRange) {
+  std::mt19937 rng(5);
+  std::uniform_int_distribution<int> bits(0, 31);
+  for (int trial = 0; trial < 8; ++trial) {
+    std::vector<complex> bins(kN);
+    for (int k = 0; k < FFT_INT_BINS; ++k) {
+      const auto part = [&] {
+        const int b = bits(rng);
+        const int64_t v = b == 31 ? (int64_t{1} << 31) - 1 : (int64_t{1} << b) + static_cast<int64_t>(rng() % (1u << b));
+        return rng() % 2 ? -v : v;
+      };
+      bins[k].re = k % 11 == 0 ? 0 : part();
+      bins[k].im = k % 7 == 0 ? 0 : part();
+      if (trial == 0 && k < 4) bins[k].re = bins[k].im = 0;
+    }
+    int level[FFT_INT_BINS];
+    fft_int_level(bins.data(), level);
+    for (int k = 0; k < FFT_INT_BINS; ++k) {
+      const double power = static_cast<double>(bins[k].re) * bins[k].re + static_cast<double>(bins[k].im) * bins[k].im;
+      const uint64_t exact = kafx::bin_power(bins[k]);
+      EXPECT_EQ(level[k], kafx::power_level_q8(exact)) << k;
+      if (power == 0) {
+        EXPECT_EQ(level[k], FFT_INT_LEVEL_FLOOR) << k;
+      } else {
+        const double model = std::max(10 * std::log10(power / std::ldexp(1.0, 52)), -160.0) * 256;
+        EXPECT_NEAR(level[k], model, 12) << k << " power " << power;  // the Q16 dB-per-neper factor
+      }
+    }
+  }
 }
 
 TEST(FftInt, PeakPickerRules) {
