@@ -101,3 +101,32 @@ TEST(DcRemove, BufferFunction) {
   do_dc_remove_process(&d, buf.data(), out.data(), -5);
   EXPECT_TRUE(out == (Seq{7, 7, 7}) && d.y1 == 0 && d.x1 == 0);
 }
+
+TEST(DcRemove, ZeroInputHoldsSmallNegativeStates) {
+  // With x = x1 = 0 the state moves to floor(p y), p = 66840428 / 2^26 (just
+  // under 0.996). For 0 < y < 250 that is y - 1: a positive state runs down
+  // to 0. For -249 <= y < 0 the floor of -p |y| is -|y| again: a negative
+  // state stays where it is, and every output reads floor(p y / 32), -1
+  // flushed: a constant of 0 to -8 for ever. Below -249 the state climbs one
+  // step per sample until it sticks at -249.
+  struct Row {
+    int64_t y1;
+    Seq out;
+    int64_t y1_after;
+  } rows[] = {
+      {-100, {-4, -4, -4, -4}, -100},  // -99.6 / 32 = -3.11
+      {-32, {0, 0, 0, 0}, -32},        // -31.9 / 32 reads -1, flushed
+      {-33, {-2, -2, -2, -2}, -33},    // -32.9 / 32 = -1.03
+      {-252, {-8, -8, -8, -8}, -249},  // -252 -> -251 -> -250 -> -249, then held
+      {100, {3, 3, 3, 3}, 96},         // 99.6 / 32, then 98.6, 97.6, 96.6
+      {31, {0, 0, 0, 0}, 27},
+  };
+  for (const Row& r : rows) {
+    dc_remove d;
+    dc_remove_init(&d);
+    d.y1 = r.y1;
+    EXPECT_EQ(run(Seq(4, 0), true, &d), r.out) << r.y1;
+    EXPECT_EQ(d.y1, r.y1_after) << r.y1;
+    EXPECT_EQ(d.x1, 0);
+  }
+}

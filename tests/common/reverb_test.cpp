@@ -242,7 +242,7 @@ TEST(Reverb, TailsDecayToSilence) {
   // 24-bit loops may keep such a constant (it reads back as up to -4 per comb
   // at room 8192), which the DC blocker removes; the output then holds the
   // DC blocker's own residue: its state floors towards minus infinity and
-  // stops once 0.004 |y| < 1, at -1 .. -250 at 32 times the sample scale,
+  // stops once 0.004 |y| < 1, at -1 .. -249 at 32 times the sample scale,
   // which reads out as 0 .. -8 (about -120 dB below full scale).
   // Without damping (damp 0) each word of a 24-bit comb loop holds its own
   // value (-1 .. -102 at room 8192), so that path keeps a periodic residue of
@@ -278,6 +278,10 @@ TEST(Reverb, TailsDecayToSilence) {
       const int low = path ? 0 : -8;
       EXPECT_TRUE(l.back() <= 0 && l.back() >= low && rr.back() <= 0 && rr.back() >= low)
           << what << ": " << l.back() << " " << rr.back();
+      if (path == 0) {  // the residue is the DC blockers' own: their states sit in the dead band
+        for (const dc_remove* d : {r.dc_left, r.dc_right})
+          EXPECT_TRUE(d->y1 <= 0 && d->y1 >= -249) << what << ": " << d->y1;
+      }
       if (path) {  // a comb word reads back as word >> 13, -1 flushed
         for (comber* c : r.comb_left)
           EXPECT_TRUE(std::all_of(c->buffer, c->buffer + c->size, [](int w) { return (w >> 13) >= -1 && w < 8192; }))

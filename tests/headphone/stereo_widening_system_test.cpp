@@ -401,3 +401,51 @@ TEST(StereoWideningSystem, ReflectorChunkVariantsMatchTheBaseline) {
 }
 
 }  // namespace variants
+
+// After a loud burst and then zeros, the system's output stops moving and
+// holds a small constant. The floor shifts leave the recursions on small
+// negative values with the -1 rule unable to clear them: a biquad whose
+// feedback pair sums to just under 1 keeps y where floor((a1 + a2) y) = y
+// (the first phase all-pass holds its output at -2), the sections after it
+// pass that DC on, and the combs hold their loop words. The early
+// reflector's DC blockers remove that DC, and what remains at the output is
+// their own residue: a state at 32 times the sample scale in -249 .. -1
+// that the floor shift of 0.996 y cannot move, read out as 0 .. -8 (see
+// DcRemove.ZeroInputHoldsSmallNegativeStates). Checked: the output is
+// unchanged for 50000 samples, lies in -8 .. 0, and equals what a copy of
+// each DC blocker gives when fed its last input again, which leaves the
+// copy's state where it was.
+TEST(StereoWideningSystem, TailSettlesOnTheDcBlockersResidue) {
+  for (unsigned seed : {3u, 4u, 5u}) {
+    stereo_widening_system s;
+    stereo_widening_system_init(&s);
+    const std::vector<int32_t> burst = kafx_test::random_values<int32_t>(9600, seed, -8388607, 8388607);
+    std::vector<int> l(240), r(240);
+    long changed = 0, n = 0;
+    const long limit = 2000000;
+    for (; n < limit && n - changed < 50000; n += 240) {
+      const int before[2] = {l.back(), r.back()};
+      for (int i = 0; i < 240; ++i) {
+        l[i] = n + i < 4800 ? burst[static_cast<size_t>(n + i)] : 0;
+        r[i] = n + i < 4800 ? burst[static_cast<size_t>(n + i + 4800)] : 0;
+      }
+      stereo_widening_system_process(&s, l.data(), r.data(), l.data(), r.data(), 240);
+      for (int i = 0; i < 240; ++i)
+        if (l[i] != (i ? l[i - 1] : before[0]) || r[i] != (i ? r[i - 1] : before[1])) changed = n + i;
+    }
+    EXPECT_LT(n, limit) << "seed " << seed << ": tail still moving";
+    const int outs[2] = {l.back(), r.back()};
+    const dc_remove* blockers[2] = {s.er->dc_left, s.er->dc_right};
+    for (int c = 0; c < 2; ++c) {
+      SCOPED_TRACE(testing::Message() << "seed " << seed << " channel " << c);
+      EXPECT_TRUE(outs[c] <= 0 && outs[c] >= -8) << outs[c];
+      EXPECT_TRUE(blockers[c]->y1 <= 0 && blockers[c]->y1 >= -249) << blockers[c]->y1;
+      dc_remove copy = *blockers[c];
+      int last = static_cast<int>(blockers[c]->x1 / 32), residue = 1;
+      dc_remove_process_24(&copy, &last, &residue);
+      EXPECT_EQ(residue, outs[c]);
+      EXPECT_EQ(copy.y1, blockers[c]->y1);
+    }
+    stereo_widening_system_end(&s);
+  }
+}
