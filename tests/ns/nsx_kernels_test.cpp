@@ -109,3 +109,57 @@ TEST(NsxKernels, QuantileUpdateFollowsTheRule) {
 }
 
 }  // namespace
+
+namespace {
+
+// Full-range random values, then the extremes and one-off-the-extremes
+// repeated, so that both saturation steps of the synthesis are reached.
+std::vector<int16_t> block_values(int len, unsigned seed) {
+  std::vector<int16_t> v = kafx_test::random_values<int16_t>(static_cast<size_t>(len), seed);
+  for (int i = 0; i < len; i += 5) v[i] = (i / 5) % 2 ? INT16_MIN : INT16_MAX;
+  for (int i = 3; i < len; i += 11) v[i] = static_cast<int16_t>(i % 2 ? -32767 : 32766);
+  return v;
+}
+
+// The block kernels: every build against the baseline build, at the two
+// analysis lengths and an odd one, with canaries.
+TEST(NsxKernels, BlockLoopsAgreeAcrossBuilds) {
+  using namespace kafx::nsx;
+  int compared = 0;
+  for (int len : {256, 128, 37}) {
+    const std::vector<int16_t> window = block_values(len, 1u + len), data = block_values(2 * len, 2u + len);
+    const std::vector<int16_t> synth0 = block_values(len, 3u + len);
+    compared += kafx_test::for_each_variant(synthesis_block_variants, [&](SynthesisBlock fn, SynthesisBlock base) {
+      for (int gain : {8192, 0, 1, 16384, 32767, -32768, 5000}) {
+        kafx_test::Guarded<int16_t> a(len), b(len);
+        std::copy(synth0.begin(), synth0.end(), a.v.begin());
+        std::copy(synth0.begin(), synth0.end(), b.v.begin());
+        base(window.data(), data.data(), a.data(), gain, len);
+        fn(window.data(), data.data(), b.data(), gain, len);
+        EXPECT_EQ(a.v, b.v) << "synthesis, len " << len << " gain " << gain;
+      }
+    });
+    compared += kafx_test::for_each_variant(window_block_variants, [&](WindowBlock fn, WindowBlock base) {
+      kafx_test::Guarded<int16_t> a(len), b(len);
+      base(window.data(), data.data(), a.data(), len);
+      fn(window.data(), data.data(), b.data(), len);
+      EXPECT_EQ(a.v, b.v) << "window, len " << len;
+    });
+    for (const auto* v : {&denormalize_block_variants, &complex_block_variants}) {
+      const bool complex = v == &complex_block_variants;
+      compared += kafx_test::for_each_variant(*v, [&](ShiftBlock fn, ShiftBlock base) {
+        for (int shift : {-15, -3, -1, 0, 1, 4, 15}) {
+          if (complex && shift < 0) continue;  // the analysis shifts left only
+          const size_t out_len = static_cast<size_t>(complex ? 2 * len : len);
+          kafx_test::Guarded<int16_t> a(out_len), b(out_len);
+          base(data.data(), a.data(), shift, len);
+          fn(data.data(), b.data(), shift, len);
+          EXPECT_EQ(a.v, b.v) << v->name << ", len " << len << " shift " << shift;
+        }
+      });
+    }
+  }
+  if (compared == 0) std::printf("only the baseline build runs here\n");
+}
+
+}  // namespace
