@@ -413,7 +413,7 @@ int kafx_headphone_main(int argc, char** argv) {
     audio_effect_control_acdb_t rec = record;
     kafx_hp_effect_set_parameters(handle, &rec);
     bypassed = static_cast<kafx_hp_effect_t*>(handle)->enabled == 0;
-    if (!o.eq_import.empty() && !design_import(o.eq_import, in.rate, &file, &error)) return error;
+    if (!bypassed && !o.eq_import.empty() && !design_import(o.eq_import, in.rate, &file, &error)) return error;
     if (file.has_eq && !bypassed) {
       if (file.eq_rate != 0 && file.eq_rate != in.rate &&
           !kafx_tool::warn(so, "the record's parametric equalizer was designed at " + std::to_string(file.eq_rate) +

@@ -172,6 +172,11 @@ TEST_F(KafxHeadphoneToolTest, EqImportFillsThePresetsEqualizer) {
       EXPECT_NE(rec.find(line), std::string::npos) << line << "\n" << rec;
     EXPECT_NE(rec.find("param_eq.left_band[0] = 1,"), std::string::npos) << rec;
   }
+  // A rate the product bypasses passes bit for bit (the filters are not designed for it: 20 kHz is above
+  // 32 kHz's Nyquist frequency).
+  write("hf.txt", "Filter 1: ON PK Fc 20000 Hz Gain 3 dB Q 1\n");
+  const Wav bypassed{32000, 2, SF_FORMAT_PCM_16, extremes_then_noise(4000, 16)};
+  EXPECT_TRUE(run(bypassed, "--eq-import " + path("hf.txt")).samples == bypassed.samples);
   // A record designed at another rate runs with a warning.
   std::string text;
   run(tone(44100, 1000, 4000), "--record " + path("rec.txt"), &text);
