@@ -286,7 +286,7 @@ template <typename Body>
 // a caller's block may be one of the instance's buffers only if it is the
 // very array the loop reads at the same index.
 template <typename Len>
-[[gnu::always_inline]] inline void synthesis_loop(const int16_t* __restrict window, const int16_t* __restrict real,
+void synthesis_loop(const int16_t* __restrict window, const int16_t* __restrict real,
                     int16_t* __restrict synth, int16_t gain_factor, Len len) {
   for (int i = 0; i < len; i++) {
     int16_t w = static_cast<int16_t>(mul_16_16_rsft_round(window[i], real[i], 14));
@@ -296,14 +296,14 @@ template <typename Len>
 }
 
 template <typename Len>
-[[gnu::always_inline]] inline void window_loop(const int16_t* __restrict window, const int16_t* __restrict buf, int16_t* __restrict out,
+void window_loop(const int16_t* __restrict window, const int16_t* __restrict buf, int16_t* __restrict out,
                  Len len) {
   for (int i = 0; i < len; i++) out[i] = static_cast<int16_t>(mul_16_16_rsft_round(window[i], buf[i], 14));
 }
 
 // Real parts of an interleaved complex block shifted by shift (either sign), saturated.
 template <typename Len>
-[[gnu::always_inline]] inline void denormalize_loop(const int16_t* __restrict in, int16_t* __restrict real, int shift, Len len) {
+void denormalize_loop(const int16_t* __restrict in, int16_t* __restrict real, int shift, Len len) {
   if (shift >= 0) {
     for (int i = 0; i < len; i++) real[i] = sat_w32_to_w16(wshl(in[2 * i], shift));
   } else {
@@ -312,51 +312,17 @@ template <typename Len>
 }
 
 template <typename Len>
-[[gnu::always_inline]] inline void complex_loop(const int16_t* __restrict in, int16_t* __restrict out, int shift, Len len) {
+void complex_loop(const int16_t* __restrict in, int16_t* __restrict out, int shift, Len len) {
   for (int i = 0; i < len; i++) {
     out[2 * i] = static_cast<int16_t>(wshl(in[i], shift));
     out[2 * i + 1] = 0;
   }
 }
 
-// The block loops as kernels with a baseline and an AVX2 build (common/
-// dispatch.h); the lambdas are inlined so that each build's loops are
-// compiled for its instruction set.
-#define KAFX_NSX_LENGTH_BODY [&](auto n) __attribute__((always_inline))
-[[gnu::always_inline]] inline void synthesis_block_body(const int16_t* window, const int16_t* real, int16_t* synth,
-                                                        int gain_factor, int len) {
-  for_analysis_length(len, KAFX_NSX_LENGTH_BODY {
-    synthesis_loop(window, real, synth, static_cast<int16_t>(gain_factor), n);
-  });
-}
-[[gnu::always_inline]] inline void window_block_body(const int16_t* window, const int16_t* buf, int16_t* out,
-                                                     int len) {
-  for_analysis_length(len, KAFX_NSX_LENGTH_BODY { window_loop(window, buf, out, n); });
-}
-[[gnu::always_inline]] inline void denormalize_block_body(const int16_t* in, int16_t* real, int shift, int len) {
-  for_analysis_length(len, KAFX_NSX_LENGTH_BODY { denormalize_loop(in, real, shift, n); });
-}
-[[gnu::always_inline]] inline void complex_block_body(const int16_t* in, int16_t* out, int shift, int len) {
-  for_analysis_length(len, KAFX_NSX_LENGTH_BODY { complex_loop(in, out, shift, n); });
-}
-#undef KAFX_NSX_LENGTH_BODY
-
-}  // namespace
-
-KAFX_KERNEL_VARIANTS(void, synthesis_block,
-                     (const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor, int len),
-                     (window, real, synth, gain_factor, len))
-KAFX_KERNEL_VARIANTS(void, window_block, (const int16_t* window, const int16_t* buf, int16_t* out, int len),
-                     (window, buf, out, len))
-KAFX_KERNEL_VARIANTS(void, denormalize_block, (const int16_t* in, int16_t* real, int shift, int len),
-                     (in, real, shift, len))
-KAFX_KERNEL_VARIANTS(void, complex_block, (const int16_t* in, int16_t* out, int shift, int len),
-                     (in, out, shift, len))
-
-namespace {
-
 void synthesis_update_c(NsxInst_t_* inst, short* out_frame, short gain_factor) {
-  synthesis_block(inst->window, inst->real, inst->synthesis_buffer, gain_factor, inst->ana_len);
+  for_analysis_length(inst->ana_len, [&](auto len) {
+    synthesis_loop(inst->window, inst->real, inst->synthesis_buffer, gain_factor, len);
+  });
   int keep = inst->ana_len - inst->block_len;
   std::memcpy(out_frame, inst->synthesis_buffer, sizeof(int16_t) * inst->block_len);
   std::memmove(inst->synthesis_buffer, inst->synthesis_buffer + inst->block_len, sizeof(int16_t) * keep);
@@ -367,15 +333,16 @@ void analysis_update_c(NsxInst_t_* inst, short* out, short* new_speech) {
   int keep = inst->ana_len - inst->block_len;
   std::memmove(inst->analysis_buffer, inst->analysis_buffer + inst->block_len, sizeof(int16_t) * keep);
   std::memcpy(inst->analysis_buffer + keep, new_speech, sizeof(int16_t) * inst->block_len);
-  window_block(inst->window, inst->analysis_buffer, out, inst->ana_len);
+  for_analysis_length(inst->ana_len, [&](auto len) { window_loop(inst->window, inst->analysis_buffer, out, len); });
 }
 
 void denormalize_c(NsxInst_t_* inst, short* in, int factor) {
-  denormalize_block(in, inst->real, factor - inst->norm_data, inst->ana_len);
+  for_analysis_length(inst->ana_len,
+                      [&](auto len) { denormalize_loop(in, inst->real, factor - inst->norm_data, len); });
 }
 
 void create_complex_buffer_c(NsxInst_t_* inst, short* in, short* out) {
-  complex_block(in, out, inst->norm_data, inst->ana_len);
+  for_analysis_length(inst->ana_len, [&](auto len) { complex_loop(in, out, inst->norm_data, len); });
 }
 
 // ---- Feature extraction ---------------------------------------------------

@@ -74,25 +74,6 @@ using QuantileUpdate = void (*)(int16_t* quant, int16_t* density, const int16_t*
 extern const KernelVariants<QuantileUpdate> quantile_update_variants;
 void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len);
 
-// The block loops over len points (nsx_core.cpp), as kernels with their
-// builds: synthesis_block adds round(round(window real / 2^14) gain / 2^13)
-// to synth (gain Q13, 16-bit saturation at both steps); window_block
-// writes round(window buf / 2^14); denormalize_block takes the real parts of
-// an interleaved block shifted by shift (either sign), saturated;
-// complex_block writes (in << shift, 0) pairs. The arrays are distinct.
-using SynthesisBlock = void (*)(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor,
-                                int len);
-using WindowBlock = void (*)(const int16_t* window, const int16_t* buf, int16_t* out, int len);
-using ShiftBlock = void (*)(const int16_t* in, int16_t* out, int shift, int len);
-extern const KernelVariants<SynthesisBlock> synthesis_block_variants;
-extern const KernelVariants<WindowBlock> window_block_variants;
-extern const KernelVariants<ShiftBlock> denormalize_block_variants;
-extern const KernelVariants<ShiftBlock> complex_block_variants;
-void synthesis_block(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor, int len);
-void window_block(const int16_t* window, const int16_t* buf, int16_t* out, int len);
-void denormalize_block(const int16_t* in, int16_t* real, int shift, int len);
-void complex_block(const int16_t* in, int16_t* out, int shift, int len);
-
 // One block. band_post = true is kedoNs_ProcessCore (input peak tracking,
 // prior from the band post-processing, click limiter); false runs the
 // reference suppressor alone with its own prior rule. inst must be
