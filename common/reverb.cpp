@@ -48,6 +48,97 @@ constexpr int kChunk = 256;
   return lanes::flush_m1(v);
 }
 
+// Transposes an 8 x 8 block of words held as eight rows (its own inverse).
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void transpose8(__m256i* r) {
+  __m256i t[8], u[8];
+  KAFX_UNROLL
+  for (int k = 0; k < 8; k += 2) {
+    t[k] = _mm256_unpacklo_epi32(r[k], r[k + 1]);
+    t[k + 1] = _mm256_unpackhi_epi32(r[k], r[k + 1]);
+  }
+  KAFX_UNROLL
+  for (int k = 0; k < 8; k += 4) {
+    u[k] = _mm256_unpacklo_epi64(t[k], t[k + 2]);
+    u[k + 1] = _mm256_unpackhi_epi64(t[k], t[k + 2]);
+    u[k + 2] = _mm256_unpacklo_epi64(t[k + 1], t[k + 3]);
+    u[k + 3] = _mm256_unpackhi_epi64(t[k + 1], t[k + 3]);
+  }
+  KAFX_UNROLL
+  for (int k = 0; k < 4; ++k) {
+    r[k] = _mm256_permute2x128_si256(u[k], u[k + 4], 0x20);
+    r[k + 4] = _mm256_permute2x128_si256(u[k], u[k + 4], 0x31);
+  }
+}
+
+// The loop words of eight combs over a run of n frames, copied to and from
+// rows of eight (row i: frame i of every comb). Comb k's run starts at its
+// loop position and wraps to the start of its loop after first[k] frames.
+// Blocks of eight frames in which no loop wraps go through an 8 x 8
+// transpose; the others (at most one per comb) word by word.
+struct CombColumns {
+  int32_t* at[kCombs];
+  int32_t* start[kCombs];
+  int first[kCombs];
+
+  CombColumns(comber* const* c, int n) {
+    for (int k = 0; k < kCombs; ++k) {
+      at[k] = c[k]->buffer + c[k]->index;
+      start[k] = c[k]->buffer;
+      first[k] = n < c[k]->size - c[k]->index ? n : c[k]->size - c[k]->index;
+    }
+  }
+  int32_t* word(int k, int i) const { return i < first[k] ? at[k] + i : start[k] + (i - first[k]); }
+  template <bool kToRows>
+  [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void copy(int32_t (*rows)[kCombs], int n) const {
+    // Blocks of eight frames in which some loop wraps (at most one per comb).
+    uint64_t wraps = 0;
+    for (int k = 0; k < kCombs; ++k)
+      if (first[k] < n && (first[k] & 7) != 0) wraps |= uint64_t{1} << (first[k] >> 3);
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+      if (((wraps >> (i >> 3)) & 1) != 0) {
+        for (int j = i; j < i + 8; ++j)
+          for (int k = 0; k < kCombs; ++k) {
+            if constexpr (kToRows) {
+              rows[j][k] = *word(k, j);
+            } else {
+              *word(k, j) = rows[j][k];
+            }
+          }
+        continue;
+      }
+      __m256i r[8];
+      if constexpr (kToRows) {
+        KAFX_UNROLL
+        for (int k = 0; k < kCombs; ++k) r[k] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(word(k, i)));
+        transpose8(r);
+        KAFX_UNROLL
+        for (int j = 0; j < 8; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i + j]), r[j]);
+      } else {
+        KAFX_UNROLL
+        for (int j = 0; j < 8; ++j) r[j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i + j]));
+        transpose8(r);
+        KAFX_UNROLL
+        for (int k = 0; k < kCombs; ++k) _mm256_storeu_si256(reinterpret_cast<__m256i*>(word(k, i)), r[k]);
+      }
+    }
+    for (; i < n; ++i)
+      for (int k = 0; k < kCombs; ++k) {
+        if constexpr (kToRows) {
+          rows[i][k] = *word(k, i);
+        } else {
+          *word(k, i) = rows[i][k];
+        }
+      }
+  }
+  [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void gather(int32_t (*rows)[kCombs], int n) const {
+    copy<true>(rows, n);
+  }
+  [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void scatter(int32_t (*rows)[kCombs], int n) const {
+    copy<false>(rows, n);
+  }
+};
+
 // The eight combs of one channel in the eight 32-bit lanes of an AVX2
 // vector, for gains that cannot saturate (comb_gains_unsaturated). A run is
 // no longer than the shortest loop, so its outputs are loop words written
@@ -65,13 +156,8 @@ template <int S, bool kStereo = false>
 KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n,
                                       const int32_t* x_hi = nullptr, int32_t* acc_hi = nullptr) {
   alignas(32) int32_t rows[kChunk][kCombs];
-  for (int k = 0; k < kCombs; ++k) {
-    const int32_t* at = c[k]->buffer + c[k]->index;
-    const int32_t* start = c[k]->buffer;
-    const int first = n < c[k]->size - c[k]->index ? n : c[k]->size - c[k]->index;
-    for (int i = 0; i < first; ++i) rows[i][k] = at[i];
-    for (int i = first; i < n; ++i) rows[i][k] = start[i - first];
-  }
+  CombColumns cols(c, n);
+  cols.gather(rows, n);
   for (int i = 0; i < n; ++i) {
     __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i])), S);
     v = lanes::flush_m1(v);
@@ -117,13 +203,10 @@ KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_
     _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i]), _mm256_add_epi32(in, fed));
   }
   _mm256_store_si256(reinterpret_cast<__m256i*>(lp), state);
+  cols.scatter(rows, n);
   for (int k = 0; k < kCombs; ++k) {
     comber* ck = c[k];
-    int32_t* at = ck->buffer + ck->index;
-    int32_t* start = ck->buffer;
-    const int first = n < ck->size - ck->index ? n : ck->size - ck->index;
-    for (int i = 0; i < first; ++i) at[i] = rows[i][k];
-    for (int i = first; i < n; ++i) start[i - first] = rows[i][k];
+    const int first = cols.first[k];
     ck->index = first < ck->size - ck->index ? ck->index + n : n - first;
     ck->lowpass_state = lp[k];
   }
