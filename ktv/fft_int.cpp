@@ -15,6 +15,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <cstring>
 
 #include "common/fixed_point.h"
 #include "ktv/fft_int_detail.h"
@@ -64,7 +65,7 @@ int32_t surround_level(const int* level, int k) {
 complex twiddle(int t) {
   complex w;
   w.re = -static_cast<int64_t>(kHowlingCentre[t]) >> 1;
-  w.im = static_cast<int64_t>(kHowlingCentre[t < 64 ? 64 - t : t - 64]) >> 1;
+  w.im = static_cast<int64_t>(kHowlingCentre[std::abs(64 - t)]) >> 1;
   return w;
 }
 
@@ -121,10 +122,9 @@ void real_transform(const int* in, complex* bins) {
   put(kN / 4, kQ28One, hann_rising(kN / 2 - 1));
   for (int n = kN / 4 + 1; n < kN / 2; ++n) put(n, hann_rising(kN - 2 * n), hann_rising(kN - 2 * n - 1));
   transform(bins, kN / 2, 2);
-  complex half[kN / 2 + 1];
-  for (int k = 0; k <= kN / 2; ++k) {
-    const complex zk = bins[k % (kN / 2)];
-    const complex zc = bins[(kN / 2 - k) % (kN / 2)];
+  // X[k] and X[128 - k] come from the same two values Z[k] and Z[128 - k]
+  // (k = 0 gives X[0] and X[128] from Z[0]), so each pair is formed in place.
+  const auto split = [](const complex zk, const complex zc, int k) {
     // The halves of E and O, once more halved: Z is the 128-point DFT / 128,
     // X must be the 256-point DFT / 256.
     const int64_t er = (zk.re + zc.re) >> 2, ei = (zk.im - zc.im) >> 2;
@@ -136,13 +136,17 @@ void real_transform(const int* in, complex* bins) {
       p.re = -o.re;  // W^128 = -1
       p.im = -o.im;
     } else {
-      complex w = twiddle(k);
-      p = complex_mul_q28(o, w);
+      p = complex_mul_q28(o, twiddle(k));
     }
-    half[k].re = er + p.re;
-    half[k].im = ei + p.im;
+    return complex{er + p.re, ei + p.im};
+  };
+  for (int k = 0; k <= kN / 4; ++k) {
+    const int m = kN / 2 - k;  // 128 - k
+    const complex zk = bins[k];
+    const complex zm = bins[m % (kN / 2)];
+    bins[k] = split(zk, zm, k);
+    if (m != k) bins[m] = split(zm, zk, m);
   }
-  for (int k = 0; k <= kN / 2; ++k) bins[k] = half[k];
   for (int k = kN / 2 + 1; k < kN; ++k) {
     bins[k].re = bins[kN - k].re;
     bins[k].im = -bins[kN - k].im;
@@ -182,7 +186,13 @@ void fft_int_level(const complex* bins, int* level) {
     y[k] = s.y;
     shift[k] = s.shift;
   }
-  for (int k = 0; k < FFT_INT_BINS; ++k) y[k] = static_cast<uint32_t>(log_q16_factors(v[k], y[k]));
+  for (int k = 0; k < FFT_INT_BINS; k += 4) {
+    u32x4 vk, yk;
+    std::memcpy(&vk, &v[k], sizeof vk);
+    std::memcpy(&yk, &y[k], sizeof yk);
+    yk = log_q16_factors(vk, yk);
+    std::memcpy(&y[k], &yk, sizeof yk);
+  }
   for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_end(power[k], shift[k], static_cast<int32_t>(y[k]));
 }
 

@@ -235,7 +235,9 @@ bool growing(const Tracker& t) {
 // One analysis: spectrum, candidates, trackers, notches, gain target.
 void analyse(howling_canceling_work* w) {
   // Oldest sample first.
-  for (int n = 0; n < FFT_INT_SIZE; ++n) w->scratch[n] = w->ring[(w->ring_pos + n) & (FFT_INT_SIZE - 1)];
+  const int older = FFT_INT_SIZE - w->ring_pos;  // samples from ring_pos to the end
+  std::memcpy(w->scratch, &w->ring[w->ring_pos], static_cast<size_t>(older) * sizeof(int32_t));
+  std::memcpy(&w->scratch[older], w->ring, static_cast<size_t>(w->ring_pos) * sizeof(int32_t));
   int peaks[FFT_INT_MAX_PEAKS];
   const int found = fft_int_analyze(w->scratch, w->bins, w->level, peaks);
   const int row = w->analyses & (kHistory - 1);
