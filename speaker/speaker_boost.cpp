@@ -28,15 +28,15 @@ inline int16_t to_16(int32_t x) { return sat16(wrap_add(x, 128) >> 8); }
 void run_block(kafx_speaker_boost_t* h) {
   const bool narrow = h->bit_width == 16;
   if (narrow) {
-    for (int i = 0; i < kBlock; ++i) h->work16_left[i] = static_cast<int16_t>(fifo_pop(&h->in_left_fifo));
-    for (int i = 0; i < kBlock; ++i) h->work16_right[i] = static_cast<int16_t>(fifo_pop(&h->in_right_fifo));
+    fifo_pop_run(&h->in_left_fifo, kBlock, [&](int i, int32_t v) { h->work16_left[i] = static_cast<int16_t>(v); });
+    fifo_pop_run(&h->in_right_fifo, kBlock, [&](int i, int32_t v) { h->work16_right[i] = static_cast<int16_t>(v); });
     for (int i = 0; i < kBlock; ++i) {
       h->work_left[i] = h->work16_left[i] * 256;
       h->work_right[i] = h->work16_right[i] * 256;
     }
   } else {
-    for (int i = 0; i < kBlock; ++i) h->work_left[i] = fifo_pop(&h->in_left_fifo);
-    for (int i = 0; i < kBlock; ++i) h->work_right[i] = fifo_pop(&h->in_right_fifo);
+    fifo_pop_run(&h->in_left_fifo, kBlock, [&](int i, int32_t v) { h->work_left[i] = v; });
+    fifo_pop_run(&h->in_right_fifo, kBlock, [&](int i, int32_t v) { h->work_right[i] = v; });
   }
 
   kedo_speaker_boost_core_process(&h->chain, h->work_left, h->work_right, kBlock);
@@ -52,41 +52,59 @@ void run_block(kafx_speaker_boost_t* h) {
       h->work16_left[i] = to_16(h->work_left[i]);
       h->work16_right[i] = to_16(h->work_right[i]);
     }
-    for (int i = 0; i < kBlock; ++i) fifo_push(&h->out_left_fifo, h->work16_left[i]);
-    for (int i = 0; i < kBlock; ++i) fifo_push(&h->out_right_fifo, h->work16_right[i]);
+    fifo_push_run(&h->out_left_fifo, kBlock, [&](int i) { return int32_t{h->work16_left[i]}; });
+    fifo_push_run(&h->out_right_fifo, kBlock, [&](int i) { return int32_t{h->work16_right[i]}; });
   } else {
-    for (int i = 0; i < kBlock; ++i) fifo_push(&h->out_left_fifo, h->work_left[i]);
-    for (int i = 0; i < kBlock; ++i) fifo_push(&h->out_right_fifo, h->work_right[i]);
+    fifo_push_run(&h->out_left_fifo, kBlock, [&](int i) { return h->work_left[i]; });
+    fifo_push_run(&h->out_right_fifo, kBlock, [&](int i) { return h->work_right[i]; });
   }
 }
 
-// One host frame in and out: push both sides, run a block when 240 frames
-// are gathered, pop the delayed result.
-inline void exchange(kafx_speaker_boost_t* h, int32_t in_l, int32_t in_r, int32_t* out_l, int32_t* out_r) {
-  fifo_push(&h->in_left_fifo, in_l);
-  fifo_push(&h->in_right_fifo, in_r);
-  if (h->in_left_fifo.count == kBlock) run_block(h);
-  *out_l = fifo_pop(&h->out_left_fifo);
-  *out_r = fifo_pop(&h->out_right_fifo);
-}
-
+// Host frames in and out, in place: every frame is pushed into the input
+// FIFOs, a block runs when 240 frames are gathered, and every frame takes
+// the oldest processed frame from the output FIFOs. Pushes touch only the
+// input FIFOs and pops only the output ones, so between two blocks all
+// pushes may come first: the frames are taken in runs that end where a
+// block runs, the last frame's pop coming after the block.
 template <typename Sample, bool FullScale>
 void process_frames(kafx_speaker_boost_t* h, Sample* s, size_t frames, size_t channels) {
-  for (size_t f = 0; f < frames; ++f, s += channels) {
-    int32_t l = s[0];
-    int32_t r = channels >= 2 ? s[1] : s[0];
-    if constexpr (FullScale) {
-      l = full_scale_to_working(l);
-      r = full_scale_to_working(r);
+  const size_t right = channels >= 2 ? 1 : 0;
+  auto take = [&](Sample* base, int n) {
+    const auto in = [&](size_t c) {
+      return [base, c, channels](int j) {
+        const int32_t v = base[static_cast<size_t>(j) * channels + c];
+        return FullScale ? full_scale_to_working(v) : v;
+      };
+    };
+    fifo_push_run(&h->in_left_fifo, n, in(0));
+    fifo_push_run(&h->in_right_fifo, n, in(right));
+  };
+  auto give = [&](Sample* base, int n) {
+    const auto out = [&](size_t c) {
+      return [base, c, channels](int j, int32_t v) {
+        if (c >= channels) return;  // mono: the right result is dropped
+        base[static_cast<size_t>(j) * channels + c] = static_cast<Sample>(FullScale ? shl_sat<8>(v) : v);
+      };
+    };
+    fifo_pop_run(&h->out_left_fifo, n, out(0));
+    fifo_pop_run(&h->out_right_fifo, n, out(1));
+  };
+  size_t f = 0;
+  while (f < frames) {
+    Sample* base = s + f * channels;
+    // Frames until the input holds a block (at least one: a FIFO a host
+    // left full runs its block on the next frame, as it would frame by frame).
+    const int32_t room = kBlock - h->in_left_fifo.count;
+    const int m = static_cast<int>(room < 1 ? 1 : (frames - f < static_cast<size_t>(room) ? frames - f : room));
+    take(base, m);
+    if (h->in_left_fifo.count == kBlock) {
+      give(base, m - 1);
+      run_block(h);
+      give(base + static_cast<size_t>(m - 1) * channels, 1);
+    } else {
+      give(base, m);
     }
-    int32_t ol, orr;
-    exchange(h, l, r, &ol, &orr);
-    if constexpr (FullScale) {
-      ol = shl_sat<8>(ol);
-      orr = shl_sat<8>(orr);
-    }
-    s[0] = static_cast<Sample>(ol);
-    if (channels >= 2) s[1] = static_cast<Sample>(orr);
+    f += static_cast<size_t>(m);
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include "common/band_split_block.h"
 #include "common/biquad.h"
+#include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 #include "speaker/speaker_boost_system_tables.h"
@@ -60,8 +61,9 @@ inline void split4(spectral_band_split* s1, spectral_band_split* s2, spectral_ba
 }
 
 // The harmonic band into one channel: Q13 gain, then the alignment delay.
-inline int32_t harmonic_band(int32_t gain, int32_t h, audio_delay* delay) {
-  return audio_delay_process(delay, shr_sat<13>(static_cast<int64_t>(gain) * h));
+inline void harmonic_band(int32_t gain, const int32_t* h, audio_delay* delay, int32_t* band, int count) {
+  for (int i = 0; i < count; ++i) band[i] = shr_sat<13>(static_cast<int64_t>(gain) * h[i]);
+  delay_run(delay->buffer, delay->delay, delay->index, band, count, [band](int i, int32_t v) { band[i] = v; });
 }
 
 inline void recombine(const int32_t* b0, const int32_t* b1, const int32_t* b2, const int32_t* b3, int32_t* sum,
@@ -93,10 +95,8 @@ void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const i
     NLD_process(s->nld, &m, &h[i]);
   }
   biquad_block32(s->nld_filter, h, count);
-  for (int i = 0; i < count; ++i) {
-    s->band0_left[i] = harmonic_band(s->nld_gain_left, h[i], s->nld_delay_left);
-    s->band0_right[i] = harmonic_band(s->nld_gain_right, h[i], s->nld_delay_right);
-  }
+  harmonic_band(s->nld_gain_left, h, s->nld_delay_left, s->band0_left, count);
+  harmonic_band(s->nld_gain_right, h, s->nld_delay_right, s->band0_right, count);
   dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
   dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
   dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);
@@ -117,7 +117,7 @@ void process_mono_block(speaker_boost_system_t* s, const int* in, int* out, int 
   int32_t* h = s->sum_left;
   for (int i = 0; i < count; ++i) NLD_process(s->nld, &s->band0_left[i], &h[i]);
   biquad_block32(s->nld_filter, h, count);
-  for (int i = 0; i < count; ++i) s->band0_left[i] = harmonic_band(s->nld_gain_left, h[i], s->nld_delay_left);
+  harmonic_band(s->nld_gain_left, h, s->nld_delay_left, s->band0_left, count);
   dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
   dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
   dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);
