@@ -109,78 +109,81 @@ void difference_chunk_reference(difference_circuit* d, const int* in_left, const
 }
 
 #if KAFX_AVX2_VARIANTS
-// The AVX2 build: the left and right phase networks' first, second and third
-// sections as three pairs of lanes, and the four bands as one vector of
-// lanes, run as a pipeline in one loop (at step t the pair of section k
-// works on sample t - k and the bands on sample t - 3, each from what the
-// stage before it produced one step earlier), so that the four recursions
-// overlap. The first and last three steps, where the pipeline fills and
-// drains, run the per-sample steps. Each section still sees its own samples
-// in order: the integers are the reference's.
-constexpr int kDifferenceStages = 4;
+// The AVX2 build: a pipeline in one loop, so that the recursions overlap. At
+// step t the left and right first sections work on sample t and the third
+// sections on sample t - 2 (one vector of lanes), the second sections on
+// sample t - 1 (half of another) and the four bands on sample t - 3 (a third
+// vector), each from what the stage before it produced one step earlier. The
+// first and last three steps, where the pipeline fills and drains, run the
+// per-sample steps. Each section still sees its own samples in order: the
+// integers are the reference's.
+constexpr int kDifferenceDepth = 4;  // the pipeline's stages
 
 KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in_left, const int* in_right,
                                             int* out_left, int* out_right, int n) {
-  if (n <= kDifferenceStages || !Sections<DIFFERENCE_CIRCUIT_SECTIONS>::all_on(d->section)) {
+  if (n <= kDifferenceDepth || !Sections<DIFFERENCE_CIRCUIT_SECTIONS>::all_on(d->section)) {
     difference_chunk_reference(d, in_left, in_right, out_left, out_right, n);
     return;
   }
   Sections<DIFFERENCE_CIRCUIT_SECTIONS> s(d->section);
-  // Stage outputs, lane i's value in word 2i: the phase pairs (left, right)
-  // and the bands (mid low, mid band, side low, side high).
-  alignas(32) int32_t o[kDifferenceStages][kChunk][8];
+  // Outputs per step, lane i's value in word 2i: outer[t] holds the first
+  // sections' outputs for sample t (lanes 0, 1: left, right) and the third
+  // sections' for sample t - 2 (lanes 2, 3); second[t] the second sections'
+  // for sample t; bands[t] (mid low, mid band, side low, side high) for
+  // sample t.
+  alignas(32) int32_t outer[kChunk + 2][8], second[kChunk][8], bands[kChunk][8];
   auto stage = [&](int k, int j) {
     if (k == 0) {
-      o[0][j][0] = s.step(0, in_left[j]);
-      o[0][j][2] = s.step(3, in_right[j]);
-    } else if (k < 3) {
-      o[k][j][0] = s.step(k, o[k - 1][j][0]);
-      o[k][j][2] = s.step(k + 3, o[k - 1][j][2]);
+      outer[j][0] = s.step(0, in_left[j]);
+      outer[j][2] = s.step(3, in_right[j]);
+    } else if (k == 1) {
+      second[j][0] = s.step(1, outer[j][0]);
+      second[j][2] = s.step(4, outer[j][2]);
+    } else if (k == 2) {
+      outer[j + 2][4] = s.step(2, second[j][0]);
+      outer[j + 2][6] = s.step(5, second[j][2]);
     } else {
-      const int32_t mid_sum = wrap_add(o[2][j][0], o[2][j][2]);
-      const int32_t side = wrap_sub(o[2][j][0], o[2][j][2]);
-      o[3][j][0] = s.step(10, mid_sum);
-      o[3][j][2] = s.step(9, mid_sum);
-      o[3][j][4] = s.step(7, side);
-      o[3][j][6] = s.step(8, side);
+      const int32_t mid_sum = wrap_add(outer[j + 2][4], outer[j + 2][6]);
+      const int32_t side = wrap_sub(outer[j + 2][4], outer[j + 2][6]);
+      bands[j][0] = s.step(10, mid_sum);
+      bands[j][2] = s.step(9, mid_sum);
+      bands[j][4] = s.step(7, side);
+      bands[j][6] = s.step(8, side);
     }
   };
-  for (int t = 0; t < kDifferenceStages - 1; ++t)
+  for (int t = 0; t < kDifferenceDepth - 1; ++t)
     for (int k = 0; k <= t; ++k) stage(k, t - k);
-  Biquad32Kernel* lanes_of[kDifferenceStages][4] = {
-      {&s.k[0], &s.k[3], nullptr, nullptr},
-      {&s.k[1], &s.k[4], nullptr, nullptr},
-      {&s.k[2], &s.k[5], nullptr, nullptr},
-      {&s.k[10], &s.k[9], &s.k[7], &s.k[8]},
-  };
+  Biquad32Kernel* outer_of[4] = {&s.k[0], &s.k[3], &s.k[2], &s.k[5]};
+  Biquad32Kernel* second_of[4] = {&s.k[1], &s.k[4], nullptr, nullptr};
+  Biquad32Kernel* bands_of[4] = {&s.k[10], &s.k[9], &s.k[7], &s.k[8]};
   int32_t unused = 0;
-  int32_t* x0_of[kDifferenceStages][4] = {
-      {&s.x0[0], &s.x0[3], &unused, &unused},
-      {&s.x0[1], &s.x0[4], &unused, &unused},
-      {&s.x0[2], &s.x0[5], &unused, &unused},
-      {&s.x0[10], &s.x0[9], &s.x0[7], &s.x0[8]},
-  };
-  SectionLanes p0(lanes_of[0]), p1(lanes_of[1]), p2(lanes_of[2]), bands(lanes_of[3]);
-  const __m256i lf_index = _mm256_setzero_si256(), rf_index = _mm256_set1_epi32(2);
-  for (int t = kDifferenceStages - 1; t < n; ++t) {
-    const __m256i lr = lanes_load(o[2][t - 3]);
-    const __m256i lf = _mm256_permutevar8x32_epi32(lr, lf_index), rf = _mm256_permutevar8x32_epi32(lr, rf_index);
-    const __m256i mid_side = _mm256_blend_epi32(_mm256_add_epi32(lf, rf), _mm256_sub_epi32(lf, rf), 0xf0);
-    lanes_store(o[3][t - 3], bands.step(lanes::shl_sat<5>(mid_side)));
-    lanes_store(o[2][t - 2], p2.step(lanes::shl_sat<5>(lanes_load(o[1][t - 2]))));
-    lanes_store(o[1][t - 1], p1.step(lanes::shl_sat<5>(lanes_load(o[0][t - 1]))));
-    lanes_store(o[0][t], p0.step(lanes::shl_sat<5>(lanes_abab(in_left[t], in_right[t]))));
+  int32_t* outer_x0[4] = {&s.x0[0], &s.x0[3], &s.x0[2], &s.x0[5]};
+  int32_t* second_x0[4] = {&s.x0[1], &s.x0[4], &unused, &unused};
+  int32_t* bands_x0[4] = {&s.x0[10], &s.x0[9], &s.x0[7], &s.x0[8]};
+  {
+    SectionLanes po(outer_of), p1(second_of), pb(bands_of);
+    const __m256i lf_index = _mm256_set1_epi32(4), rf_index = _mm256_set1_epi32(6);
+    for (int t = kDifferenceDepth - 1; t < n; ++t) {
+      const __m256i lr = lanes_load(outer[t - 1]);
+      const __m256i lf = _mm256_permutevar8x32_epi32(lr, lf_index), rf = _mm256_permutevar8x32_epi32(lr, rf_index);
+      const __m256i mid_side = _mm256_blend_epi32(_mm256_add_epi32(lf, rf), _mm256_sub_epi32(lf, rf), 0xf0);
+      lanes_store(bands[t - 3], pb.step(lanes::shl_sat<5>(mid_side)));
+      const __m256i into_third = _mm256_permute4x64_epi64(lanes_load(second[t - 2]), _MM_SHUFFLE(1, 0, 1, 0));
+      const __m256i outer_in = _mm256_blend_epi32(lanes_abab(in_left[t], in_right[t]), into_third, 0xf0);
+      lanes_store(second[t - 1], p1.step(lanes::shl_sat<5>(lanes_load(outer[t - 1]))));
+      lanes_store(outer[t], po.step(lanes::shl_sat<5>(outer_in)));
+    }
+    po.store(outer_of, outer_x0);
+    p1.store(second_of, second_x0);
+    pb.store(bands_of, bands_x0);
   }
-  p0.store(lanes_of[0], x0_of[0]);
-  p1.store(lanes_of[1], x0_of[1]);
-  p2.store(lanes_of[2], x0_of[2]);
-  bands.store(lanes_of[3], x0_of[3]);
-  for (int t = n; t < n + kDifferenceStages - 1; ++t)
-    for (int k = t - n + 1; k < kDifferenceStages; ++k) stage(k, t - k);
+  for (int t = n; t < n + kDifferenceDepth - 1; ++t)
+    for (int k = t - n + 1; k < kDifferenceDepth; ++k) stage(k, t - k);
   s.store();
   const DifferenceMix mix{d->side_gain};
   for (int i = 0; i < n; ++i)
-    mix(o[2][i][0], o[2][i][2], o[3][i][0], o[3][i][2], o[3][i][4], o[3][i][6], &out_left[i], &out_right[i]);
+    mix(outer[i + 2][4], outer[i + 2][6], bands[i][0], bands[i][2], bands[i][4], bands[i][6], &out_left[i],
+        &out_right[i]);
 }
 #endif
 
