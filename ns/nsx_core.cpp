@@ -842,6 +842,70 @@ void data_synthesis(NsxInst_t_* inst, int16_t* out) {
   call_routine<synthesis_update_c>(kedoNsx_SynthesisUpdate, inst, out, gain);
 }
 
+// The noise update of process_frame, bin by bin. Each bin steps its noise
+// by the rate of the previous bin (gamma_prev) and, where the rate changes
+// at this bin, keeps the smaller of that and the step at its own rate. Both
+// candidates are formed for every bin: when the rates agree they are equal,
+// and when the difference or the non-speech probability is zero both steps
+// are zero, so the selects give the same result as testing those cases.
+// The magnitude is brought to the noise domain by shl, then shr (one of
+// them zero). Arrays are distinct, hence restrict.
+struct NoiseUpdateArgs {
+  const uint16_t* __restrict magn;
+  const uint16_t* __restrict prev_noise16;
+  const uint16_t* __restrict non_speech;
+  const uint32_t* __restrict prev_noise;
+  uint32_t* __restrict noise;
+  int shl, shr;
+};
+
+[[gnu::always_inline]] inline uint32_t noise_rate(uint32_t ns_prob) {
+  return ns_prob < kOneMinusProbRangeQ8 ? kGammaNoiseTransAndSpeechQ8 : kNoiseUpdateQ8;
+}
+
+[[gnu::always_inline]] inline uint32_t noise_update_bin(const NoiseUpdateArgs& a, int i, uint32_t gamma_prev) {
+  const uint32_t m = (static_cast<uint32_t>(a.magn[i]) << a.shl) >> a.shr;
+  const uint32_t p16 = a.prev_noise16[i];
+  const uint32_t ns_prob = a.non_speech[i];
+  const bool down = p16 > m;
+  const uint32_t weighted = (down ? p16 - m : m - p16) * ns_prob;  // Q(prev_q_noise + 8)
+  const bool large = (weighted & 0x7c000000u) != 0;
+  const uint32_t gamma = noise_rate(ns_prob);
+  const uint32_t st_prev = large ? (weighted >> 5) * gamma_prev : (weighted * gamma_prev) >> 5;
+  const uint32_t st_cur = large ? (weighted >> 5) * gamma : (weighted * gamma) >> 5;
+  const uint32_t prev = a.prev_noise[i];
+  const uint32_t by_prev = down ? prev - st_prev : prev + st_prev;
+  const uint32_t by_cur = down ? prev - st_cur : prev + st_cur;
+  const uint32_t update = by_cur < by_prev ? by_cur : by_prev;
+  a.noise[i] = update;
+  return update;
+}
+
+// Bins 1 ... count with the running maximum of the new noise; count is a
+// compile-time constant for the two bin counts in use, so that the loop has
+// a fixed trip count and runs in vector lanes.
+template <typename Count>
+[[gnu::always_inline]] inline uint32_t noise_update_loop(const NoiseUpdateArgs& a, Count count, uint32_t max_noise) {
+  for (int i = 1; i <= count; i++) {
+    const uint32_t u = noise_update_bin(a, i, noise_rate(a.non_speech[i - 1]));
+    max_noise = u > max_noise ? u : max_noise;
+  }
+  return max_noise;
+}
+
+// body(count) with count = magn_len - 1 as a compile-time constant for the
+// two bin counts in use (128 and 64).
+template <typename Body>
+[[gnu::always_inline]] inline void for_bin_count(int count, Body body) {
+  if (count == 128) {
+    body(std::integral_constant<int, 128>{});
+  } else if (count == 64) {
+    body(std::integral_constant<int, 64>{});
+  } else {
+    body(count);
+  }
+}
+
 }  // namespace
 
 void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_post) {
@@ -993,37 +1057,19 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
   }
   speech_noise_prob(inst, non_speech, prior_snr, post_snr, !band_post);
 
-  // Noise update, slower where speech is likely; the conservative template
-  // avg_magn_pause follows the bins that are most likely noise.
-  //
-  // Each bin steps its noise by the rate of the previous bin (gamma_prev, the
-  // fast rate before the first bin) and, where the rate changes at this bin,
-  // keeps the smaller of that and the step at its own rate. Both candidates
-  // are formed for every bin: when the rates agree they are equal, and when
-  // the difference or the non-speech probability is zero both steps are zero,
-  // so the selects below give the same result as testing those cases.
-  uint32_t gamma_prev = kNoiseUpdateQ8;
-  uint32_t max_noise = 0;
+  // Noise update, slower where speech is likely (noise_update_bin); the
+  // conservative template avg_magn_pause follows the bins that are most
+  // likely noise.
   post_shifts = inst->prev_q_noise - q_magn;
   n_shifts = inst->prev_q_magn - q_magn;
+  const NoiseUpdateArgs nu{magn, prev_noise16, non_speech, inst->prev_noise, noise,
+                           post_shifts > 0 ? post_shifts : 0, post_shifts < 0 ? -post_shifts : 0};
+  // Bin 0 steps by the fast rate, every later bin by its predecessor's.
+  uint32_t max_noise = noise_update_bin(nu, 0, kNoiseUpdateQ8);
+  for_bin_count(n - 1, [&](auto count) __attribute__((always_inline)) {
+    max_noise = noise_update_loop(nu, count, max_noise);
+  });
   for (int i = 0; i < n; i++) {
-    const uint32_t m = post_shifts < 0 ? magn[i] >> -post_shifts : static_cast<uint32_t>(magn[i]) << post_shifts;
-    const uint32_t p16 = prev_noise16[i];
-    const uint32_t ns_prob = non_speech[i];
-    const bool down = p16 > m;
-    const uint32_t weighted = (down ? p16 - m : m - p16) * ns_prob;  // Q(prev_q_noise + 8)
-    const bool large = (weighted & 0x7c000000u) != 0;
-    const uint32_t gamma = ns_prob < kOneMinusProbRangeQ8 ? kGammaNoiseTransAndSpeechQ8 : kNoiseUpdateQ8;
-    const uint32_t st_prev = large ? (weighted >> 5) * gamma_prev : (weighted * gamma_prev) >> 5;
-    const uint32_t st_cur = large ? (weighted >> 5) * gamma : (weighted * gamma) >> 5;
-    const uint32_t prev = inst->prev_noise[i];
-    const uint32_t by_prev = down ? prev - st_prev : prev + st_prev;
-    const uint32_t by_cur = down ? prev - st_cur : prev + st_cur;
-    const uint32_t update = by_cur < by_prev ? by_cur : by_prev;
-    gamma_prev = gamma;
-    noise[i] = update;
-    max_noise = update > max_noise ? update : max_noise;
-
     int32_t pause = shift_w32(inst->avg_magn_pause[i], -n_shifts);
     int32_t d;
     if (n_shifts < 0) {
@@ -1032,7 +1078,7 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
       d = wmul(wrap_sub(wshl(magn[i], n_shifts), inst->avg_magn_pause[i]), kOneMinusGammaPauseQ8);
       d = wrap_add(d, 128 << n_shifts) >> (8 + n_shifts);
     }
-    pause += ns_prob > kOneMinusProbRangeQ8 ? d : 0;
+    pause += non_speech[i] > kOneMinusProbRangeQ8 ? d : 0;
     inst->avg_magn_pause[i] = pause;
   }
   const int norm_noise = norm_u32(max_noise);
