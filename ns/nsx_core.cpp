@@ -893,6 +893,27 @@ template <typename Count>
   return max_noise;
 }
 
+// The conservative noise template of bins begin ... end - 1: where the bin
+// is most likely noise, pause moves 5 % of the way to the magnitude, in the
+// domain of the magnitude (shift = prev_q_magn - q_magn; Negative: shift < 0).
+template <bool Negative, typename End>
+[[gnu::always_inline]] inline void pause_update(const uint16_t* __restrict magn,
+                                                const uint16_t* __restrict non_speech,
+                                                int32_t* __restrict avg_magn_pause, int shift, int begin, End end) {
+  for (int i = begin; i < end; i++) {
+    int32_t pause = shift_w32(avg_magn_pause[i], -shift);
+    int32_t d;
+    if constexpr (Negative) {
+      d = wrap_add(wmul(wrap_sub(magn[i], pause), kOneMinusGammaPauseQ8), 128) >> 8;
+    } else {
+      d = wmul(wrap_sub(wshl(magn[i], shift), avg_magn_pause[i]), kOneMinusGammaPauseQ8);
+      d = wrap_add(d, 128 << shift) >> (8 + shift);
+    }
+    pause += non_speech[i] > kOneMinusProbRangeQ8 ? d : 0;
+    avg_magn_pause[i] = pause;
+  }
+}
+
 // body(count) with count = magn_len - 1 as a compile-time constant for the
 // two bin counts in use (128 and 64).
 template <typename Body>
@@ -1069,17 +1090,17 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
   for_bin_count(n - 1, [&](auto count) __attribute__((always_inline)) {
     max_noise = noise_update_loop(nu, count, max_noise);
   });
-  for (int i = 0; i < n; i++) {
-    int32_t pause = shift_w32(inst->avg_magn_pause[i], -n_shifts);
-    int32_t d;
-    if (n_shifts < 0) {
-      d = wrap_add(wmul(wrap_sub(magn[i], pause), kOneMinusGammaPauseQ8), 128) >> 8;
-    } else {
-      d = wmul(wrap_sub(wshl(magn[i], n_shifts), inst->avg_magn_pause[i]), kOneMinusGammaPauseQ8);
-      d = wrap_add(d, 128 << n_shifts) >> (8 + n_shifts);
-    }
-    pause += non_speech[i] > kOneMinusProbRangeQ8 ? d : 0;
-    inst->avg_magn_pause[i] = pause;
+  // Bins 0 ... n - 2 in a loop of fixed length, then the last bin.
+  if (n_shifts < 0) {
+    for_bin_count(n - 1, [&](auto count) __attribute__((always_inline)) {
+      pause_update<true>(magn, non_speech, inst->avg_magn_pause, n_shifts, 0, count);
+    });
+    pause_update<true>(magn, non_speech, inst->avg_magn_pause, n_shifts, n - 1, n);
+  } else {
+    for_bin_count(n - 1, [&](auto count) __attribute__((always_inline)) {
+      pause_update<false>(magn, non_speech, inst->avg_magn_pause, n_shifts, 0, count);
+    });
+    pause_update<false>(magn, non_speech, inst->avg_magn_pause, n_shifts, n - 1, n);
   }
   const int norm_noise = norm_u32(max_noise);
   q_noise = inst->prev_q_noise + norm_noise - 5;
