@@ -177,9 +177,11 @@ bool draw(const std::vector<Panel>& panels, int cols, const std::string& path) {
   plsdev("pngcairo");
   plsfnam(path.c_str());
   plspage(0, 0, kWidth, kHeight, 0, 0);
-  plssub(cols, static_cast<PLINT>((panels.size() + cols - 1) / cols));
+  const PLINT rows = static_cast<PLINT>((panels.size() + cols - 1) / cols);
+  plssub(cols, rows);
   plscolbg(255, 255, 255);
   plinit();
+  if (cols > 1 && rows == 1) plschr(0, 0.7);  // PLplot scales text with the panel: keep the titles inside
   plscol0(1, 0, 0, 0);
   // Colours of a panel with several curves (the first is black).
   const int kColours[][3] = {{0, 0, 0}, {200, 0, 0}, {0, 140, 0}, {0, 0, 200}, {180, 0, 180}, {200, 120, 0}};
@@ -497,7 +499,7 @@ int kafx_plot_main(int argc, char** argv) {
   char label[240];
   for (size_t k = 0; k < rates.size(); ++k) {
     const Curve* at = &curves[k * 6];
-    std::snprintf(label, sizeof label, "%s: equalizer, %g kHz (red left, blue right)", base.c_str(), rates[k] / 1000);
+    std::snprintf(label, sizeof label, "%s: equalizer, %g kHz (left red, right blue)", base.c_str(), rates[k] / 1000);
     panels.push_back({label, {at}});
     std::snprintf(label, sizeof label, "boost system filters, %g kHz (%s)", rates[k] / 1000,
                   c.record.sbs.enable != 0 ? "on" : "off in this file");
