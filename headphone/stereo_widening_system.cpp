@@ -151,6 +151,11 @@ KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in
       bands[j][6] = s.step(8, side);
     }
   };
+  const DifferenceMix mix{d->side_gain};
+  auto mix_at = [&](int i) {
+    mix(outer[i + 2][4], outer[i + 2][6], bands[i][0], bands[i][2], bands[i][4], bands[i][6], &out_left[i],
+        &out_right[i]);
+  };
   for (int t = 0; t < kDifferenceDepth - 1; ++t)
     for (int k = 0; k <= t; ++k) stage(k, t - k);
   Biquad32Kernel* outer_of[4] = {&s.k[0], &s.k[3], &s.k[2], &s.k[5]};
@@ -172,6 +177,10 @@ KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in
       const __m256i outer_in = _mm256_blend_epi32(lanes_abab(in_left[t], in_right[t]), into_third, 0xf0);
       lanes_store(second[t - 1], p1.step(lanes::shl_sat<5>(lanes_load(outer[t - 1]))));
       lanes_store(outer[t], po.step(lanes::shl_sat<5>(outer_in)));
+      // The mix of the sample the bands finished a step earlier, off the
+      // recursions' paths (the outputs may be the inputs: sample t - 4 has
+      // been read).
+      if (t >= kDifferenceDepth) mix_at(t - 4);
     }
     po.store(outer_of, outer_x0);
     p1.store(second_of, second_x0);
@@ -180,10 +189,7 @@ KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in
   for (int t = n; t < n + kDifferenceDepth - 1; ++t)
     for (int k = t - n + 1; k < kDifferenceDepth; ++k) stage(k, t - k);
   s.store();
-  const DifferenceMix mix{d->side_gain};
-  for (int i = 0; i < n; ++i)
-    mix(outer[i + 2][4], outer[i + 2][6], bands[i][0], bands[i][2], bands[i][4], bands[i][6], &out_left[i],
-        &out_right[i]);
+  for (int i = n - kDifferenceDepth; i < n; ++i) mix_at(i);
 }
 #endif
 
@@ -217,6 +223,14 @@ inline int32_t crossfeed_mix(int32_t gain, int32_t direct, int32_t cross, int32_
   return sat_add(sat_add(direct, gain13(gain, cross)), shr_sat<15>(static_cast<int64_t>(gain) * high));
 }
 
+// Both crossfeed delays over a chunk (the block form of audio_delay_process).
+void delay_lines(crossfeed_network* c, const int* in_left, const int* in_right, int32_t* xl, int32_t* xr, int n) {
+  audio_delay* dl = c->delay[0];
+  audio_delay* dr = c->delay[1];
+  delay_run(dl->buffer, dl->delay, dl->index, in_left, n, [xl](int k, int32_t v) { xl[k] = v; });
+  delay_run(dr->buffer, dr->delay, dr->index, in_right, n, [xr](int k, int32_t v) { xr[k] = v; });
+}
+
 void crossfeed_chunk_reference(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
                      int n) {
   if (!Sections<CROSSFEED_NETWORK_SECTIONS>::all_on(c->section)) {
@@ -227,10 +241,7 @@ void crossfeed_chunk_reference(crossfeed_network* c, const int* in_left, const i
     return;
   }
   int32_t xl[kChunk], xr[kChunk];
-  for (int i = 0; i < n; ++i) {
-    xl[i] = audio_delay_process(c->delay[0], in_left[i]);
-    xr[i] = audio_delay_process(c->delay[1], in_right[i]);
-  }
+  delay_lines(c, in_left, in_right, xl, xr, n);
   Sections<CROSSFEED_NETWORK_SECTIONS> s(c->section);
   const int32_t gain = c->gain;
   for (int i = 0; i < n; ++i) {
@@ -247,7 +258,7 @@ void crossfeed_chunk_reference(crossfeed_network* c, const int* in_left, const i
 // The AVX2 build: the direct all-passes and high bands of both channels in
 // one vector of lanes fed (left, right, left, right), the two crossfeed
 // low-passes in another fed the delayed samples; the two recursions advance
-// together. Then the mixes.
+// together, with the mixes.
 KAFX_TARGET_AVX2 void crossfeed_chunk_avx2(crossfeed_network* c, const int* in_left, const int* in_right,
                                            int* out_left, int* out_right, int n) {
   if (!Sections<CROSSFEED_NETWORK_SECTIONS>::all_on(c->section)) {
@@ -255,10 +266,7 @@ KAFX_TARGET_AVX2 void crossfeed_chunk_avx2(crossfeed_network* c, const int* in_l
     return;
   }
   int32_t xl[kChunk], xr[kChunk];
-  for (int i = 0; i < n; ++i) {
-    xl[i] = audio_delay_process(c->delay[0], in_left[i]);
-    xr[i] = audio_delay_process(c->delay[1], in_right[i]);
-  }
+  delay_lines(c, in_left, in_right, xl, xr, n);
   Sections<CROSSFEED_NETWORK_SECTIONS> s(c->section);
   Biquad32Kernel* direct_of[4] = {&s.k[0], &s.k[1], &s.k[4], &s.k[5]};
   Biquad32Kernel* cross_of[4] = {&s.k[2], &s.k[3], nullptr, nullptr};
@@ -269,18 +277,18 @@ KAFX_TARGET_AVX2 void crossfeed_chunk_avx2(crossfeed_network* c, const int* in_l
   // Lane i's output in word 2i: (direct left, direct right, high left,
   // high right) and (cross left, cross right).
   alignas(32) int32_t od[kChunk][8], oc[kChunk][8];
+  // The mixes of a sample run in the loop, off the recursions' paths (the
+  // outputs may be the inputs: the sample has been read).
+  const int32_t gain = c->gain;
   for (int i = 0; i < n; ++i) {
     lanes_store(od[i], direct.step(lanes::shl_sat<5>(lanes_abab(in_left[i], in_right[i]))));
     lanes_store(oc[i], cross.step(lanes::shl_sat<5>(lanes_abab(xl[i], xr[i]))));
+    out_left[i] = crossfeed_mix(gain, od[i][0], oc[i][2], od[i][4]);
+    out_right[i] = crossfeed_mix(gain, od[i][2], oc[i][0], od[i][6]);
   }
   direct.store(direct_of, direct_x0);
   cross.store(cross_of, cross_x0);
   s.store();
-  const int32_t gain = c->gain;
-  for (int i = 0; i < n; ++i) {
-    out_left[i] = crossfeed_mix(gain, od[i][0], oc[i][2], od[i][4]);
-    out_right[i] = crossfeed_mix(gain, od[i][2], oc[i][0], od[i][6]);
-  }
 }
 #endif
 
