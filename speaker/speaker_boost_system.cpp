@@ -12,6 +12,7 @@
 #include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
+#include "common/nld_kernels.h"
 #include "speaker/speaker_boost_system_tables.h"
 
 using namespace kafx;
@@ -90,10 +91,8 @@ void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const i
   band_split_chain_stereo(left, right, 3, s->band3_left, s->band3_right, low_left, low_right, count);
   // Harmonics of the mono bass (sum_left is scratch until the recombination).
   int32_t* h = s->sum_left;
-  for (int i = 0; i < count; ++i) {
-    int32_t m = wrap_add(s->band0_left[i], s->band0_right[i]) >> 1;
-    NLD_process(s->nld, &m, &h[i]);
-  }
+  for (int i = 0; i < count; ++i) h[i] = wrap_add(s->band0_left[i], s->band0_right[i]) >> 1;
+  nld_process_block(s->nld, h, h, count);
   biquad_block32(s->nld_filter, h, count);
   harmonic_band(s->nld_gain_left, h, s->nld_delay_left, s->band0_left, count);
   harmonic_band(s->nld_gain_right, h, s->nld_delay_right, s->band0_right, count);
@@ -115,7 +114,7 @@ void process_mono_block(speaker_boost_system_t* s, const int* in, int* out, int 
   split4(s->split1_left, s->split2_left, s->split3_left, s->band0_left, s->band1_left, s->band2_left,
          s->band3_left, count);
   int32_t* h = s->sum_left;
-  for (int i = 0; i < count; ++i) NLD_process(s->nld, &s->band0_left[i], &h[i]);
+  nld_process_block(s->nld, s->band0_left, h, count);
   biquad_block32(s->nld_filter, h, count);
   harmonic_band(s->nld_gain_left, h, s->nld_delay_left, s->band0_left, count);
   dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
