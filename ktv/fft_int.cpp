@@ -85,7 +85,20 @@ complex twiddle(int t) {
 // need no product (complex_mul would return (re, im) and (im, -re) exactly:
 // the values stay below 2^36), so they have loops of their own.
 void transform(complex* bins, int n, int stride) {
-  for (int half = 1; half < n; half <<= 1) {
+  // The first two stages need no products (W = 1, and W = 1 and -i): they run
+  // together on each group of four values, held in registers.
+  for (int g = 0; g < n; g += 4) {
+    complex v0 = bins[g], v1 = bins[g + 1], v2 = bins[g + 2], v3 = bins[g + 3];
+    butterfly(v0, v1, v1);
+    butterfly(v2, v3, v3);
+    butterfly(v0, v2, v2);
+    butterfly(v1, v3, complex{v3.im, -v3.re});
+    bins[g] = v0;
+    bins[g + 1] = v1;
+    bins[g + 2] = v2;
+    bins[g + 3] = v3;
+  }
+  for (int half = 4; half < n; half <<= 1) {
     const int step = (n / 2) / half * stride;
     for (int g = 0; g < n; g += 2 * half) butterfly(bins[g], bins[g + half], bins[g + half]);
     for (int j = 1; j < half; ++j) {

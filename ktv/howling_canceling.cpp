@@ -244,6 +244,8 @@ void analyse(howling_canceling_work* w) {
 
   for (Tracker& t : w->tracker) t.hit_now = 0;
   bool evidence = false;
+  constexpr int32_t kRestUnset = INT32_MIN;  // below any level
+  int32_t rest = kRestUnset;
 
   for (int p = 0; p < found; ++p) {
     const int k = peaks[p];
@@ -323,7 +325,8 @@ void analyse(howling_canceling_work* w) {
     // a notch in place (smooths the estimate).
     t.pos = t.state == HOWLING_TRACKING ? pos : t.pos + (pos - t.pos) / 4;
     t.grow[t.run % kRing] = lv;
-    t.rest[t.run % kRing] = rest_level(w, peaks, found);
+    if (rest == kRestUnset) rest = rest_level(w, peaks, found);  // one background per analysis
+    t.rest[t.run % kRing] = rest;
     t.where[t.run % kRing] = pos;
     if (++t.run == 2 * kRing) t.run = kRing;  // keeps the ring order, never overflows
     ++t.hits;
