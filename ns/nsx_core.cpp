@@ -19,6 +19,10 @@
 #include "ns/nsx_internal.h"
 #include "ns/nsx_tables.h"
 
+#if KAFX_AVX2_VARIANTS
+#include <immintrin.h>
+#endif
+
 namespace kafx::nsx {
 namespace {
 
@@ -199,11 +203,76 @@ typedef int16_t halves8 __attribute__((vector_size(16)));
   }
 }
 
+void quantile_update_baseline(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k,
+                              int len) {
+  quantile_update_body(quant, density, lmagn, k, len);
+}
+
+#if KAFX_AVX2_VARIANTS
+// AVX2 build: sixteen bins per step in 16-bit lanes. Every quantity of the
+// rule fits 16 bits (the step at most 10239, ((step + 1) / 2) * 3 at most
+// 15360), the 16-bit wraps are the lanes' own, and the two products are
+// 16-bit multiplies:
+// - step = delta count_div / 2^14 = high half of (4 delta) count_div, since
+//   4 delta <= 20480 and both factors are non-negative;
+// - round(density count_prod / 2^15) is the rounding high-half multiply
+//   ((a b / 2^14) + 1) / 2, which equals (a b + 2^14) / 2^15 (the one
+//   overflowing product, (-32768)^2, gives -32768 there and after the
+//   16-bit wrap of the scalar rule alike).
+KAFX_TARGET_AVX2 void quantile_update16(int16_t* quant, int16_t* density, const int16_t* lmagn,
+                                        const QuantileStep& k) {
+  const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(quant));
+  const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(density));
+  const __m256i lm = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lmagn));
+  __m256i big = _mm256_set1_epi16(5120);
+  for (int16_t threshold : {1023, 2047, 4095, 8191, 16383}) {
+    const __m256i at_least = _mm256_cmpgt_epi16(d, _mm256_set1_epi16(threshold));
+    big = _mm256_sub_epi16(big, _mm256_and_si256(_mm256_srli_epi16(big, 1), at_least));
+  }
+  const __m256i above = _mm256_cmpgt_epi16(d, _mm256_set1_epi16(512));
+  const __m256i delta = _mm256_blendv_epi8(_mm256_set1_epi16(static_cast<int16_t>(k.small_delta)), big, above);
+  const __m256i step =
+      _mm256_mulhi_epi16(_mm256_slli_epi16(delta, 2), _mm256_set1_epi16(static_cast<int16_t>(k.count_div)));
+  const __m256i up = _mm256_add_epi16(q, _mm256_srli_epi16(_mm256_add_epi16(step, _mm256_set1_epi16(2)), 2));
+  const __m256i half = _mm256_srli_epi16(_mm256_add_epi16(step, _mm256_set1_epi16(1)), 1);
+  const __m256i fall = _mm256_sub_epi16(q, _mm256_srli_epi16(_mm256_add_epi16(half, _mm256_slli_epi16(half, 1)), 1));
+  const __m256i down = _mm256_max_epi16(fall, _mm256_set1_epi16(static_cast<int16_t>(k.logval)));
+  const __m256i nq = _mm256_blendv_epi8(down, up, _mm256_cmpgt_epi16(lm, q));
+  const __m256i dist = _mm256_abs_epi16(_mm256_sub_epi16(lm, nq));
+  const __m256i near = _mm256_cmpgt_epi16(_mm256_set1_epi16(kWidthQ8), dist);
+  const __m256i renewed = _mm256_add_epi16(_mm256_mulhrs_epi16(d, _mm256_set1_epi16(static_cast<int16_t>(k.count_prod))),
+                                           _mm256_set1_epi16(static_cast<int16_t>(k.density_rise)));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(quant), nq);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(density), _mm256_blendv_epi8(d, renewed, near));
+}
+
+KAFX_TARGET_AVX2 void quantile_update_avx2(int16_t* quant, int16_t* density, const int16_t* lmagn,
+                                           const QuantileStep* k, int len) {
+  int i = 0;
+  for (; i + 16 <= len; i += 16) quantile_update16(quant + i, density + i, lmagn + i, *k);
+  if (i < len) {
+    // The last bins through a padded copy.
+    int16_t q[16] = {}, d[16] = {}, l[16] = {};
+    const size_t rest = sizeof(int16_t) * static_cast<size_t>(len - i);
+    std::memcpy(q, quant + i, rest);
+    std::memcpy(d, density + i, rest);
+    std::memcpy(l, lmagn + i, rest);
+    quantile_update16(q, d, l, *k);
+    std::memcpy(quant + i, q, rest);
+    std::memcpy(density + i, d, rest);
+  }
+}
+#endif
+
 }  // namespace
 
-KAFX_KERNEL_VARIANTS(void, quantile_update,
-                     (int16_t * quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len),
-                     (quant, density, lmagn, k, len))
+const KernelVariants<QuantileUpdate> quantile_update_variants = {
+    "quantile_update", {quantile_update_baseline, KAFX_AVX2_ONLY(quantile_update_avx2)}};
+
+void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len) {
+  static const QuantileUpdate chosen = choose(quantile_update_variants);
+  chosen(quant, density, lmagn, k, len);
+}
 
 namespace {
 
