@@ -81,6 +81,13 @@ struct SectionLanes {
   return _mm256_broadcastsi128_si256(ab);
 }
 
+// The input x 32 of a section fed another section's output (y >> 5 of an
+// int32 y, so the shift cannot leave the int32 range: shl_sat<5> without
+// the tests).
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i chained_x32(__m256i section_out) {
+  return _mm256_slli_epi32(section_out, 5);
+}
+
 // Aligned whole-vector load and store of eight words.
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i lanes_load(const int32_t* w) {
   return _mm256_load_si256(reinterpret_cast<const __m256i*>(w));

@@ -173,10 +173,12 @@ KAFX_TARGET_AVX2 void difference_chunk_avx2(difference_circuit* d, const int* in
       const __m256i lf = _mm256_permutevar8x32_epi32(lr, lf_index), rf = _mm256_permutevar8x32_epi32(lr, rf_index);
       const __m256i mid_side = _mm256_blend_epi32(_mm256_add_epi32(lf, rf), _mm256_sub_epi32(lf, rf), 0xf0);
       lanes_store(bands[t - 3], pb.step(lanes::shl_sat<5>(mid_side)));
-      const __m256i into_third = _mm256_permute4x64_epi64(lanes_load(second[t - 2]), _MM_SHUFFLE(1, 0, 1, 0));
-      const __m256i outer_in = _mm256_blend_epi32(lanes_abab(in_left[t], in_right[t]), into_third, 0xf0);
-      lanes_store(second[t - 1], p1.step(lanes::shl_sat<5>(lanes_load(outer[t - 1]))));
-      lanes_store(outer[t], po.step(lanes::shl_sat<5>(outer_in)));
+      const __m256i into_third =
+          chained_x32(_mm256_permute4x64_epi64(lanes_load(second[t - 2]), _MM_SHUFFLE(1, 0, 1, 0)));
+      const __m256i outer_in =
+          _mm256_blend_epi32(lanes::shl_sat<5>(lanes_abab(in_left[t], in_right[t])), into_third, 0xf0);
+      lanes_store(second[t - 1], p1.step(chained_x32(lanes_load(outer[t - 1]))));
+      lanes_store(outer[t], po.step(outer_in));
       // The mix of the sample the bands finished a step earlier, off the
       // recursions' paths (the outputs may be the inputs: sample t - 4 has
       // been read).

@@ -183,7 +183,7 @@ KAFX_TARGET_AVX2 void first_pass_avx2(virtual_bass_system* v, const int* in_left
     SectionLanes one(first_of), two(second_of);
     const __m256i llrr = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
     for (int t = 1; t < n; ++t) {
-      lanes_store(b[t - 1], two.step(lanes::shl_sat<5>(lanes_load(a[t - 1]))));
+      lanes_store(b[t - 1], two.step(chained_x32(lanes_load(a[t - 1]))));
       const __m256i lr = _mm256_castsi128_si256(_mm_unpacklo_epi32(_mm_cvtsi32_si128(in_left[t]),
                                                                    _mm_cvtsi32_si128(in_right[t])));
       lanes_store(a[t], one.step(lanes::shl_sat<5>(_mm256_permutevar8x32_epi32(lr, llrr))));
