@@ -364,6 +364,12 @@ void reflector_samples(early_reflector* e, const int* in_left, const int* in_rig
   }
 }
 
+void wet_dry_run(const early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right, int n);
+#if KAFX_AVX2_VARIANTS
+KAFX_TARGET_AVX2 void wet_dry_run_avx2(const early_reflector* e, int32_t* al, int32_t* ar, const int* in_left,
+                                       const int* in_right, int n);
+#endif
+template <void (*WetDry)(const early_reflector*, int32_t*, int32_t*, const int*, const int*, int)>
 void reflector_rest(early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right,
                     int* out_left, int* out_right, int n);
 
@@ -381,11 +387,12 @@ void reflector_chunk_reference(early_reflector* e, const int* in_left, const int
     ar[i] = s.step(1, flush_m1(in_right[i] >> 2));
   }
   s.store();
-  reflector_rest(e, al, ar, in_left, in_right, out_left, out_right, n);
+  reflector_rest<wet_dry_run>(e, al, ar, in_left, in_right, out_left, out_right, n);
 }
 
 #if KAFX_AVX2_VARIANTS
-// The AVX2 build: both pre-filters in two lanes of a vector.
+// The AVX2 build: both pre-filters in two lanes of a vector, and the wet/dry
+// mixes eight samples at a time.
 KAFX_TARGET_AVX2 void reflector_chunk_avx2(early_reflector* e, const int* in_left, const int* in_right,
                                            int* out_left, int* out_right, int n) {
   IIR_t* pre[2] = {e->prefilter_left, e->prefilter_right};
@@ -407,7 +414,7 @@ KAFX_TARGET_AVX2 void reflector_chunk_avx2(early_reflector* e, const int* in_lef
   }
   lanes.store(lanes_of, x0_of);
   s.store();
-  reflector_rest(e, al, ar, in_left, in_right, out_left, out_right, n);
+  reflector_rest<wet_dry_run_avx2>(e, al, ar, in_left, in_right, out_left, out_right, n);
 }
 #endif
 
@@ -427,18 +434,64 @@ void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right
 }
 
 // After the pre-filters (al, ar): the rooms, the mix and the DC removers.
+// The wet/dry mixes (wet and dry sums in place of the room outputs).
+void wet_dry_run(const early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right, int n) {
+  for (int i = 0; i < n; ++i) {
+    al[i] = reflector_wet_dry(e, al[i], in_left[i]);
+    ar[i] = reflector_wet_dry(e, ar[i], in_right[i]);
+  }
+}
+
+#if KAFX_AVX2_VARIANTS
+// Lane-wise gain13 of eight samples: the 64-bit products of the even and
+// the odd lanes shifted by 13 and saturated to int32 (a product at or above
+// 2^44 gives INT32_MAX, one below -2^44 INT32_MIN).
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i gain13_lanes(__m256i gain, __m256i x) {
+  const __m256i hi = _mm256_set1_epi64x((int64_t{1} << 44) - 1), lo = _mm256_set1_epi64x(-(int64_t{1} << 44));
+  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
+  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
+  __m256i r[2];
+  const __m256i products[2] = {_mm256_mul_epi32(gain, x), _mm256_mul_epi32(gain, _mm256_srli_epi64(x, 32))};
+  for (int h = 0; h < 2; ++h) {
+    const __m256i p = products[h];
+    __m256i v = _mm256_srli_epi64(p, 13);
+    v = _mm256_blendv_epi8(v, max32, _mm256_cmpgt_epi64(p, hi));
+    r[h] = _mm256_blendv_epi8(v, min32, _mm256_cmpgt_epi64(lo, p));
+  }
+  return _mm256_blend_epi32(r[0], _mm256_slli_epi64(r[1], 32), 0xaa);
+}
+
+// The wet/dry mixes eight samples at a time.
+KAFX_TARGET_AVX2 void wet_dry_run_avx2(const early_reflector* e, int32_t* al, int32_t* ar, const int* in_left,
+                                       const int* in_right, int n) {
+  const __m256i wet = _mm256_set1_epi32(e->wet_gain), dry = _mm256_set1_epi32(e->dry_gain);
+  int i = 0;
+  for (; i + 8 <= n; i += 8) {
+    int32_t* acc[2] = {al + i, ar + i};
+    const int* in[2] = {in_left + i, in_right + i};
+    for (int c = 0; c < 2; ++c) {
+      const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(acc[c]));
+      const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in[c]));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc[c]), lanes::sat_add(gain13_lanes(wet, a), gain13_lanes(dry, x)));
+    }
+  }
+  wet_dry_run(e, al + i, ar + i, in_left + i, in_right + i, n - i);
+}
+#endif
+
+// After the pre-filters (al, ar): the rooms, the wet/dry mixes (`wet_dry`)
+// and both DC removers' recursions in one loop.
+template <void (*WetDry)(const early_reflector*, int32_t*, int32_t*, const int*, const int*, int)>
 void reflector_rest(early_reflector* e, int32_t* al, int32_t* ar, const int* in_left, const int* in_right,
                     int* out_left, int* out_right, int n) {
   reflector_rooms(e, al, ar, n);
-  // The mix, with both DC removers' recursions in one loop.
+  WetDry(e, al, ar, in_left, in_right, n);
   dc_remove* dl = e->dc_left;
   dc_remove* dr = e->dc_right;
   int64_t y1l = dl->y1, x1l = dl->x1, y1r = dr->y1, x1r = dr->x1;
   for (int i = 0; i < n; ++i) {
-    const int32_t l = reflector_wet_dry(e, al[i], in_left[i]);
-    const int32_t r = reflector_wet_dry(e, ar[i], in_right[i]);
-    out_left[i] = dc_remove_out24(dc_remove_tick<5>(y1l, x1l, l));
-    out_right[i] = dc_remove_out24(dc_remove_tick<5>(y1r, x1r, r));
+    out_left[i] = dc_remove_out24(dc_remove_tick<5>(y1l, x1l, al[i]));
+    out_right[i] = dc_remove_out24(dc_remove_tick<5>(y1r, x1r, ar[i]));
   }
   dl->y1 = y1l;
   dl->x1 = x1l;
