@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 
+#include "common/dispatch.h"
 #include "common/fixed_point.h"
 #include "kafx_proc/fixed_math.h"
 
@@ -44,6 +45,7 @@ inline constexpr int32_t kLnTopRaised = -45426;
 // [2^30, 2^31) and the logarithm y left by the shifts.
 [[gnu::always_inline]] inline int32_t log_q16_factors(uint32_t v, uint32_t y) {
   using namespace fixed_math_detail;
+  KAFX_UNROLL
   for (int k = 1; k <= 7; ++k) {
     const uint32_t t = v + (v >> k);
     // All ones when t < 2^31 (its top bit clear), else 0.
@@ -61,6 +63,7 @@ inline constexpr int32_t kLnTopRaised = -45426;
 using u32x4 = uint32_t __attribute__((vector_size(16)));
 [[gnu::always_inline]] inline u32x4 log_q16_factors(u32x4 v, u32x4 y) {
   using namespace fixed_math_detail;
+  KAFX_UNROLL
   for (int k = 1; k <= 7; ++k) {
     const u32x4 t = v + (v >> k);
     const u32x4 take = reinterpret_cast<u32x4>(t < 0x80000000u);  // lanes of all ones or 0

@@ -98,21 +98,23 @@ void transform(complex* bins, int n, int stride) {
     bins[g + 2] = v2;
     bins[g + 3] = v3;
   }
+  // The twiddles this transform uses (every stride-th), read in the stages
+  // below from this table rather than formed per group.
+  complex tw[kN / 2];
+  for (int t = 0; t < kN / 2; t += stride) tw[t] = twiddle(t);
+  // Later stages, group by group: in a group of 2 half values, pair j takes
+  // W^(j step); j = 0 is W = 1 and j = half / 2 is W^64 = -i (step * half is
+  // always 128).
   for (int half = 4; half < n; half <<= 1) {
     const int step = (n / 2) / half * stride;
-    for (int g = 0; g < n; g += 2 * half) butterfly(bins[g], bins[g + half], bins[g + half]);
-    for (int j = 1; j < half; ++j) {
-      const int t = j * step;  // 1 .. 127
-      if (t == kN / 4) {
-        for (int g = 0; g < n; g += 2 * half) {
-          const complex& b = bins[g + j + half];
-          butterfly(bins[g + j], bins[g + j + half], complex{b.im, -b.re});
-        }
-      } else {
-        const complex w = twiddle(t);
-        for (int g = 0; g < n; g += 2 * half)
-          butterfly(bins[g + j], bins[g + j + half], complex_mul_q28(bins[g + j + half], w));
-      }
+    const int quarter = half / 2;
+    for (int g = 0; g < n; g += 2 * half) {
+      complex* lo = &bins[g];
+      complex* hi = &bins[g + half];
+      butterfly(lo[0], hi[0], hi[0]);
+      for (int j = 1; j < quarter; ++j) butterfly(lo[j], hi[j], complex_mul_q28(hi[j], tw[j * step]));
+      butterfly(lo[quarter], hi[quarter], complex{hi[quarter].im, -hi[quarter].re});
+      for (int j = quarter + 1; j < half; ++j) butterfly(lo[j], hi[j], complex_mul_q28(hi[j], tw[j * step]));
     }
   }
 }
