@@ -74,6 +74,15 @@ using QuantileUpdate = void (*)(int16_t* quant, int16_t* density, const int16_t*
 extern const KernelVariants<QuantileUpdate> quantile_update_variants;
 void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len);
 
+// The synthesis loop over len points (nsx_core.cpp): synth gets
+// round(round(window real / 2^14) gain / 2^13) added (the windowed value
+// wrapped to 16 bits, the scaled one and the sum saturated to 16 bits; gain
+// Q13). The arrays are distinct.
+using SynthesisBlock = void (*)(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor,
+                                int len);
+extern const KernelVariants<SynthesisBlock> synthesis_block_variants;
+void synthesis_block(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor, int len);
+
 // One block. band_post = true is kedoNs_ProcessCore (input peak tracking,
 // prior from the band post-processing, click limiter); false runs the
 // reference suppressor alone with its own prior rule. inst must be

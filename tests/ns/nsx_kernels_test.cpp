@@ -109,3 +109,49 @@ TEST(NsxKernels, QuantileUpdateFollowsTheRule) {
 }
 
 }  // namespace
+
+namespace {
+
+// Full-range random values, then the extremes and one-off-the-extremes
+// repeated, so that the 16-bit wrap of the windowed value and both
+// saturation steps of the synthesis are reached.
+std::vector<int16_t> block_values(int len, unsigned seed) {
+  std::vector<int16_t> v = kafx_test::random_values<int16_t>(static_cast<size_t>(len), seed);
+  for (int i = 0; i < len; i += 5) v[i] = (i / 5) % 2 ? INT16_MIN : INT16_MAX;
+  for (int i = 3; i < len; i += 11) v[i] = static_cast<int16_t>(i % 2 ? -32767 : 32766);
+  for (int i = 7; i < len; i += 13) v[i] = 16384;
+  return v;
+}
+
+// The synthesis loop: every build against the baseline build at the two
+// analysis lengths and an odd one, with canaries.
+TEST(NsxKernels, SynthesisAgreesAcrossBuilds) {
+  using namespace kafx::nsx;
+  int compared = 0;
+  // Products on the rounding boundaries: window 1 with real +-8192 (mod
+  // 16384) and window 16384 (w = real) with real +-4096 (mod 8192).
+  constexpr int16_t kBoundaries[] = {8192, -8192, 24576, -24576, 4096, -4096, 12288, -12288, 4095, -4097};
+  for (int len : {256, 128, 37, 160}) {
+    std::vector<int16_t> window = block_values(len, 1u + len), real = block_values(len, 2u + len);
+    if (len == 160) {
+      for (int i = 0; i < len; ++i) {
+        window[i] = (i / 10) % 2 ? 16384 : 1;
+        real[i] = kBoundaries[i % 10];
+      }
+    }
+    const std::vector<int16_t> synth0 = block_values(len, 3u + len);
+    compared += kafx_test::for_each_variant(synthesis_block_variants, [&](SynthesisBlock fn, SynthesisBlock base) {
+      for (int gain : {8192, 0, 1, 3, 16384, 32767, -32768, -1, -3, 5000}) {
+        kafx_test::Guarded<int16_t> a(len), b(len);
+        std::copy(synth0.begin(), synth0.end(), a.v.begin());
+        std::copy(synth0.begin(), synth0.end(), b.v.begin());
+        base(window.data(), real.data(), a.data(), gain, len);
+        fn(window.data(), real.data(), b.data(), gain, len);
+        EXPECT_EQ(a.v, b.v) << "len " << len << " gain " << gain;
+      }
+    });
+  }
+  if (compared == 0) std::printf("only the baseline build runs here\n");
+}
+
+}  // namespace
