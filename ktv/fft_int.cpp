@@ -216,7 +216,10 @@ int fft_int_find_peaks(const int* level, int* peaks) {
   for (int i = 0; i < FFT_INT_MAX_PEAKS; ++i) peaks[i] = FFT_INT_NO_PEAK;
   for (int k = 1; k < FFT_INT_NO_PEAK; ++k) {
     const int v = level[k];
-    if (v <= level[k - 1] || v < level[k + 1] || v < FFT_INT_PEAK_MIN_LEVEL) continue;
+    // One branch for the three tests (each alone would be taken at random on
+    // a noisy spectrum).
+    const bool local_max = (v > level[k - 1]) & (v >= level[k + 1]) & (v >= FFT_INT_PEAK_MIN_LEVEL);
+    if (!local_max) continue;
     if (v - surround_level(level, k) < FFT_INT_PEAK_PROMINENCE) continue;
     // Insert by level, loudest first; the quietest falls off the end.
     int pos = n < FFT_INT_MAX_PEAKS ? n : FFT_INT_MAX_PEAKS - 1;
