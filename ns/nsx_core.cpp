@@ -157,7 +157,7 @@ typedef int16_t halves8 __attribute__((vector_size(16)));
   const lanes8 zero = {};
   // Selects as masks: every comparison gives -1 or 0 per lane. Each halving
   // of big (always even until 160) subtracts its half where the mask is set.
-  lanes8 big = zero + 5120;
+  lanes8 big = zero + static_cast<int32_t>(kFactorQ16 >> 9);  // 5120
   big -= (big >> 1) & (d >= 1024);
   big -= (big >> 1) & (d >= 2048);
   big -= (big >> 1) & (d >= 4096);
@@ -224,7 +224,7 @@ KAFX_TARGET_AVX2 void quantile_update16(int16_t* quant, int16_t* density, const 
   const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(quant));
   const __m256i d = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(density));
   const __m256i lm = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(lmagn));
-  __m256i big = _mm256_set1_epi16(5120);
+  __m256i big = _mm256_set1_epi16(static_cast<int16_t>(kFactorQ16 >> 9));
   for (int16_t threshold : {1023, 2047, 4095, 8191, 16383}) {
     const __m256i at_least = _mm256_cmpgt_epi16(d, _mm256_set1_epi16(threshold));
     big = _mm256_sub_epi16(big, _mm256_and_si256(_mm256_srli_epi16(big, 1), at_least));
