@@ -136,7 +136,7 @@ unsigned int BP_ns_app(BPInfo_tag* r, unsigned short* magn, unsigned int magn_su
   for (int i = 0; i < r->bin_count; i++) {
     uint32_t d = magn[i] > mean ? magn[i] - mean : mean - magn[i];
     int16_t v = static_cast<int16_t>(base + ln_q8(d));
-    if (v > 0) s += v;
+    s += v > 0 ? v : 0;
   }
   // Temporal feature: the spread of the recent input peaks.
   int32_t t = 0;
