@@ -125,8 +125,15 @@ template <int kVecs, int kRight>
 
 // One step of every lane on its input in[]: the section's arithmetic above.
 // kSplit: the band-split form (see run_split below) instead of a cascade.
-template <int kVecs, bool kMasked, bool kSplit>
+// kScaled: lanes hand on a section's y with its low five bits cleared (its
+// output y >> 5, times 32) and take what they are handed as their x0 as it
+// is: shl_sat<5>(y >> 5) never saturates, since |y >> 5| <= 2^26. The
+// channel's sample then enters as shl_sat<5>(x) and leaves shifted back,
+// which needs a working section in the channel's last lane (a cascade's
+// layout); bypass lanes hand on their input in either form.
+template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, const __m256i* in, int t, int n) {
+  static_assert(!(kSplit && kScaled), "the band split hands on remainders");
   const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
   const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
   const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
@@ -134,7 +141,7 @@ template <int kVecs, bool kMasked, bool kSplit>
   KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
-    const __m256i x0 = lanes::shl_sat<5>(v);
+    const __m256i x0 = kScaled ? v : lanes::shl_sat<5>(v);
     // The terms of the history first: only the newest input's product is
     // on the path from one lane to the next (the sum wraps, so the order
     // does not change it).
@@ -146,7 +153,9 @@ template <int kVecs, bool kMasked, bool kSplit>
     y = _mm256_blendv_epi8(y, max32, _mm256_cmpgt_epi64(acc, acc_hi));
     y = _mm256_blendv_epi8(y, min32, _mm256_cmpgt_epi64(acc_lo, acc));
     y = lanes::flush_m1(y);
-    const __m256i o = _mm256_blendv_epi8(_mm256_srai_epi32(y, 5), v, w.bypass[j]);
+    const __m256i o =
+        _mm256_blendv_epi8(kScaled ? _mm256_and_si256(y, _mm256_set1_epi32(~31)) : _mm256_srai_epi32(y, 5), v,
+                           w.bypass[j]);
     // What the lane hands on: its output, or in the band split the
     // remainder v - o saturated to 32 bits.
     __m256i hand = o;
@@ -240,19 +249,22 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
   Wavefront<kVecs> w;
   load_lanes(map, words, w);
   for (int t = 0; t < n + kLast; ++t) {
-    const int32_t l = t < n ? xl[t] : 0;
-    const int32_t r = kRight > 0 && t < n ? xr[t] : 0;
+    // A cascade runs in the scaled form (see wave_step).
+    constexpr bool kScaled = !kSplit;
+    const auto enter = [](int32_t x) { return kScaled ? shl_sat<5>(x) : x; };
+    const int32_t l = t < n ? enter(xl[t]) : 0;
+    const int32_t r = kRight > 0 && t < n ? enter(xr[t]) : 0;
     __m256i in[kVecs];
     route_chain<kVecs, kRight>(w, l, r, in);
     if (t >= kLast && t < n) {
-      wave_step<kVecs, false, kSplit>(w, in, t, n);
+      wave_step<kVecs, false, kSplit, kScaled>(w, in, t, n);
     } else {
-      wave_step<kVecs, true, kSplit>(w, in, t, n);
+      wave_step<kVecs, true, kSplit, kScaled>(w, in, t, n);
     }
     if constexpr (!kSplit) {
       if (t >= kLast) {
-        yl[t - kLast] = _mm256_extract_epi32(w.out[kLast / 4], 2 * (kLast % 4));
-        if constexpr (kRight > 0) yr[t - kLast] = _mm256_extract_epi32(w.out[kVecs - 1], 6);
+        yl[t - kLast] = _mm256_extract_epi32(w.out[kLast / 4], 2 * (kLast % 4)) >> 5;
+        if constexpr (kRight > 0) yr[t - kLast] = _mm256_extract_epi32(w.out[kVecs - 1], 6) >> 5;
       }
     }
   }
