@@ -18,6 +18,7 @@
 #include "common/fixed_point.h"
 
 #include "common/lanes_avx2.h"
+#include "common/lanes_transpose_avx2.h"
 #include "common/reverb_kernels.h"
 
 using namespace kafx;
@@ -46,28 +47,6 @@ constexpr int kChunk = 256;
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i q13(__m256i even_product, __m256i odd_product) {
   const __m256i v = _mm256_blend_epi32(_mm256_srli_epi64(even_product, 13), _mm256_slli_epi64(odd_product, 19), 0xaa);
   return lanes::flush_m1(v);
-}
-
-// Transposes an 8 x 8 block of words held as eight rows (its own inverse).
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void transpose8(__m256i* r) {
-  __m256i t[8], u[8];
-  KAFX_UNROLL
-  for (int k = 0; k < 8; k += 2) {
-    t[k] = _mm256_unpacklo_epi32(r[k], r[k + 1]);
-    t[k + 1] = _mm256_unpackhi_epi32(r[k], r[k + 1]);
-  }
-  KAFX_UNROLL
-  for (int k = 0; k < 8; k += 4) {
-    u[k] = _mm256_unpacklo_epi64(t[k], t[k + 2]);
-    u[k + 1] = _mm256_unpackhi_epi64(t[k], t[k + 2]);
-    u[k + 2] = _mm256_unpacklo_epi64(t[k + 1], t[k + 3]);
-    u[k + 3] = _mm256_unpackhi_epi64(t[k + 1], t[k + 3]);
-  }
-  KAFX_UNROLL
-  for (int k = 0; k < 4; ++k) {
-    r[k] = _mm256_permute2x128_si256(u[k], u[k + 4], 0x20);
-    r[k + 4] = _mm256_permute2x128_si256(u[k], u[k + 4], 0x31);
-  }
 }
 
 // The loop words of eight combs over a run of n frames, copied to and from
@@ -111,13 +90,13 @@ struct CombColumns {
       if constexpr (kToRows) {
         KAFX_UNROLL
         for (int k = 0; k < kCombs; ++k) r[k] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(word(k, i)));
-        transpose8(r);
+        lanes::transpose8(r);
         KAFX_UNROLL
         for (int j = 0; j < 8; ++j) _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i + j]), r[j]);
       } else {
         KAFX_UNROLL
         for (int j = 0; j < 8; ++j) r[j] = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i + j]));
-        transpose8(r);
+        lanes::transpose8(r);
         KAFX_UNROLL
         for (int k = 0; k < kCombs; ++k) _mm256_storeu_si256(reinterpret_cast<__m256i*>(word(k, i)), r[k]);
       }

@@ -25,6 +25,7 @@
 #include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
+#include "common/lanes_transpose_avx2.h"
 #include "common/reverb_kernels.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/biquad_sections_avx2.h"
@@ -443,24 +444,6 @@ void wet_dry_run(const early_reflector* e, int32_t* al, int32_t* ar, const int* 
 }
 
 #if KAFX_AVX2_VARIANTS
-// Lane-wise gain13 of eight samples: the 64-bit products of the even and
-// the odd lanes shifted by 13 and saturated to int32 (a product at or above
-// 2^44 gives INT32_MAX, one below -2^44 INT32_MIN).
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i gain13_lanes(__m256i gain, __m256i x) {
-  const __m256i hi = _mm256_set1_epi64x((int64_t{1} << 44) - 1), lo = _mm256_set1_epi64x(-(int64_t{1} << 44));
-  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
-  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
-  __m256i r[2];
-  const __m256i products[2] = {_mm256_mul_epi32(gain, x), _mm256_mul_epi32(gain, _mm256_srli_epi64(x, 32))};
-  for (int h = 0; h < 2; ++h) {
-    const __m256i p = products[h];
-    __m256i v = _mm256_srli_epi64(p, 13);
-    v = _mm256_blendv_epi8(v, max32, _mm256_cmpgt_epi64(p, hi));
-    r[h] = _mm256_blendv_epi8(v, min32, _mm256_cmpgt_epi64(lo, p));
-  }
-  return _mm256_blend_epi32(r[0], _mm256_slli_epi64(r[1], 32), 0xaa);
-}
-
 // The wet/dry mixes eight samples at a time.
 KAFX_TARGET_AVX2 void wet_dry_run_avx2(const early_reflector* e, int32_t* al, int32_t* ar, const int* in_left,
                                        const int* in_right, int n) {
@@ -472,7 +455,8 @@ KAFX_TARGET_AVX2 void wet_dry_run_avx2(const early_reflector* e, int32_t* al, in
     for (int c = 0; c < 2; ++c) {
       const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(acc[c]));
       const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in[c]));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc[c]), lanes::sat_add(gain13_lanes(wet, a), gain13_lanes(dry, x)));
+      const __m256i sum = lanes::sat_add(lanes::gain_shr_sat<13>(wet, a), lanes::gain_shr_sat<13>(dry, x));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc[c]), sum);
     }
   }
   wet_dry_run(e, al + i, ar + i, in_left + i, in_right + i, n - i);
