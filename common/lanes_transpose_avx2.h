@@ -37,25 +37,26 @@ namespace kafx::lanes {
   }
 }
 
-// shr_sat<Shift>(g * x) for eight samples: the 64-bit products of the even
-// and the odd lanes shifted right and saturated (a product at or above
-// 2^(31 + Shift) gives INT32_MAX, one below -2^(31 + Shift) INT32_MIN).
+// shr_sat<Shift> of the 64-bit value of each 64-bit lane, in the lane's low
+// 32 bits (a value at or above 2^(31 + Shift) gives INT32_MAX, one below
+// -2^(31 + Shift) INT32_MIN).
 template <int Shift>
-[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i gain_shr_sat(__m256i gain, __m256i x) {
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i product_shr_sat(__m256i p) {
   const __m256i hi = _mm256_set1_epi64x((int64_t{1} << (31 + Shift)) - 1);
   const __m256i lo = _mm256_set1_epi64x(-(int64_t{1} << (31 + Shift)));
-  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
-  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
-  __m256i r[2];
-  const __m256i products[2] = {_mm256_mul_epi32(gain, x), _mm256_mul_epi32(gain, _mm256_srli_epi64(x, 32))};
-  KAFX_UNROLL
-  for (int h = 0; h < 2; ++h) {
-    const __m256i p = products[h];
-    __m256i v = _mm256_srli_epi64(p, Shift);
-    v = _mm256_blendv_epi8(v, max32, _mm256_cmpgt_epi64(p, hi));
-    r[h] = _mm256_blendv_epi8(v, min32, _mm256_cmpgt_epi64(lo, p));
-  }
-  return _mm256_blend_epi32(r[0], _mm256_slli_epi64(r[1], 32), 0xaa);
+  __m256i v = _mm256_srli_epi64(p, Shift);
+  v = _mm256_blendv_epi8(v, _mm256_set1_epi64x(INT32_MAX), _mm256_cmpgt_epi64(p, hi));
+  return _mm256_blendv_epi8(v, _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN))),
+                            _mm256_cmpgt_epi64(lo, p));
+}
+
+// shr_sat<Shift>(g * x) for eight samples: the 64-bit products of the even
+// and the odd lanes, each through product_shr_sat.
+template <int Shift>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i gain_shr_sat(__m256i gain, __m256i x) {
+  const __m256i even = product_shr_sat<Shift>(_mm256_mul_epi32(gain, x));
+  const __m256i odd = product_shr_sat<Shift>(_mm256_mul_epi32(gain, _mm256_srli_epi64(x, 32)));
+  return _mm256_blend_epi32(even, _mm256_slli_epi64(odd, 32), 0xaa);
 }
 
 }  // namespace kafx::lanes

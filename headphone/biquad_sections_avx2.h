@@ -16,6 +16,7 @@
 
 #include "common/biquad.h"
 #include "common/lanes_avx2.h"
+#include "common/lanes_transpose_avx2.h"
 
 #if KAFX_AVX2_VARIANTS
 #include <immintrin.h>
@@ -56,20 +57,13 @@ struct SectionLanes {
 
   // One sample per lane from the inputs x 32 (x0); returns y >> 5 per lane.
   [[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i step(__m256i x0) {
-    const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
-    const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
     // The sum wraps, so its order does not change it: the term of the
     // newest output comes last, so that only one multiply and one add lie
     // on the recursion's path from one step to the next.
     const __m256i rest = _mm256_add_epi64(_mm256_add_epi64(_mm256_mul_epi32(b0, x0), _mm256_mul_epi32(b1, x1)),
                                           _mm256_add_epi64(_mm256_mul_epi32(b2, x2), _mm256_mul_epi32(a2, y2)));
     const __m256i acc = _mm256_add_epi64(rest, _mm256_mul_epi32(a1, y1));
-    // acc >> 28 in the lane's low 32 bits when it fits; the limits when not.
-    __m256i y = _mm256_srli_epi64(acc, 28);
-    y = _mm256_blendv_epi8(y, _mm256_set1_epi64x(INT32_MAX), _mm256_cmpgt_epi64(acc, acc_hi));
-    y = _mm256_blendv_epi8(y, _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN))),
-                           _mm256_cmpgt_epi64(acc_lo, acc));
-    y = lanes::flush_m1(y);
+    const __m256i y = lanes::flush_m1(lanes::product_shr_sat<28>(acc));
     x2 = x1;
     x1 = x0;
     y2 = y1;

@@ -277,17 +277,23 @@ KAFX_TARGET_AVX2 void crossfeed_chunk_avx2(crossfeed_network* c, const int* in_l
   int32_t* direct_x0[4] = {&s.x0[0], &s.x0[1], &s.x0[4], &s.x0[5]};
   int32_t* cross_x0[4] = {&s.x0[2], &s.x0[3], &unused, &unused};
   SectionLanes direct(direct_of), cross(cross_of);
-  // Lane i's output in word 2i: (direct left, direct right, high left,
-  // high right) and (cross left, cross right).
-  alignas(32) int32_t od[kChunk][8], oc[kChunk][8];
-  // The mixes of a sample run in the loop, off the recursions' paths (the
-  // outputs may be the inputs: the sample has been read).
-  const int32_t gain = c->gain;
+  // Lane outputs: (direct left, direct right, high left, high right) and
+  // (cross left, cross right). The mixes of a sample run in lanes 0 and 1
+  // (left, right) inside the loop, off the recursions' paths (the outputs may
+  // be the inputs: the sample has been read):
+  //   direct + sat((gain * other cross) >> 13) + sat((gain * high) >> 15),
+  // the sums saturating in that order.
+  const __m256i gain = _mm256_set1_epi32(c->gain);
   for (int i = 0; i < n; ++i) {
-    lanes_store(od[i], direct.step(lanes::shl_sat<5>(lanes_abab(in_left[i], in_right[i]))));
-    lanes_store(oc[i], cross.step(lanes::shl_sat<5>(lanes_abab(xl[i], xr[i]))));
-    out_left[i] = crossfeed_mix(gain, od[i][0], oc[i][2], od[i][4]);
-    out_right[i] = crossfeed_mix(gain, od[i][2], oc[i][0], od[i][6]);
+    const __m256i d = direct.step(lanes::shl_sat<5>(lanes_abab(in_left[i], in_right[i])));
+    const __m256i x = cross.step(lanes::shl_sat<5>(lanes_abab(xl[i], xr[i])));
+    const __m256i other = _mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 2, 0, 1));
+    const __m256i high = _mm256_permute4x64_epi64(d, _MM_SHUFFLE(3, 2, 3, 2));
+    const __m256i fed = lanes::product_shr_sat<13>(_mm256_mul_epi32(gain, other));
+    const __m256i band = lanes::product_shr_sat<15>(_mm256_mul_epi32(gain, high));
+    const __m256i mixed = lanes::sat_add(lanes::sat_add(d, fed), band);
+    out_left[i] = _mm256_cvtsi256_si32(mixed);
+    out_right[i] = _mm256_extract_epi32(mixed, 2);
   }
   direct.store(direct_of, direct_x0);
   cross.store(cross_of, cross_x0);
