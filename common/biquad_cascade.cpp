@@ -2,6 +2,8 @@
 // section references and the AVX2 wavefront (see common/biquad_cascade.h).
 #include "common/biquad_cascade.h"
 
+#include <type_traits>
+
 #include "common/biquad.h"
 #include "common/lanes_avx2.h"
 
@@ -392,7 +394,9 @@ KAFX_TARGET_AVX2 void split_wavefront(IIR_t* const* left, const int32_t* l, uint
 // output of the same lane of the vector below. Vector j works on sample
 // t - j at step t; stage k's low band leaves the A lanes of vector 2k + 1,
 // the last high band the B lanes of the top vector.
-template <int kStages>
+// kScaled (see wave_step) when every section works: each band then leaves
+// a working section.
+template <int kStages, bool kScaled>
 KAFX_TARGET_AVX2 void crossover_lanes(const CrossoverStage* left, const CrossoverStage* right, int32_t* xl,
                                       int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
   constexpr int kVecs = 2 * kStages;
@@ -412,8 +416,8 @@ KAFX_TARGET_AVX2 void crossover_lanes(const CrossoverStage* left, const Crossove
   Wavefront<kVecs> w;
   load_lanes(map, words, w);
   for (int t = 0; t < n + kLast; ++t) {
-    const int32_t l = t < n ? xl[t] : 0;
-    const int32_t r = t < n ? xr[t] : 0;
+    const int32_t l = t < n ? (kScaled ? shl_sat<5>(xl[t]) : xl[t]) : 0;
+    const int32_t r = t < n ? (kScaled ? shl_sat<5>(xr[t]) : xr[t]) : 0;
     __m256i in[kVecs];
     in[0] = _mm256_setr_epi64x(l, l, r, r);
     KAFX_UNROLL
@@ -421,21 +425,22 @@ KAFX_TARGET_AVX2 void crossover_lanes(const CrossoverStage* left, const Crossove
       in[j] = j % 2 != 0 ? w.out[j - 1] : _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 1, 1));
     }
     if (t >= kLast && t < n) {
-      wave_step<kVecs, false, false>(w, in, t, n);
+      wave_step<kVecs, false, false, kScaled>(w, in, t, n);
     } else {
-      wave_step<kVecs, true, false>(w, in, t, n);
+      wave_step<kVecs, true, false, kScaled>(w, in, t, n);
     }
+    constexpr int kBack = kScaled ? 5 : 0;
     KAFX_UNROLL
     for (int k = 0; k < kStages; ++k) {
       const int i = t - (2 * k + 1);
       if (i >= 0 && i < n) {
-        low_l[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 0);
-        low_r[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 4);
+        low_l[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 0) >> kBack;
+        low_r[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 4) >> kBack;
       }
     }
     if (t >= kLast) {
-      xl[t - kLast] = _mm256_extract_epi32(w.out[kLast], 2);
-      xr[t - kLast] = _mm256_extract_epi32(w.out[kLast], 6);
+      xl[t - kLast] = _mm256_extract_epi32(w.out[kLast], 2) >> kBack;
+      xr[t - kLast] = _mm256_extract_epi32(w.out[kLast], 6) >> kBack;
     }
   }
   store_lanes(map, words, w);
@@ -445,11 +450,23 @@ KAFX_TARGET_AVX2 void crossover_wavefront(const CrossoverStage* left, const Cros
                                           int32_t* xl, int32_t* xr, int32_t* const* low_l, int32_t* const* low_r,
                                           int n) {
   if (n <= 0) return;
-  switch (stages) {
-    case 1: crossover_lanes<1>(left, right, xl, xr, low_l, low_r, n); return;
-    case 2: crossover_lanes<2>(left, right, xl, xr, low_l, low_r, n); return;
-    case 3: crossover_lanes<3>(left, right, xl, xr, low_l, low_r, n); return;
-    default: crossover_stagewise(left, right, stages, xl, xr, low_l, low_r, n); return;
+  bool working = true;
+  for (int k = 0; k < stages; ++k)
+    for (int s = 0; s < 2; ++s)
+      working = working && left[k].a[s]->status != 0 && left[k].b[s]->status != 0 && right[k].a[s]->status != 0 &&
+                right[k].b[s]->status != 0;
+  const auto run = [&](auto scaled) {
+    switch (stages) {
+      case 1: crossover_lanes<1, scaled>(left, right, xl, xr, low_l, low_r, n); return;
+      case 2: crossover_lanes<2, scaled>(left, right, xl, xr, low_l, low_r, n); return;
+      case 3: crossover_lanes<3, scaled>(left, right, xl, xr, low_l, low_r, n); return;
+      default: crossover_stagewise(left, right, stages, xl, xr, low_l, low_r, n); return;
+    }
+  };
+  if (working) {
+    run(std::true_type{});
+  } else {
+    run(std::false_type{});
   }
 }
 

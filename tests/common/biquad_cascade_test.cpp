@@ -168,12 +168,18 @@ TEST(BiquadCascade, BandSplitVariantsMatchTheDefinition) {
 // two branches through the exported section, sample by sample, the next
 // stage fed the high branch), and the other builds equal the reference in
 // every band and final state, for 1 to 4 stages (4 runs past the
-// wavefront's limit), switched-off sections included.
+// wavefront's limit), with every section on and with some switched off.
 TEST(BiquadCascade, CrossoverChainVariantsMatchTheDefinition) {
   struct Chain {
     Cascade l, r;
     std::vector<kafx::CrossoverStage> sl, sr;
-    Chain(int stages, unsigned seed, bool wild) : l(4 * stages, seed, wild), r(4 * stages, seed + 1, wild) { bind(); }
+    Chain(int stages, unsigned seed, bool wild, bool all_on = false)
+        : l(4 * stages, seed, wild), r(4 * stages, seed + 1, wild) {
+      if (all_on)
+        for (Cascade* c : {&l, &r})
+          for (IIR_t& f : c->s) f.status = 1;
+      bind();
+    }
     Chain(const Chain& o) : l(o.l), r(o.r) { bind(); }
     void bind() {
       for (size_t k = 0; 4 * k < l.s.size(); ++k) {
@@ -218,39 +224,41 @@ TEST(BiquadCascade, CrossoverChainVariantsMatchTheDefinition) {
     unsigned seed = 700;
     for (int stages : {1, 2, 3, 4})
       for (bool wild : {false, true})
-        for (int n : {0, 1, 5, 6, 17, 241}) {
-          seed += 10;
-          Chain a(stages, seed, wild), b(a);
-          const std::vector<int32_t> xl = random_values<int32_t>(static_cast<size_t>(n), seed + 5);
-          const std::vector<int32_t> xr = random_values<int32_t>(static_cast<size_t>(n), seed + 6, -(1 << 24), 1 << 24);
-          Guarded<int32_t> al(n), ar(n), bl(n), br(n);
-          std::vector<Guarded<int32_t>> lows;
-          for (int k = 0; k < 4 * stages; ++k) lows.emplace_back(n);
-          std::vector<int32_t*> la, ra, lb, rb;
-          for (int k = 0; k < stages; ++k) {
-            la.push_back(lows[4 * k].data()), ra.push_back(lows[4 * k + 1].data());
-            lb.push_back(lows[4 * k + 2].data()), rb.push_back(lows[4 * k + 3].data());
+        for (int n : {0, 1, 5, 6, 17, 241})
+          for (bool all_on : {false, true}) {
+            seed += 10;
+            Chain a(stages, seed, wild, all_on), b(a);
+            const std::vector<int32_t> xl = random_values<int32_t>(static_cast<size_t>(n), seed + 5);
+            const std::vector<int32_t> xr = random_values<int32_t>(static_cast<size_t>(n), seed + 6, -(1 << 24), 1 << 24);
+            Guarded<int32_t> al(n), ar(n), bl(n), br(n);
+            std::vector<Guarded<int32_t>> lows;
+            for (int k = 0; k < 4 * stages; ++k) lows.emplace_back(n);
+            std::vector<int32_t*> la, ra, lb, rb;
+            for (int k = 0; k < stages; ++k) {
+              la.push_back(lows[4 * k].data()), ra.push_back(lows[4 * k + 1].data());
+              lb.push_back(lows[4 * k + 2].data()), rb.push_back(lows[4 * k + 3].data());
+            }
+            std::copy(xl.begin(), xl.end(), al.data());
+            std::copy(xl.begin(), xl.end(), bl.data());
+            std::copy(xr.begin(), xr.end(), ar.data());
+            std::copy(xr.begin(), xr.end(), br.data());
+            for (int pass = 0; pass < 2; ++pass) {
+              base(a.sl.data(), a.sr.data(), stages, al.data(), ar.data(), la.data(), ra.data(), n);
+              fn(b.sl.data(), b.sr.data(), stages, bl.data(), br.data(), lb.data(), rb.data(), n);
+            }
+            SCOPED_TRACE(testing::Message() << stages << " stages, n " << n << (wild ? " wild" : "")
+                                            << (all_on ? " every section on" : ""));
+            EXPECT_EQ(al.v, bl.v);
+            EXPECT_EQ(ar.v, br.v);
+            for (int k = 0; k < stages; ++k) {
+              EXPECT_EQ(lows[4 * k].v, lows[4 * k + 2].v) << "left low " << k;
+              EXPECT_EQ(lows[4 * k + 1].v, lows[4 * k + 3].v) << "right low " << k;
+            }
+            bool intact = bl.guards_intact() && br.guards_intact();
+            for (auto& g : lows) intact = intact && g.guards_intact();
+            EXPECT_TRUE(intact);
+            EXPECT_TRUE(a.same_state(b));
           }
-          std::copy(xl.begin(), xl.end(), al.data());
-          std::copy(xl.begin(), xl.end(), bl.data());
-          std::copy(xr.begin(), xr.end(), ar.data());
-          std::copy(xr.begin(), xr.end(), br.data());
-          for (int pass = 0; pass < 2; ++pass) {
-            base(a.sl.data(), a.sr.data(), stages, al.data(), ar.data(), la.data(), ra.data(), n);
-            fn(b.sl.data(), b.sr.data(), stages, bl.data(), br.data(), lb.data(), rb.data(), n);
-          }
-          SCOPED_TRACE(testing::Message() << stages << " stages, n " << n << (wild ? " wild" : ""));
-          EXPECT_EQ(al.v, bl.v);
-          EXPECT_EQ(ar.v, br.v);
-          for (int k = 0; k < stages; ++k) {
-            EXPECT_EQ(lows[4 * k].v, lows[4 * k + 2].v) << "left low " << k;
-            EXPECT_EQ(lows[4 * k + 1].v, lows[4 * k + 3].v) << "right low " << k;
-          }
-          bool intact = bl.guards_intact() && br.guards_intact();
-          for (auto& g : lows) intact = intact && g.guards_intact();
-          EXPECT_TRUE(intact);
-          EXPECT_TRUE(a.same_state(b));
-        }
   });
   EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
 }
