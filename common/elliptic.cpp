@@ -12,8 +12,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/lifecycle.h"
+#include "common/elliptic_block.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -35,6 +36,56 @@ inline int32_t elliptic_step(const int32_t* c, int32_t* s, int32_t in) {
 }
 
 }  // namespace
+
+namespace kafx {
+
+// The 13-term sum splits into the feed-forward part (b0..b6 on the inputs),
+// which has no recursion and is formed for a whole chunk first, and the
+// feedback part (a1..a6 on the outputs), the only serial one. The 64-bit sum
+// wraps, so the order of its terms does not change it. The histories live
+// in local arrays, oldest first.
+void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
+  if (n <= 0) return;
+  const int32_t* c = e->coefficients;
+  int32_t* s = e->state;
+  constexpr int kChunk = 64;
+  int32_t x[6 + kChunk], y[6 + kChunk];
+  uint64_t ff[kChunk];
+  for (int k = 0; k < 6; ++k) {
+    x[k] = s[6 - k];   // x[n-6] .. x[n-1]
+    y[k] = s[12 - k];  // y[n-6] .. y[n-1]
+  }
+  int64_t sum = 0;
+  for (int done = 0; done < n;) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    for (int i = 0; i < m; ++i) x[6 + i] = wrap_shl<5>(in[done + i]);
+    for (int i = 0; i < m; ++i) {
+      uint64_t acc = 0;
+      for (int k = 0; k <= 6; ++k) acc += static_cast<uint64_t>(static_cast<int64_t>(c[k]) * x[6 + i - k]);
+      ff[i] = acc;
+    }
+    for (int i = 0; i < m; ++i) {
+      uint64_t acc = ff[i];
+      for (int k = 1; k <= 6; ++k) acc += static_cast<uint64_t>(static_cast<int64_t>(c[6 + k]) * y[6 + i - k]);
+      sum = static_cast<int64_t>(acc);
+      const int32_t v = flush_m1(static_cast<int32_t>(sum >> 20));
+      y[6 + i] = v;
+      out[done + i] = flush_m1(v >> 5);
+    }
+    for (int k = 0; k < 6; ++k) {
+      x[k] = x[m + k];
+      y[k] = y[m + k];
+    }
+    done += m;
+  }
+  for (int k = 0; k < 6; ++k) {
+    s[6 - k] = x[k];
+    s[12 - k] = y[k];
+  }
+  s[0] = static_cast<int32_t>(sum & 0x1fff);  // the parked low bits of the last sum
+}
+
+}  // namespace kafx
 
 extern "C" {
 
@@ -61,13 +112,9 @@ void elliptic_end(elliptic* e) {
 void elliptic_process(elliptic* e, int* in, int* out) { *out = elliptic_step(e->coefficients, e->state, *in); }
 
 void remove_high_freq_process(elliptic* e, int* in, int* out, int count) {
-  const int32_t* c = e->coefficients;
-  int32_t* s = e->state;
-  for (int i = 0; i < count; ++i) {
-    // The quarter-level input is left in the caller's buffer.
-    in[i] = flush_m1(in[i] >> 2);
-    out[i] = elliptic_step(c, s, in[i]);
-  }
+  // The quarter-level input is left in the caller's buffer.
+  for (int i = 0; i < count; ++i) in[i] = flush_m1(in[i] >> 2);
+  kafx::elliptic_block(e, in, out, count);
 }
 
 }  // extern "C"

@@ -2,8 +2,9 @@
 // elliptic band-pass, sample by sample on 24-bit working samples.
 #include "kafx_proc/gramophone.h"
 
-#include "common/lifecycle.h"
+#include "common/elliptic_block.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -70,10 +71,9 @@ void overdrive_process(int* in, int* out) { *out = overdrive(*in); }
 void bit_shift_porocess(int* in, int* out) { *out = roughen(*in); }
 
 void gramophone_process(gramophone* g, int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) {
-    int s = roughen(overdrive(in[i]));
-    elliptic_process(g->filter, &s, &out[i]);
-  }
+  if (count <= 0) return;
+  for (int i = 0; i < count; ++i) out[i] = roughen(overdrive(in[i]));
+  kafx::elliptic_block(g->filter, out, out, count);
 }
 
 }  // extern "C"

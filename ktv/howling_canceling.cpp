@@ -16,8 +16,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/lifecycle.h"
+#include "common/elliptic_block.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 #include "kafx_proc/dc_remove.h"
 #include "kafx_proc/elliptic.h"
 #include "kafx_proc/fft_int.h"
@@ -475,12 +476,12 @@ void howling_canceling_process(howlingCancel* h, int* in, int* out, int count) {
     const int n = count - i < HOWLING_HOP - w->hop_fill ? count - i : HOWLING_HOP - w->hop_fill;
     int32_t* y = w->segment;
     do_dc_remove_process(&w->dc, &in[i], y, n);
-    for (int j = 0; j < n; ++j) {
-      int a = y[j];
-      int lp = 0;
-      elliptic_process(&w->lowpass, &a, &lp);
-      w->ring[w->ring_pos] = lp;
-      w->ring_pos = (w->ring_pos + 1) & (FFT_INT_SIZE - 1);
+    // The analysis low-pass into the ring, in stretches that do not wrap.
+    for (int j = 0; j < n;) {
+      const int m = n - j < FFT_INT_SIZE - w->ring_pos ? n - j : FFT_INT_SIZE - w->ring_pos;
+      kafx::elliptic_block(&w->lowpass, &y[j], &w->ring[w->ring_pos], m);
+      w->ring_pos = (w->ring_pos + m) & (FFT_INT_SIZE - 1);
+      j += m;
     }
     int64_t energy = w->energy;
     for (int j = 0; j < n; ++j) {

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
+#include "common/elliptic_block.h"
 #include "support/sequences.h"
 #include "support/variants.h"
 
@@ -123,4 +125,28 @@ TEST(Elliptic, ResetNewTableEndAndBufferForm) {
   remove_high_freq_process(&a, buf.data(), out.data(), 0);  // count 0: nothing
   EXPECT_EQ(buf, quarter);
   elliptic_end(&a);
+}
+
+// The block form against the per-sample function: outputs and all thirteen
+// state words (the parked low bits of the last sum included), over runs that
+// cross its internal chunks, in place, with wild coefficients and inputs.
+TEST(Elliptic, BlockFormEqualsPerSampleSteps) {
+  for (unsigned trial = 0; trial < 6; ++trial) {
+    const Seq coef = trial == 0 ? Seq(kBandPass, kBandPass + 13) : kafx_test::random_values<int>(13, 300 + trial);
+    elliptic a, b;
+    elliptic_init(&a, coef.data());
+    elliptic_init(&b, coef.data());
+    for (int len : {1, 0, 63, 64, 65, 200, 7}) {
+      const size_t n = static_cast<size_t>(len);
+      const Seq in = trial == 0 ? kafx_test::random_values<int>(n, trial + n, -8388608, 8388607)
+                                : kafx_test::random_values<int>(n, trial + n);
+      const Seq want = run(&a, in);
+      Seq got = in;
+      kafx::elliptic_block(&b, got.data(), got.data(), len);
+      ASSERT_EQ(got, want) << "trial " << trial << " run " << len;
+      ASSERT_EQ(std::memcmp(a.state, b.state, 13 * sizeof(int32_t)), 0) << "trial " << trial << " run " << len;
+    }
+    elliptic_end(&a);
+    elliptic_end(&b);
+  }
 }
