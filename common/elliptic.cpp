@@ -46,7 +46,9 @@ namespace kafx {
 // in local arrays, oldest first.
 void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
   if (n <= 0) return;
-  const int32_t* c = e->coefficients;
+  int64_t b[7], a[7];  // a[1..6]
+  for (int k = 0; k < 7; ++k) b[k] = e->coefficients[k];
+  for (int k = 1; k < 7; ++k) a[k] = e->coefficients[6 + k];
   int32_t* s = e->state;
   constexpr int kChunk = 64;
   int32_t x[6 + kChunk], y[6 + kChunk];
@@ -55,19 +57,22 @@ void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
     x[k] = s[6 - k];   // x[n-6] .. x[n-1]
     y[k] = s[12 - k];  // y[n-6] .. y[n-1]
   }
+  const auto term = [](int64_t c, int32_t v) { return static_cast<uint64_t>(c * v); };
   int64_t sum = 0;
   for (int done = 0; done < n;) {
     const int m = n - done < kChunk ? n - done : kChunk;
     for (int i = 0; i < m; ++i) x[6 + i] = wrap_shl<5>(in[done + i]);
     for (int i = 0; i < m; ++i) {
-      uint64_t acc = 0;
-      for (int k = 0; k <= 6; ++k) acc += static_cast<uint64_t>(static_cast<int64_t>(c[k]) * x[6 + i - k]);
-      ff[i] = acc;
+      const int32_t* h = &x[6 + i];  // h[0] = x[n], h[-k] = x[n-k]
+      ff[i] = term(b[0], h[0]) + term(b[1], h[-1]) + term(b[2], h[-2]) + term(b[3], h[-3]) + term(b[4], h[-4]) +
+              term(b[5], h[-5]) + term(b[6], h[-6]);
     }
     for (int i = 0; i < m; ++i) {
-      uint64_t acc = ff[i];
-      for (int k = 1; k <= 6; ++k) acc += static_cast<uint64_t>(static_cast<int64_t>(c[6 + k]) * y[6 + i - k]);
-      sum = static_cast<int64_t>(acc);
+      const int32_t* h = &y[6 + i];  // h[-k] = y[n-k]
+      // y[n-1]'s term last: only it waits for the previous output.
+      const uint64_t acc = ff[i] + term(a[2], h[-2]) + term(a[3], h[-3]) + term(a[4], h[-4]) + term(a[5], h[-5]) +
+                           term(a[6], h[-6]);
+      sum = static_cast<int64_t>(acc + term(a[1], h[-1]));
       const int32_t v = flush_m1(static_cast<int32_t>(sum >> 20));
       y[6 + i] = v;
       out[done + i] = flush_m1(v >> 5);
