@@ -160,16 +160,7 @@ void iircomber_setfeedback(iircomber* c, int feedback) { c->feedback = feedback;
 void iircomber_getfeedback(iircomber* c, int* feedback) { *feedback = c->feedback; }
 
 int iircomber_process(int x, iircomber* c) {
-  const int32_t w = c->buffer[c->index];
-  int64_t acc = wrap_add64(static_cast<int64_t>(w) * c->b0, static_cast<int64_t>(c->x1) * c->b1);
-  acc = wrap_add64(acc, -(static_cast<int64_t>(c->y1) * c->a1));
-  // Low 32 bits of the shifted sum (modular conversion).
-  const int32_t y = flush_m1(static_cast<int32_t>(acc >> 13));
-  c->x1 = w;
-  c->y1 = y;
-  const int32_t t = static_cast<int32_t>((static_cast<int64_t>(y) * c->feedback) >> 13);
-  const int32_t v = t == -1 ? x : wrap_add(x, t);
-  c->buffer[c->index] = v;
+  const int32_t v = iircomb_tick(x, &c->buffer[c->index], c->x1, c->y1, c->b0, c->b1, c->a1, c->feedback);
   c->index = next_index(c->index, c->delay);
   return v;
 }

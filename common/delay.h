@@ -56,6 +56,46 @@ template <class Step>
   }
 }
 
+// One step of the comb with a first-order loop filter at its loop position
+// `slot` (iircomber): w = *slot,
+//   y = (b0 w + b1 x1 - a1 y1) >> 13   (64-bit wrapping sum, low 32 bits,
+//                                       -1 flushed); x1 = w, y1 = y
+//   t = (y feedback) >> 13; *slot = x + t (32-bit wrap; t = -1 adds nothing)
+// and returns what it stored.
+[[gnu::always_inline]] inline int32_t iircomb_tick(int32_t x, int32_t* slot, int32_t& x1, int32_t& y1, int32_t b0,
+                                                   int32_t b1, int32_t a1, int32_t feedback) {
+  const int32_t w = *slot;
+  int64_t acc = wrap_add64(static_cast<int64_t>(w) * b0, static_cast<int64_t>(x1) * b1);
+  acc = wrap_add64(acc, -(static_cast<int64_t>(y1) * a1));
+  const int32_t y = flush_m1(static_cast<int32_t>(acc >> 13));
+  x1 = w;
+  y1 = y;
+  const int32_t t = static_cast<int32_t>((static_cast<int64_t>(y) * feedback) >> 13);
+  const int32_t v = t == -1 ? x : wrap_add(x, t);
+  *slot = v;
+  return v;
+}
+
+// v[i] = iircomber_process(x[i], c) for i < n, with the state in locals and
+// the loop walked in stretches that do not wrap (the wrap tests the current
+// delay, as in the per-sample function). v may be x.
+inline void iircomb_run(iircomber* c, const int32_t* x, int32_t* v, int n) {
+  const int32_t b0 = c->b0, b1 = c->b1, a1 = c->a1, feedback = c->feedback, delay = c->delay;
+  int32_t x1 = c->x1, y1 = c->y1, index = c->index;
+  for (int i = 0; i < n;) {
+    int m = delay - index > 1 ? delay - index : 1;
+    if (m > n - i) m = n - i;
+    int32_t* const loop = c->buffer + index;
+    for (int k = 0; k < m; ++k) v[i + k] = iircomb_tick(x[i + k], loop + k, x1, y1, b0, b1, a1, feedback);
+    i += m;
+    index += m;
+    if (index >= delay) index = 0;
+  }
+  c->x1 = x1;
+  c->y1 = y1;
+  c->index = index;
+}
+
 // One step of the damped comb at its current loop position `slot`. S is the
 // shift between the sample format and the Q28 loop (13 for 16-bit samples,
 // 5 for working samples).

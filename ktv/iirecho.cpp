@@ -2,8 +2,9 @@
 // with the dry voice by Q13 gains.
 #include "kafx_proc/iirecho.h"
 
-#include "common/lifecycle.h"
+#include "common/delay.h"
 #include "common/fixed_point.h"
+#include "common/lifecycle.h"
 
 using namespace kafx;
 
@@ -77,16 +78,20 @@ void iirecho_setstatus(iirecho* e, int status) { e->status = status; }
 void iirecho_getstatus(iirecho* e, int* status) { *status = e->status; }
 
 void iirecho_processStereo(iirecho* e, int* in_left, int* in_right, int* out_left, int* out_right, int count) {
-  iircomber* const cl = e->left;
-  iircomber* const cr = e->right;
-  // Gains are read per sample, so a change made between calls acts at once.
-  for (int i = 0; i < count; ++i) {
-    const int32_t xl = in_left[i];
-    const int32_t xr = in_right[i];
-    const int32_t vl = iircomber_process(xl, cl);
-    const int32_t vr = iircomber_process(xr, cr);
-    out_left[i] = mix(xl, vl, e->dry, e->wet);
-    out_right[i] = mix(xr, vr, e->dry, e->wet);
+  // Each loop runs over a chunk, then the chunk is mixed; the gains are read
+  // at every call, so a change made between calls acts at once.
+  constexpr int kChunk = 256;
+  int32_t vl[kChunk], vr[kChunk];
+  for (int done = 0; done < count;) {
+    const int m = count - done < kChunk ? count - done : kChunk;
+    kafx::iircomb_run(e->left, in_left + done, vl, m);
+    kafx::iircomb_run(e->right, in_right + done, vr, m);
+    const int32_t dry = e->dry, wet = e->wet;
+    for (int i = 0; i < m; ++i) {
+      out_left[done + i] = mix(in_left[done + i], vl[i], dry, wet);
+      out_right[done + i] = mix(in_right[done + i], vr[i], dry, wet);
+    }
+    done += m;
   }
 }
 

@@ -13,6 +13,7 @@
 #include "common/delay.h"
 #include "kafx_proc/delay.h"
 #include "support/sequences.h"
+#include "support/variants.h"
 
 namespace {
 
@@ -49,33 +50,55 @@ TEST(AudioDelay, DelaysClampsAndPassesThrough) {
   EXPECT_TRUE(d.buffer == nullptr && d.size == 0 && d.delay == 0 && d.index == 0);
 }
 
-// The block form walks the line in unwrapped stretches; over runs of every
-// length, with the delay lowered below the position, raised and switched off
-// between runs, and in place (output over input), it must give what the
-// per-sample function gives.
-TEST(AudioDelay, BlockFormEqualsPerSampleSteps) {
-  audio_delay a, b;
-  audio_delay_init(&a, 64);
-  audio_delay_init(&b, 64);
+// The block forms walk their lines in unwrapped stretches; over runs of
+// every length, with the delay lowered below the position, raised and
+// switched off between runs, and in place (output over input), they must
+// give what the per-sample functions give: the plain delay and the comb with
+// a loop filter (random loop gains, wrapping sums).
+template <class Line, class SetDelay, class Step, class Block>
+void expect_block_form_equals_steps(Line& a, Line& b, int size, SetDelay set_delay, Step step, Block block) {
   std::mt19937 rng(7);
-  const int delays[] = {64, 5, 1, 0, 37, 64, 2};
-  for (int delay : delays) {
-    audio_delay_set_delay(&a, delay);
-    audio_delay_set_delay(&b, delay);
+  for (int delay : {size, 5, 1, 0, 37, size, 2}) {
+    set_delay(&a, delay);
+    set_delay(&b, delay);
     for (int len : {1, 3, 64, 0, 129, 7}) {
       Seq x(static_cast<size_t>(len));
       for (int& v : x) v = static_cast<int>(rng());
       Seq want(x.size());
-      for (size_t i = 0; i < x.size(); ++i) want[i] = audio_delay_process(&a, x[i]);
+      for (size_t i = 0; i < x.size(); ++i) want[i] = step(&a, x[i]);
       Seq got = x;
-      kafx::delay_run(b.buffer, b.delay, b.index, got.data(), len, [&](int k, int32_t v) { got[k] = v; });
+      block(&b, got.data(), len);
       ASSERT_EQ(got, want) << "delay " << delay << " run " << len;
       ASSERT_EQ(b.index, a.index);
     }
   }
-  EXPECT_EQ(Seq(a.buffer, a.buffer + 64), Seq(b.buffer, b.buffer + 64));
+  EXPECT_EQ(Seq(a.buffer, a.buffer + size), Seq(b.buffer, b.buffer + size));
+}
+
+TEST(DelayLines, BlockFormsEqualPerSampleSteps) {
+  audio_delay a, b;
+  audio_delay_init(&a, 64);
+  audio_delay_init(&b, 64);
+  expect_block_form_equals_steps(a, b, 64, audio_delay_set_delay, audio_delay_process, [](audio_delay* d, int* x, int n) {
+    kafx::delay_run(d->buffer, d->delay, d->index, x, n, [x](int k, int32_t v) { x[k] = v; });
+  });
   audio_delay_end(&a);
   audio_delay_end(&b);
+
+  iircomber c, e;
+  iircomber_init(&c, 64);
+  iircomber_init(&e, 64);
+  const Seq g = kafx_test::random_values<int>(4, 11, -12000, 12000);
+  for (iircomber* f : {&c, &e}) {
+    f->b0 = g[0], f->b1 = g[1], f->a1 = g[2];
+    iircomber_setfeedback(f, g[3]);
+  }
+  expect_block_form_equals_steps(
+      c, e, 64, iircomber_setdelay, [](iircomber* f, int x) { return iircomber_process(x, f); },
+      [](iircomber* f, int* x, int n) { kafx::iircomb_run(f, x, x, n); });
+  EXPECT_TRUE(c.x1 == e.x1 && c.y1 == e.y1);
+  std::free(c.buffer);  // (the comb has no end function)
+  std::free(e.buffer);
 }
 
 TEST(Comb, HandDerivedSequences) {
