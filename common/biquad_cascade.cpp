@@ -136,10 +136,6 @@ template <int kVecs, int kRight>
 template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, const __m256i* in, int t, int n) {
   static_assert(!(kSplit && kScaled), "the band split hands on remainders");
-  const __m256i max32 = _mm256_set1_epi64x(INT32_MAX);
-  const __m256i min32 = _mm256_set1_epi64x(static_cast<int64_t>(static_cast<uint32_t>(INT32_MIN)));
-  const __m256i acc_hi = _mm256_set1_epi64x((int64_t{1} << 59) - 1);
-  const __m256i acc_lo = _mm256_set1_epi64x(-(int64_t{1} << 59));
   KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
@@ -151,10 +147,7 @@ template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
         _mm256_add_epi64(_mm256_mul_epi32(w.b1[j], w.x1[j]), _mm256_mul_epi32(w.b2[j], w.x2[j])),
         _mm256_add_epi64(_mm256_mul_epi32(w.a1[j], w.y1[j]), _mm256_mul_epi32(w.a2[j], w.y2[j])));
     const __m256i acc = _mm256_add_epi64(hist, _mm256_mul_epi32(w.b0[j], x0));
-    __m256i y = _mm256_srli_epi64(acc, 28);
-    y = _mm256_blendv_epi8(y, max32, _mm256_cmpgt_epi64(acc, acc_hi));
-    y = _mm256_blendv_epi8(y, min32, _mm256_cmpgt_epi64(acc_lo, acc));
-    y = lanes::flush_m1(y);
+    const __m256i y = lanes::flush_m1(lanes::product_shr_sat<28>(acc));
     const __m256i o =
         _mm256_blendv_epi8(kScaled ? _mm256_and_si256(y, _mm256_set1_epi32(~31)) : _mm256_srai_epi32(y, 5), v,
                            w.bypass[j]);

@@ -18,7 +18,6 @@
 #include "common/fixed_point.h"
 
 #include "common/lanes_avx2.h"
-#include "common/lanes_transpose_avx2.h"
 #include "common/reverb_kernels.h"
 
 using namespace kafx;

@@ -16,7 +16,6 @@
 
 #include "common/biquad.h"
 #include "common/lanes_avx2.h"
-#include "common/lanes_transpose_avx2.h"
 
 #if KAFX_AVX2_VARIANTS
 #include <immintrin.h>

@@ -25,7 +25,7 @@
 #include "common/delay.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
-#include "common/lanes_transpose_avx2.h"
+#include "common/lanes_avx2.h"
 #include "common/reverb_kernels.h"
 #include "headphone/biquad_sections.h"
 #include "headphone/biquad_sections_avx2.h"
