@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/host/tool_harness.h"
 #include "tools/command_line.cpp"
 #include "tools/host_audio.cpp"
 
@@ -110,6 +113,41 @@ TEST(CommandLine, InputAndOutput) {
                   [](const std::string&, const char*) { return 0; }, "[IN] OUT", &in, &out),
               0);
     EXPECT_EQ(std::make_pair(in, out), want) << words.back();
+  }
+}
+
+// Through the tool: every option a command's help shows is in the command's
+// table (given without its value or arguments it is never "unknown", and the
+// error names the command), and -h shows the same text as --help.
+TEST(CommandLine, EveryCommandDeclaresTheOptionsItsHelpShows) {
+  std::string help;
+  ASSERT_EQ(kafx_test::run_tool("--help", &help), 0);
+  std::set<std::string> commands;
+  std::istringstream lines(help.substr(help.find("commands:\n")));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.size() > 2 && line.compare(0, 2, "  ") == 0 && std::islower(static_cast<unsigned char>(line[2])))
+      commands.insert(line.substr(2, line.find(' ', 2) - 2));
+  }
+  EXPECT_GE(commands.size(), 9u) << help;
+  const std::regex option(R"((^|[\s\[(,|'])(--?[a-z][a-z-]*))");
+  for (const std::string& cmd : commands) {
+    std::string usage, short_usage;
+    if (kafx_test::run_tool(cmd + " --help", &usage) != 0) continue;  // a build without PLplot has no plot command
+    EXPECT_EQ(kafx_test::run_tool(cmd + " -h", &short_usage), 0) << cmd;
+    EXPECT_EQ(short_usage, usage) << cmd;
+    std::set<std::string> names;
+    for (std::sregex_iterator m(usage.begin(), usage.end(), option), end; m != end; ++m) names.insert((*m)[2]);
+    names.erase("-h");
+    names.erase("--help");
+    for (const std::string& name : names) {
+      std::string out;
+      EXPECT_EQ(kafx_test::run_tool(cmd + " " + name, &out), 2) << cmd << " " << name << ": " << out;
+      EXPECT_EQ(out.rfind("kafx " + cmd + ": ", 0), 0u) << cmd << " " << name << ": " << out;
+      EXPECT_EQ(out.find("unknown option"), std::string::npos) << cmd << " " << name << ": " << out;
+    }
+    std::string out;
+    EXPECT_EQ(kafx_test::run_tool(cmd + " --no-such-option", &out), 2) << cmd;
+    EXPECT_EQ(out.rfind("kafx " + cmd + ": unknown option '--no-such-option'", 0), 0u) << cmd << ": " << out;
   }
 }
 
