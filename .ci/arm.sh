@@ -21,7 +21,9 @@ SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
 arch=armhf
-packages=(g++-arm-linux-gnueabihf qemu-user-static
+# libcli11-dev is header-only (Architecture: all): the build machine's copy in
+# /usr/include/CLI serves the cross compiler too.
+packages=(g++-arm-linux-gnueabihf qemu-user-static libcli11-dev
   libc6:$arch libstdc++6:$arch libtinyxml-dev:$arch android-liblog-dev:$arch android-liblog:$arch
   libsndfile1-dev:$arch libgtest-dev:$arch libwebrtc-audio-processing-dev:$arch)
 

@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libbenchmark-dev   # tests and benchmarks
   libwebrtc-audio-processing-dev  # bit-exact oracle for the resamplers and FFT
   libsndfile1-dev                 # WAV I/O of the command-line tool
+  libcli11-dev                    # the command-line tool's option parsing (header-only)
   libplplot-dev plplot-driver-cairo  # kafx plot: PNG figures (the tool only)
   jq                              # scripts/bench-report.sh reads the benchmark JSON
 )

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "command_line.h"
 #include "eq_import.h"
 #include "host_audio.h"
 #include "kafx_proc/hp_effect.h"
@@ -76,15 +77,21 @@ int parse_options(int argc, char** argv, Options* o) {
       return kafx_tool::parse_format_option(kCmd, v, &o->format_bits);
     } else if (a == "--block") {
       return kafx_tool::parse_block_option(kCmd, v, kMaxBlock, &o->block);
-    } else {
-      return kCmd.usage_error("unknown option '" + a + "'");
     }
     return 0;
   };
-  const int rc = kafx_tool::walk_command_line(
-      kCmd, argc, argv, kafx_headphone_usage(),
-      {"--effect", "--adapter", "--record", "--save-record", "--reverb", "--geq", "--eq-import", "--format", "--block"}, option,
-      "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
+  const int rc = kafx_tool::parse_in_out_command_line(kCmd, argc, argv, kafx_headphone_usage(),
+                                                      {{"--strict", false},
+                                                       {"--effect", true},
+                                                       {"--adapter", true},
+                                                       {"--record", true},
+                                                       {"--save-record", true},
+                                                       {"--reverb", true},
+                                                       {"--geq", true},
+                                                       {"--eq-import", true},
+                                                       {"--format", true},
+                                                       {"--block", true}},
+                                                      option, "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
   if (rc != 0) return rc;
   if (!o->reverb.empty() && !o->geq.empty()) return kCmd.usage_error("--reverb and --geq exclude each other");
   if (!o->eq_import.empty() && (!o->reverb.empty() || !o->geq.empty()))

@@ -47,32 +47,6 @@ int Command::failure(const std::string& message) const {
   return 1;
 }
 
-int walk_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                      std::initializer_list<std::string_view> valued,
-                      const std::function<int(const std::string& name, const char* value)>& option, const char* shape,
-                      std::string* in, std::string* out) {
-  std::vector<std::string> positional;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(usage, stdout);
-      return -1;
-    }
-    if (std::find(valued.begin(), valued.end(), a) != valued.end()) {
-      if (i + 1 >= argc) return cmd.usage_error(a + " needs a value");
-      if (const int rc = option(a, argv[++i]); rc != 0) return rc;
-    } else if (a.size() > 1 && a[0] == '-') {
-      if (const int rc = option(a, nullptr); rc != 0) return rc;
-    } else {
-      positional.push_back(a);
-    }
-  }
-  if (positional.empty() || positional.size() > 2) return cmd.usage_error(std::string("expected ") + shape);
-  *out = positional.back();
-  if (positional.size() == 2) *in = positional.front();
-  return 0;
-}
-
 int parse_format_option(const Command& cmd, const char* value, int* bits) {
   if (!parse_int(value, 16, 32, bits) || (*bits != 16 && *bits != 24 && *bits != 32))
     return cmd.usage_error("--format must be 16, 24 or 32");

@@ -1,14 +1,11 @@
-// Host-side helpers shared by the kafx audio commands: argument parsing and
-// the interleaved host buffer that a product's front end processes in place.
+// Host-side helpers shared by the kafx audio commands: option values, messages
+// and the interleaved host buffer that a product's front end processes in place.
 #ifndef KAFX_TOOLS_HOST_AUDIO_H
 #define KAFX_TOOLS_HOST_AUDIO_H
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <initializer_list>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kafx_tool {
@@ -22,19 +19,6 @@ struct Command {
   // "kafx NAME: MESSAGE"; returns 1, the exit code of a failed run.
   int failure(const std::string& message) const;
 };
-
-// Walks the arguments of "kafx NAME [options] [IN] OUT". -h and --help print
-// `usage` and give -1. An option listed in `valued` takes the next argument
-// (a usage error when there is none); any other argument starting with '-'
-// (but "-" itself) is an option without value. `option` gets each option and
-// its value (null for none) in order and returns 0 or an exit code, which
-// stops the walk. The other arguments must be one or two: the last is *out,
-// a first one *in (left as it is otherwise); else the usage error is
-// "expected `shape`".
-int walk_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                      std::initializer_list<std::string_view> valued,
-                      const std::function<int(const std::string& name, const char* value)>& option, const char* shape,
-                      std::string* in, std::string* out);
 
 // The values of --format (host sample width 16, 24 or 32) and --block
 // (frames per call, 1 to max_block): 0, or the usage error.

@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-#include "host_audio.h"
+#include "command_line.h"
 #include "howl_sim.h"
 #include "kafx_proc/howling_canceling.h"
 
@@ -87,26 +87,20 @@ bool quiet_loop(const howl_sim::LoopResult& r) { return !r.clipped && (r.tail_db
 int kafx_howl_test_main(int argc, char** argv) {
   std::string rir_path;
   bool howling = true;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kUsage, stdout);
-      return 0;
+  auto option = [&](const std::string& a, const char* v) -> int {
+    if (a == "--room") {
+      rir_path = v;
+    } else if (a == "--howling") {
+      if (std::strcmp(v, "on") != 0 && std::strcmp(v, "off") != 0) return kHowlTest.usage_error("--howling takes on or off");
+      howling = std::strcmp(v, "on") == 0;
     }
-    if (a == "--room" && i + 1 < argc) {
-      rir_path = argv[++i];
-    } else if (a == "--howling" && i + 1 < argc) {
-      const std::string v = argv[++i];
-      if (v != "on" && v != "off") {
-        std::fprintf(stderr, "kafx howl-test: --howling takes on or off\n");
-        return 2;
-      }
-      howling = v == "on";
-    } else {
-      std::fprintf(stderr, "kafx howl-test: unexpected argument '%s'\n\n%s", a.c_str(), kUsage);
-      return 2;
-    }
-  }
+    return 0;
+  };
+  std::vector<std::string> none;
+  if (const int rc = kafx_tool::parse_command_line(kHowlTest, argc, argv, kUsage, {{"--room", true}, {"--howling", true}},
+                                                   option, {0, 0, ""}, &none);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
 
   std::vector<howl_sim::Room> rooms;
   if (rir_path.empty()) {

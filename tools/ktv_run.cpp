@@ -15,6 +15,7 @@
 #include <sndfile.h>
 
 #include "audio_summary.h"
+#include "command_line.h"
 #include "host_audio.h"
 #include "kafx_proc/ktv.h"
 #include "stream_runner.h"
@@ -78,13 +79,19 @@ int parse_options(int argc, char** argv, Options* o) {
       if (!kafx_tool::parse_int(v, 0, 65536, &o->voice_gain))
         return kCmd.usage_error("--voice-gain needs a Q13 gain from 0 to 65536 (8192 = unity)");
       o->voice_gain_set = true;
-    } else {
-      return kCmd.usage_error("unknown option '" + a + "'");
     }
     return 0;
   };
-  return kafx_tool::walk_command_line(kCmd, argc, argv, kafx_ktv_usage(), {"--eq", "--reverb", "--echo", "--voice-gain"},
-                                      option, "[VOICE.wav] OUT.wav", &o->in_path, &o->out_path);
+  return kafx_tool::parse_in_out_command_line(kCmd, argc, argv, kafx_ktv_usage(),
+                                              {{"--gramophone", false},
+                                               {"--compressor", false},
+                                               {"--howling", false},
+                                               {"--strict", false},
+                                               {"--eq", true},
+                                               {"--reverb", true},
+                                               {"--echo", true},
+                                               {"--voice-gain", true}},
+                                              option, "[VOICE.wav] OUT.wav", &o->in_path, &o->out_path);
 }
 
 // A sung phrase: a vowel ("ah", three formants) on a short melody with

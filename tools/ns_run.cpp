@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "command_line.h"
 #include "host_audio.h"
 #include "kafx_proc/ns.h"
 #include "kafx_proc/spl.h"
@@ -179,23 +180,18 @@ int kafx_ns_main(int argc, char** argv) {
   int policy = 2;
   bool strict = false;
   std::vector<std::string> positional;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kNsUsage, stdout);
-      return 0;
-    }
+  auto option = [&](const std::string& a, const char* v) -> int {
     if (a == "--policy") {
-      if (!parse_policy(i + 1 < argc ? argv[++i] : nullptr, &policy)) return kNs.usage_error("--policy takes 0, 1, 2 or 3");
+      if (!parse_policy(v, &policy)) return kNs.usage_error("--policy takes 0, 1, 2 or 3");
     } else if (a == "--strict") {
       strict = true;
-    } else if (a.size() > 1 && a[0] == '-') {
-      return kNs.usage_error("unknown option '" + a + "'");
-    } else {
-      positional.push_back(a);
     }
-  }
-  if (positional.size() != 2) return kNs.usage_error("expected IN.wav OUT.wav");
+    return 0;
+  };
+  if (const int rc = kafx_tool::parse_command_line(kNs, argc, argv, kNsUsage, {{"--policy", true}, {"--strict", false}},
+                                                   option, {2, 2, "IN.wav OUT.wav"}, &positional);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
 
   const kafx_tool::StreamOptions so{kNs.name, strict};
   RatePath path;
@@ -348,24 +344,22 @@ double power(const std::vector<double>& v, const std::vector<bool>& mask) {
 
 int kafx_ns_quality_main(int argc, char** argv) {
   int fs = 16000;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs("usage: kafx ns-quality [--rate 8000|16000|32000]\n"
-                 "\n"
-                 "Prints, per policy, the noise attenuation in speech pauses and the speech\n"
-                 "level change in bursts for voiced bursts in white, pink and hum noise at\n"
-                 "0, 5 and 10 dB SNR (12 s each, speech at -20 dBFS RMS in the bursts).\n",
-                 stdout);
-      return 0;
-    }
-    if (a == "--rate" && i + 1 < argc) {
-      fs = std::atoi(argv[++i]);
-      if (fs != 8000 && fs != 16000 && fs != 32000) return kNsQuality.usage_error("--rate takes 8000, 16000 or 32000");
-    } else {
-      return kNsQuality.usage_error("unknown argument '" + a + "'");
-    }
-  }
+  auto option = [&](const std::string&, const char* v) -> int {
+    fs = std::atoi(v);
+    if (fs != 8000 && fs != 16000 && fs != 32000) return kNsQuality.usage_error("--rate takes 8000, 16000 or 32000");
+    return 0;
+  };
+  std::vector<std::string> none;
+  if (const int rc = kafx_tool::parse_command_line(
+          kNsQuality, argc, argv,
+          "usage: kafx ns-quality [--rate 8000|16000|32000]\n"
+          "\n"
+          "Prints, per policy, the noise attenuation in speech pauses and the speech\n"
+          "level change in bursts for voiced bursts in white, pink and hum noise at\n"
+          "0, 5 and 10 dB SNR (12 s each, speech at -20 dBFS RMS in the bursts).\n",
+          {{"--rate", true}}, option, {0, 0, ""}, &none);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
   // At 32 kHz the suppressor takes 160-sample (5 ms) blocks of the 32 kHz
   // signal and analyses them as if they were 16 kHz, as the karaoke chain does.
   const int signal_rate = fs;

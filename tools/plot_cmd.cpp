@@ -26,6 +26,7 @@
 
 #include <plplot.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -36,7 +37,7 @@
 
 #include "../headphone/hp_effect_tables.h"
 #include "../speaker/speaker_boost_system_tables.h"
-#include "host_audio.h"
+#include "command_line.h"
 #include "spectrogram.h"
 #include "kafx_proc/equalizer.h"
 #include "speaker_config_check.h"
@@ -414,41 +415,35 @@ int kafx_plot_main(int argc, char** argv) {
   double rate = 0;
   int fft = 1024;
   bool linear = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kafx_plot_usage(), stdout);
-      return 0;
-    }
-    if (a == "-o" || a == "--csv" || a == "--rate" || a == "--fft") {
-      if (i + 1 >= argc) {
-        std::fprintf(stderr, "kafx plot: %s takes a value\n", a.c_str());
-        return 2;
-      }
-      const std::string v = argv[++i];
-      if (a == "-o") png = v;
-      else if (a == "--csv") csv = v;
-      else if (a == "--fft") {
-        if (!kafx_tool::parse_int(v.c_str(), 64, 65536, &fft) || (fft & (fft - 1)) != 0) {
-          std::fprintf(stderr, "kafx plot: --fft takes a power of two from 64 to 65536\n");
-          return 2;
-        }
-      } else if ((rate = std::atof(v.c_str())) < 8000 || rate > 192000) {
-        std::fprintf(stderr, "kafx plot: --rate takes 8000..192000 Hz\n");
-        return 2;
-      }
+  auto option = [&](const std::string& a, const char* v) -> int {
+    if (a == "-o") {
+      png = v;
+    } else if (a == "--csv") {
+      csv = v;
+    } else if (a == "--fft") {
+      if (!kafx_tool::parse_int(v, 64, 65536, &fft) || (fft & (fft - 1)) != 0)
+        return kPlot.usage_error("--fft takes a power of two from 64 to 65536");
+    } else if (a == "--rate") {
+      if ((rate = std::atof(v)) < 8000 || rate > 192000) return kPlot.usage_error("--rate takes 8000..192000 Hz");
     } else if (a == "--linear") {
       linear = true;
-    } else if (kind.empty()) {
-      kind = a;
-    } else if (input.empty()) {
-      input = a;
-    } else if (second.empty() && kind == "spectrogram") {
-      second = a;
-    } else {
-      std::fprintf(stderr, "kafx plot: unexpected argument '%s'\n%s", a.c_str(), kafx_plot_usage());
-      return 2;
     }
+    return 0;
+  };
+  std::vector<std::string> args;
+  if (const int rc = kafx_tool::parse_command_line(
+          kPlot, argc, argv, kafx_plot_usage(),
+          {{"-o", true}, {"--csv", true}, {"--rate", true}, {"--fft", true}, {"--linear", false}}, option,
+          {1, 3, "a kind: speaker, headphone, geq or spectrogram"}, &args);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
+  // The kind, then its one or two arguments (the order of these and of the
+  // options is free).
+  kind = args[0];
+  if (args.size() > 1) input = args[1];
+  if (args.size() > 2) {
+    if (kind != "spectrogram") return kPlot.usage_error("unexpected argument '" + args[2] + "'");
+    second = args[2];
   }
   if ((kind != "speaker" && kind != "headphone" && kind != "geq" && kind != "spectrogram") ||
       (kind == "headphone") != input.empty() || (kind == "spectrogram") != !second.empty() ||

@@ -15,6 +15,7 @@
 
 #include <tinyxml.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -23,6 +24,7 @@
 #include "speaker/speaker_config_parse.h"
 #include "speaker/speaker_config_xml.h"
 #include "kafx_proc/speaker_boost.h"
+#include "command_line.h"
 #include "speaker_config_check.h"
 
 namespace {
@@ -246,20 +248,15 @@ const char* kafx_speaker_config_usage() {
 }
 
 int kafx_speaker_config_main(int argc, char** argv) {
-  std::vector<const char*> files;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-      std::fputs(kafx_speaker_config_usage(), stdout);
-      return 0;
-    }
-    files.push_back(argv[i]);
-  }
-  if (files.empty()) {
-    std::fputs(kafx_speaker_config_usage(), stderr);
-    return 2;
-  }
+  constexpr kafx_tool::Command kConfig{"speaker-config"};
+  std::vector<std::string> files;
+  if (const int rc = kafx_tool::parse_command_line(
+          kConfig, argc, argv, kafx_speaker_config_usage(), {}, [](const std::string&, const char*) { return 0; },
+          {1, SIZE_MAX, "FILE..."}, &files);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
   int status = 0;
-  for (const char* f : files)
-    if (check_file(f) != 0) status = 1;
+  for (const std::string& f : files)
+    if (check_file(f.c_str()) != 0) status = 1;
   return status;
 }

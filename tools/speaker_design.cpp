@@ -57,7 +57,7 @@
 #include <tinyxml.h>
 
 #include "eq_import.h"
-#include "host_audio.h"
+#include "command_line.h"
 #include "kafx_proc/speaker_boost.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"
@@ -557,38 +557,27 @@ int kafx_speaker_design_main(int argc, char** argv) {
   std::string input, output;
   bool from_xml = false;
   double rate = 0;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kafx_speaker_design_usage(), stdout);
-      return 0;
-    }
-    if (a == "-o" || a == "--rate") {
-      if (i + 1 >= argc || (a == "-o" && !output.empty())) {
-        std::fprintf(stderr, "kafx speaker-design: %s takes one value\n", a.c_str());
-        return 2;
-      }
-      const std::string v = argv[++i];
-      if (a == "-o") {
-        output = v;
-      } else if (!kafx_tool::parse_number(v, &rate) || rate < 8000 || rate > 192000) {
-        std::fprintf(stderr, "kafx speaker-design: --rate takes 8000..192000 Hz\n");
-        return 2;
-      }
+  auto option = [&](const std::string& a, const char* v) -> int {
+    if (a == "-o") {
+      if (!output.empty()) return kDesign.usage_error("-o takes one value");
+      output = v;
+    } else if (a == "--rate") {
+      if (!kafx_tool::parse_number(v, &rate) || rate < 8000 || rate > 192000)
+        return kDesign.usage_error("--rate takes 8000..192000 Hz");
     } else if (a == "--from-xml") {
       from_xml = true;
-    } else if (input.empty() && !a.empty() && a[0] != '-') {
-      input = a;
-    } else {
-      std::fprintf(stderr, "kafx speaker-design: unexpected argument '%s'\n%s", a.c_str(),
-                   kafx_speaker_design_usage());
-      return 2;
     }
-  }
-  if (input.empty()) {
-    std::fputs(kafx_speaker_design_usage(), stderr);
-    return 2;
-  }
+    return 0;
+  };
+  std::vector<std::string> files;
+  if (const int rc = kafx_tool::parse_command_line(kDesign, argc, argv, kafx_speaker_design_usage(),
+                                                   {{"-o", true}, {"--rate", true}, {"--from-xml", false}}, option,
+                                                   {1, 1, "one input file"}, &files);
+      rc != 0)
+    return rc < 0 ? 0 : rc;
+  input = files[0];
+  // The design is read from a file, never from standard input.
+  if (input == "-" || input.empty()) return kDesign.usage_error("unexpected argument '" + input + "'");
   if (from_xml) {
     const kafx_tool::ConfigCheck c = kafx_tool::check_speaker_config(input.c_str());
     if (!c.loaded) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "audio_summary.h"
+#include "command_line.h"
 #include "host_audio.h"
 #include "kafx_proc/speaker_boost.h"
 #include "test_signal.h"
@@ -79,14 +80,13 @@ int parse_options(int argc, char** argv, Options* o) {
       return kafx_tool::parse_format_option(kCmd, v, &o->format_bits);
     } else if (a == "--block") {
       return kafx_tool::parse_block_option(kCmd, v, kMaxBlock, &o->block);
-    } else {
-      return kCmd.usage_error("unknown option '" + a + "'");
     }
     return 0;
   };
-  const int rc = kafx_tool::walk_command_line(kCmd, argc, argv, kafx_speaker_usage(),
-                                              {"--config", "--sbs", "--peq", "--format", "--block"}, option,
-                                              "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
+  const int rc = kafx_tool::parse_in_out_command_line(
+      kCmd, argc, argv, kafx_speaker_usage(),
+      {{"--strict", false}, {"--config", true}, {"--sbs", true}, {"--peq", true}, {"--format", true}, {"--block", true}},
+      option, "[IN.wav] OUT.wav", &o->in_path, &o->out_path);
   if (rc != 0) return rc;
   if (!o->sbs.empty() && count_decimal_list(o->sbs) != kSbsValues) {
     return kCmd.usage_error("--sbs needs exactly 45 comma-separated integers");

@@ -1,0 +1,89 @@
+#include "command_line.h"
+
+#include <cstdio>
+#include <map>
+
+#include <CLI/CLI.hpp>
+
+namespace kafx_tool {
+
+int parse_command_line(const Command& cmd, int argc, char** argv, const char* usage,
+                       std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                       const Arguments& args, std::vector<std::string>* positional) {
+  CLI::App app;
+  // The command's own usage text is the help; CLI11's generated help is off.
+  app.set_help_flag();
+  CLI::Option* help = app.add_flag("-h,--help");
+  // CLI11 keeps what is not a declared option, in order: the arguments, the
+  // first "--" (after which everything is an argument) and unknown options.
+  app.allow_extras();
+  struct Declared {
+    std::string name;
+    bool takes_value;
+  };
+  std::map<const CLI::Option*, Declared> declared;
+  for (const OptionSpec& spec : options) {
+    CLI::Option* o = spec.takes_value ? app.add_option(spec.names) : app.add_flag(spec.names);
+    // Every occurrence is kept and handed on in order; a command that reads
+    // an option twice decides what that means (mostly: the last one wins).
+    o->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    const std::string names = spec.names;
+    declared[o] = {names.substr(0, names.find(',')), spec.takes_value};
+  }
+
+  auto show_help = [usage] {
+    std::fputs(usage, stdout);
+    return -1;
+  };
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    if (help->count() > 0) return show_help();
+    // A valued option can lack its value only at the end of the line.
+    const std::string last = argc > 1 ? argv[argc - 1] : "";
+    for (const auto& [o, d] : declared)
+      if (d.takes_value && o->check_name(last)) return cmd.usage_error(last + " needs a value");
+    return cmd.usage_error(e.what());
+  }
+  if (help->count() > 0) return show_help();
+  positional->clear();
+  bool options_ended = false;
+  for (const std::string& a : app.remaining()) {
+    if (!options_ended && a == "--") {
+      options_ended = true;
+    } else if (!options_ended && a.size() > 1 && a[0] == '-') {
+      return cmd.usage_error("unknown option '" + a + "'");
+    } else {
+      positional->push_back(a);  // '-' included
+    }
+  }
+
+  std::map<const CLI::Option*, size_t> seen;
+  for (const CLI::Option* o : app.parse_order()) {
+    const auto it = declared.find(o);
+    if (it == declared.end()) continue;
+    const size_t k = seen[o]++;
+    const std::string& result = o->results().at(k);
+    // A flag given as --name=VALUE holds VALUE instead of CLI11's "true".
+    if (!it->second.takes_value && result != "true") return cmd.usage_error(it->second.name + " takes no value");
+    const char* value = it->second.takes_value ? result.c_str() : nullptr;
+    if (const int rc = option(it->second.name, value); rc != 0) return rc;
+  }
+
+  if (positional->size() > args.max) return cmd.usage_error("unexpected argument '" + (*positional)[args.max] + "'");
+  if (positional->size() < args.min) return cmd.usage_error(std::string("expected ") + args.shape);
+  return 0;
+}
+
+int parse_in_out_command_line(const Command& cmd, int argc, char** argv, const char* usage,
+                              std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                              const char* shape, std::string* in, std::string* out) {
+  std::vector<std::string> files;
+  if (const int rc = parse_command_line(cmd, argc, argv, usage, options, option, {1, 2, shape}, &files); rc != 0)
+    return rc;
+  *out = files.back();
+  if (files.size() == 2) *in = files.front();
+  return 0;
+}
+
+}  // namespace kafx_tool
