@@ -246,9 +246,12 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
   for (int t = 0; t < n + kLast; ++t) {
     // A cascade runs in the scaled form (see wave_step).
     constexpr bool kScaled = !kSplit;
-    const auto enter = [](int32_t x) { return kScaled ? shl_sat<5>(x) : x; };
-    const int32_t l = t < n ? enter(xl[t]) : 0;
-    const int32_t r = kRight > 0 && t < n ? enter(xr[t]) : 0;
+    int32_t l = t < n ? xl[t] : 0;
+    int32_t r = kRight > 0 && t < n ? xr[t] : 0;
+    if constexpr (kScaled) {
+      l = shl_sat<5>(l);
+      r = shl_sat<5>(r);
+    }
     __m256i in[kVecs];
     route_chain<kVecs, kRight>(w, l, r, in);
     if (t >= kLast && t < n) {
