@@ -4,6 +4,7 @@
 // compressor's Q13 volume is each controller's make-up volume.
 #include "kafx_proc/compressor.h"
 
+#include "common/drc_block.h"
 #include "common/lifecycle.h"
 
 namespace {
@@ -70,8 +71,7 @@ void compressor_setstatus(compressor_t* c, int status) { c->status = status; }
 void compressor_getstatus(compressor_t* c, int* status) { *status = c->status; }
 
 void compressor_process(compressor_t* c, int* in_left, int* in_right, int* out_left, int* out_right, int count) {
-  dynamic_range_control_process(c->drc_left, in_left, out_left, count);
-  dynamic_range_control_process(c->drc_right, in_right, out_right, count);
+  kafx::dynamic_range_control_process_pair(c->drc_left, in_left, out_left, c->drc_right, in_right, out_right, count);
 }
 
 }  // extern "C"

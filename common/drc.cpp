@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/delay.h"
+#include "common/drc_block.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 
@@ -105,7 +106,116 @@ inline int32_t block_gain(dynamic_range_control_t* d) {
   return shr_sat<13>(wrap_mul64(q, kLimitMargin));
 }
 
+// One controller over one block: steps 1 to 6 once (begin_block), then the
+// per-sample step 7 with the evolving values in locals (the output may alias
+// anything the compiler cannot rule out).
+struct Block {
+  dynamic_range_control_t* d;
+  const int* in;
+  int* out;
+  int count;
+  int32_t target, dnq;  // this block's limiter and expander targets (Q17)
+  int32_t gain, denoise;
+  int32_t* buf;
+  int32_t delay, index;
+
+  // Both gains at their targets: smooth_gain(target, target) is target and
+  // the expander glide adds (0 >> 5), so neither moves again in this block
+  // (and a step taken anyway changes nothing).
+  bool moving() const { return gain != target || denoise != dnq; }
+
+  // 7. Smooth the limiter gain, glide the expander gain, apply both to the
+  //    input delayed by the look-ahead line.
+  void step(int i) {
+    gain = smooth_gain(gain, target);
+    const int64_t e = static_cast<int64_t>(dnq) - denoise;
+    if (e >= 1) {
+      denoise = e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
+    } else {
+      denoise = static_cast<int32_t>(denoise + (e >> 5));
+    }
+    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * total());
+  }
+
+  int32_t total() const { return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain; }
+
+  // The settled rest of the block from sample i: one total gain.
+  void finish(int i) {
+    const int32_t t = total();
+    delay_run(buf, delay, index, in + i, count - i,
+              [&](int k, int32_t x) { out[i + k] = mul_shift<17>(static_cast<int64_t>(x) * t); });
+    d->gain = gain;
+    d->denoise_gain = denoise;
+    d->delay->index = index;
+  }
+};
+
+Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count) {
+  // 1. Block statistics: mean and peak of |x|.
+  int64_t sum = 0;
+  int64_t max_abs = 0;
+  for (int i = 0; i < count; ++i) {
+    const int64_t a = in[i] < 0 ? -static_cast<int64_t>(in[i]) : in[i];
+    sum += a;
+    max_abs = std::max(max_abs, a);
+  }
+  const int64_t mean = count == 0 ? 0 : sum / count;
+  const int64_t peak = max_abs >> 8;  // 16-bit units
+
+  // 2. Mean-level follower: rises at 1/16, falls at 1/32 per block.
+  const int64_t level = d->level;
+  d->level = static_cast<int32_t>(level + ((mean - level) >> (mean > level ? 4 : 5)));
+
+  // 3. Expander target: proportional to the level below the threshold, with
+  //    a floor (Q13; the product and quotient are 32-bit).
+  int32_t dn = kQ13One;
+  if (d->level < d->denoise_threshold) {
+    const int32_t scaled = static_cast<int32_t>(wrap_mul64(d->level, kQ13One));
+    dn = std::max(scaled / d->denoise_threshold, kDenoiseFloor);
+  }
+  const int32_t dnq = shl_sat<4>(dn);
+
+  // 4. Peak envelope of the volume-scaled peak: attack on rise, release on fall.
+  const int32_t p = shr_sat<13>(static_cast<int64_t>(d->volume) * peak);
+  const int32_t order = p > d->envelope ? d->attact_order : d->release_order;
+  d->envelope = static_cast<int32_t>(d->envelope + shr_clamped(static_cast<int64_t>(p) - d->envelope, order));
+
+  // 5. This block's target gain, Q13 then Q17.
+  const int32_t gq = shl_sat<4>(block_gain(d));
+
+  // 6. Look-ahead: the smallest target over the blocks still in the delay line.
+  const int la = d->lookahead;
+  int32_t* hist = d->gain_history;
+  d->last_gains[2] = gq;
+  hist[la] = gq;
+  const int32_t target = *std::min_element(hist, hist + la + 1);
+  std::memmove(hist, hist + 1, static_cast<size_t>(la) * sizeof(int32_t));
+  d->last_gains[0] = d->last_gains[1];
+  d->last_gains[1] = d->last_gains[2];
+
+  audio_delay* const dl = d->delay;
+  return Block{d, in, out, count, target, dnq, d->gain, d->denoise_gain, dl->buffer, dl->delay, dl->index};
+}
+
 }  // namespace
+
+namespace kafx {
+
+void dynamic_range_control_process_pair(dynamic_range_control_t* da, int* in_a, int* out_a,
+                                        dynamic_range_control_t* db, int* in_b, int* out_b, int count) {
+  Block a = begin_block(da, in_a, out_a, count);
+  Block b = begin_block(db, in_b, out_b, count);
+  // Two independent gain recursions side by side while either moves.
+  int i = 0;
+  for (; i < count && (a.moving() || b.moving()); ++i) {
+    a.step(i);
+    b.step(i);
+  }
+  a.finish(i);
+  b.finish(i);
+}
+
+}  // namespace kafx
 
 extern "C" {
 
@@ -161,84 +271,10 @@ void dynamic_range_control_set_denoise_threshold(dynamic_range_control_t* d, int
 }
 
 void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out, int count) {
-  // 1. Block statistics: mean and peak of |x|.
-  int64_t sum = 0;
-  int64_t max_abs = 0;
-  for (int i = 0; i < count; ++i) {
-    const int64_t a = in[i] < 0 ? -static_cast<int64_t>(in[i]) : in[i];
-    sum += a;
-    max_abs = std::max(max_abs, a);
-  }
-  const int64_t mean = count == 0 ? 0 : sum / count;
-  const int64_t peak = max_abs >> 8;  // 16-bit units
-
-  // 2. Mean-level follower: rises at 1/16, falls at 1/32 per block.
-  const int64_t level = d->level;
-  d->level = static_cast<int32_t>(level + ((mean - level) >> (mean > level ? 4 : 5)));
-
-  // 3. Expander target: proportional to the level below the threshold, with
-  //    a floor (Q13; the product and quotient are 32-bit).
-  int32_t dn = kQ13One;
-  if (d->level < d->denoise_threshold) {
-    const int32_t scaled = static_cast<int32_t>(wrap_mul64(d->level, kQ13One));
-    dn = std::max(scaled / d->denoise_threshold, kDenoiseFloor);
-  }
-  const int32_t dnq = shl_sat<4>(dn);
-
-  // 4. Peak envelope of the volume-scaled peak: attack on rise, release on fall.
-  const int32_t p = shr_sat<13>(static_cast<int64_t>(d->volume) * peak);
-  const int32_t order = p > d->envelope ? d->attact_order : d->release_order;
-  d->envelope = static_cast<int32_t>(d->envelope + shr_clamped(static_cast<int64_t>(p) - d->envelope, order));
-
-  // 5. This block's target gain, Q13 then Q17.
-  const int32_t gq = shl_sat<4>(block_gain(d));
-
-  // 6. Look-ahead: the smallest target over the blocks still in the delay line.
-  const int la = d->lookahead;
-  int32_t* hist = d->gain_history;
-  d->last_gains[2] = gq;
-  hist[la] = gq;
-  const int32_t target = *std::min_element(hist, hist + la + 1);
-  std::memmove(hist, hist + 1, static_cast<size_t>(la) * sizeof(int32_t));
-  d->last_gains[0] = d->last_gains[1];
-  d->last_gains[1] = d->last_gains[2];
-
-  // 7. Per sample: smooth the limiter gain, glide the expander gain, apply
-  //    both to the delayed input. The evolving values live in locals (the
-  //    output may alias anything the compiler cannot rule out).
-  int32_t gain = d->gain;
-  int32_t denoise = d->denoise_gain;
-  audio_delay* const dl = d->delay;
-  int32_t* const buf = dl->buffer;
-  const int32_t delay = dl->delay;
-  int32_t index = dl->index;
+  Block b = begin_block(d, in, out, count);
   int i = 0;
-  for (; i < count; ++i) {
-    // Both gains at their targets: smooth_gain(target, target) is target and
-    // the expander glide adds (0 >> 5), so neither moves again in this block.
-    if (gain == target && denoise == dnq) break;
-    gain = smooth_gain(gain, target);
-
-    const int64_t e = static_cast<int64_t>(dnq) - denoise;
-    if (e >= 1) {
-      denoise = e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
-    } else {
-      denoise = static_cast<int32_t>(denoise + (e >> 5));
-    }
-
-    int32_t total = gain;
-    if (denoise != kQ17One) total = shr_sat<17>(static_cast<int64_t>(gain) * denoise);
-
-    // The look-ahead delay line, its position in a local.
-    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * total);
-  }
-  // The settled rest of the block: one total gain.
-  const int32_t total = denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain;
-  delay_run(buf, delay, index, in + i, count - i,
-            [&](int k, int32_t x) { out[i + k] = mul_shift<17>(static_cast<int64_t>(x) * total); });
-  d->gain = gain;
-  d->denoise_gain = denoise;
-  dl->index = index;
+  for (; i < count && b.moving(); ++i) b.step(i);
+  b.finish(i);
 }
 
 }  // extern "C"

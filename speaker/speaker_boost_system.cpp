@@ -10,6 +10,7 @@
 #include "common/band_split_block.h"
 #include "common/biquad.h"
 #include "common/delay.h"
+#include "common/drc_block.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 #include "common/nld_kernels.h"
@@ -96,16 +97,17 @@ void process_stereo_block(speaker_boost_system_t* s, const int* in_left, const i
   biquad_block32(s->nld_filter, h, count);
   harmonic_band(s->nld_gain_left, h, s->nld_delay_left, s->band0_left, count);
   harmonic_band(s->nld_gain_right, h, s->nld_delay_right, s->band0_right, count);
-  dynamic_range_control_process(s->drc_low_left, s->band1_left, s->band1_left, count);
-  dynamic_range_control_process(s->drc_mid_left, s->band2_left, s->band2_left, count);
-  dynamic_range_control_process(s->drc_high_left, s->band3_left, s->band3_left, count);
-  dynamic_range_control_process(s->drc_low_right, s->band1_right, s->band1_right, count);
-  dynamic_range_control_process(s->drc_mid_right, s->band2_right, s->band2_right, count);
-  dynamic_range_control_process(s->drc_high_right, s->band3_right, s->band3_right, count);
+  // Each band's two limiters advance side by side.
+  dynamic_range_control_process_pair(s->drc_low_left, s->band1_left, s->band1_left, s->drc_low_right, s->band1_right,
+                                     s->band1_right, count);
+  dynamic_range_control_process_pair(s->drc_mid_left, s->band2_left, s->band2_left, s->drc_mid_right, s->band2_right,
+                                     s->band2_right, count);
+  dynamic_range_control_process_pair(s->drc_high_left, s->band3_left, s->band3_left, s->drc_high_right,
+                                     s->band3_right, s->band3_right, count);
   recombine(s->band0_left, s->band1_left, s->band2_left, s->band3_left, s->sum_left, count);
   recombine(s->band0_right, s->band1_right, s->band2_right, s->band3_right, s->sum_right, count);
-  dynamic_range_control_process(s->drc_full_left, s->sum_left, out_left, count);
-  dynamic_range_control_process(s->drc_full_right, s->sum_right, out_right, count);
+  dynamic_range_control_process_pair(s->drc_full_left, s->sum_left, out_left, s->drc_full_right, s->sum_right,
+                                     out_right, count);
 }
 
 void process_mono_block(speaker_boost_system_t* s, const int* in, int* out, int count) {
