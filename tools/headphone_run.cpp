@@ -32,8 +32,6 @@ constexpr int kMaxBlock = 1 << 20;
 constexpr int kDataWords = 29;      // effect_data
 constexpr int kReverbValues = 6;
 constexpr int kGeqValues = EQUALIZER_BANDS;
-// Preset 4 without --reverb: a medium room, the dry signal at unity.
-constexpr int kDefaultReverb[kReverbValues] = {4096, 4096, 2730, 4096, 8192, 127};
 
 struct Options {
   int effect = -1;   // -1: not given
@@ -315,7 +313,7 @@ audio_effect_control_acdb_t build_record(const Options& o, const audio_effect_co
   if (!o.reverb.empty()) std::copy(o.reverb.begin(), o.reverb.end(), r.effect_data);
   if (!o.geq.empty()) std::copy(o.geq.begin(), o.geq.end(), r.effect_data);
   if (o.record_in.empty() && o.reverb.empty() && r.effect_type == KEDO_HP_EFFECT_REVERB)
-    std::copy(std::begin(kDefaultReverb), std::end(kDefaultReverb), r.effect_data);
+    std::copy(std::begin(kHeadphoneDefaultReverb), std::end(kHeadphoneDefaultReverb), r.effect_data);
   return r;
 }
 
@@ -488,3 +486,5 @@ int kafx_headphone_main(int argc, char** argv) {
   if (!o.record_out.empty()) std::fprintf(info, "  record written to %s\n", o.record_out.c_str());
   return 0;
 }
+
+const int kHeadphoneDefaultReverb[6] = {4096, 4096, 2730, 4096, 8192, 127};

@@ -10,4 +10,8 @@ int kafx_headphone_main(int argc, char** argv);
 // The sub-command's usage text.
 const char* kafx_headphone_usage();
 
+// Preset 4's reverb settings when none are given (room, damp, wet, dry,
+// width, gain): a medium room, the dry signal at unity.
+extern const int kHeadphoneDefaultReverb[6];
+
 #endif

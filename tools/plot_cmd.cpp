@@ -38,6 +38,8 @@
 #include "../headphone/hp_effect_tables.h"
 #include "../speaker/speaker_boost_system_tables.h"
 #include "command_line.h"
+#include "headphone_run.h"
+#include "kafx_proc/hp_effect.h"
 #include "spectrogram.h"
 #include "kafx_proc/equalizer.h"
 #include "speaker_config_check.h"
@@ -129,6 +131,57 @@ std::vector<Curve> boost_curves(double rate) {
   return out;
 }
 
+// A preset's response measured through the library's headphone front end
+// (32-bit host samples): the preset is set, its fade settles on 1 s of
+// silence, then a -20 dBFS impulse enters one side and the first 16384
+// frames of that side's output are taken; the level at f is that of their
+// Fourier sum over the impulse. Presets with a non-linear stage (virtual
+// bass) or a long tail (reverb, cut at 0.34 s) give the small-signal,
+// truncated response.
+Curve measured_preset_curve(int effect, double rate) {
+  constexpr int kBlock = 480, kSettle = 100, kTaken = 16384;
+  constexpr double kImpulse = 0.1 * 2147483647.0;
+  std::vector<double> response[2];
+  for (int side = 0; side < 2; ++side) {
+    void* h = kafx_hp_effect_init(static_cast<unsigned>(rate), 3);
+    if (h == nullptr) break;
+    audio_effect_control_acdb_t rec{};
+    rec.effect_type = effect;
+    if (effect == KEDO_HP_EFFECT_REVERB)
+      std::copy(std::begin(kHeadphoneDefaultReverb), std::end(kHeadphoneDefaultReverb), rec.effect_data);
+    kafx_hp_effect_set_parameters(h, &rec);
+    std::vector<int32_t> buf(2 * kBlock);
+    for (int b = 0; b < kSettle; ++b) {
+      std::fill(buf.begin(), buf.end(), 0);
+      kafx_hp_effect_process(h, buf.data(), static_cast<unsigned>(buf.size() * sizeof(int32_t)));
+    }
+    for (int done = 0; done < kTaken; done += kBlock) {
+      std::fill(buf.begin(), buf.end(), 0);
+      if (done == 0) buf[static_cast<size_t>(side)] = static_cast<int32_t>(kImpulse);
+      kafx_hp_effect_process(h, buf.data(), static_cast<unsigned>(buf.size() * sizeof(int32_t)));
+      for (int i = 0; i < kBlock && done + i < kTaken; ++i) response[side].push_back(buf[2 * static_cast<size_t>(i) + side]);
+    }
+    kafx_hp_effect_deinit(h);
+  }
+  return sampled_curve("headphone preset " + std::to_string(effect) + " (measured)", rate, [&](int side, double f) {
+    const std::vector<double>& y = response[side];
+    // The sum of y[n] e^(-j w n) with the phasor advanced by one rotation per
+    // sample.
+    const double w = 2 * M_PI * f / rate;
+    const double cw = std::cos(w), sw = -std::sin(w);
+    double re = 0, im = 0, pr = 1, pi = 0;
+    for (double v : y) {
+      re += v * pr;
+      im += v * pi;
+      const double t = pr * cw - pi * sw;
+      pi = pr * sw + pi * cw;
+      pr = t;
+    }
+    const double mag = std::hypot(re, im) / kImpulse;
+    return mag > 0 ? 20 * std::log10(mag) : -200.0;
+  });
+}
+
 // The headphone chain's built-in records: preset 3 (parametric equalizer,
 // unity input gain) and the seven adapter corrections, at 44.1 and 48 kHz
 // (the 96 and 192 kHz adapter records are all zero: the chain is silent).
@@ -146,6 +199,9 @@ std::vector<Curve> headphone_curves() {
       const int32_t gain[2] = {r.gain_left, r.gain_right};
       out.push_back(eq_curve("adapter " + std::to_string(a + 1), rates[k], true, gain, r.left_band, r.right_band));
     }
+  for (int effect : {KEDO_HP_EFFECT_STEREO_WIDENING, KEDO_HP_EFFECT_VIRTUAL_BASS, KEDO_HP_EFFECT_PARAMETRIC_EQ,
+                     KEDO_HP_EFFECT_REVERB})
+    for (double rate : rates) out.push_back(measured_preset_curve(effect, rate));
   return out;
 }
 
@@ -398,7 +454,9 @@ const char* kafx_plot_usage() {
          "records 'equalizer', 'pre-filter', 'crossover band 1' .. 'crossover band\n"
          "4'). At least one of -o and --csv.\n"
          "'headphone' draws the headphone chain's built-in parametric equalizer\n"
-         "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz; 'geq'\n"
+         "(preset 3) and the seven adapter corrections at 44100 and 48000 Hz, and\n"
+         "presets 1 to 4 measured through the product (a -20 dBFS impulse on each\n"
+         "side, the first 16384 output frames: small-signal, truncated); 'geq'\n"
          "the graphic equalizer set from ten gain indices (-15..15 dB steps) at\n"
          "44100, 48000 and 96000 Hz.\n"
          "'spectrogram' draws the short-time spectra of an input file and of its\n"
