@@ -122,12 +122,7 @@ TEST(CommandLine, InputAndOutput) {
 TEST(CommandLine, EveryCommandDeclaresTheOptionsItsHelpShows) {
   std::string help;
   ASSERT_EQ(kafx_test::run_tool("--help", &help), 0);
-  std::set<std::string> commands;
-  std::istringstream lines(help.substr(help.find("commands:\n")));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.size() > 2 && line.compare(0, 2, "  ") == 0 && std::islower(static_cast<unsigned char>(line[2])))
-      commands.insert(line.substr(2, line.find(' ', 2) - 2));
-  }
+  const std::set<std::string> commands = kafx_test::listed_commands(help);
   EXPECT_GE(commands.size(), 9u) << help;
   const std::regex option(R"((^|[\s\[(,|'])(--?[a-z][a-z-]*))");
   for (const std::string& cmd : commands) {

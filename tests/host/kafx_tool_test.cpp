@@ -86,12 +86,7 @@ TEST_F(KafxToolTest, ManualPageCoversEveryCommandAndOption) {
 
   std::string help;
   ASSERT_EQ(run_tool("--help", &help), 0);
-  std::set<std::string> commands;
-  std::istringstream lines(help.substr(help.find("commands:\n")));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.size() > 2 && line.compare(0, 2, "  ") == 0 && std::islower(static_cast<unsigned char>(line[2])))
-      commands.insert(line.substr(2, line.find(' ', 2) - 2));
-  }
+  const std::set<std::string> commands = listed_commands(help);
   EXPECT_GE(commands.size(), 9u) << help;
   std::set<std::string> documented;
   for (const auto& [name, text] : sections) documented.insert(name);

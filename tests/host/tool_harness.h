@@ -7,11 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -123,6 +126,20 @@ class ToolTest : public ::testing::Test {
   const std::filesystem::path dir_ =
       std::filesystem::temp_directory_path() / ("kafx_host_test_" + std::to_string(getpid()));
 };
+
+// The commands a help text lists: the words that open its indented lines
+// after "commands:".
+inline std::set<std::string> listed_commands(const std::string& help) {
+  std::set<std::string> commands;
+  const size_t at = help.find("commands:\n");
+  if (at == std::string::npos) return commands;
+  std::istringstream lines(help.substr(at));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.size() > 2 && line.compare(0, 2, "  ") == 0 && std::islower(static_cast<unsigned char>(line[2])))
+      commands.insert(line.substr(2, line.find(' ', 2) - 2));
+  }
+  return commands;
+}
 
 }  // namespace kafx_test
 
