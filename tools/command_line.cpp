@@ -8,7 +8,7 @@
 namespace kafx_tool {
 
 int parse_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                       std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                       std::initializer_list<OptionDecl> options, const OptionCallback& option,
                        const Arguments& args, std::vector<std::string>* positional) {
   CLI::App app;
   // The command's own usage text is the help; CLI11's generated help is off.
@@ -22,13 +22,13 @@ int parse_command_line(const Command& cmd, int argc, char** argv, const char* us
     bool takes_value;
   };
   std::map<const CLI::Option*, Declared> declared;
-  for (const OptionSpec& spec : options) {
-    CLI::Option* o = spec.takes_value ? app.add_option(spec.names) : app.add_flag(spec.names);
+  for (const OptionDecl& decl : options) {
+    CLI::Option* o = decl.takes_value ? app.add_option(decl.names) : app.add_flag(decl.names);
     // Every occurrence is kept and handed on in order; a command that reads
     // an option twice decides what that means (mostly: the last one wins).
     o->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    const std::string names = spec.names;
-    declared[o] = {names.substr(0, names.find(',')), spec.takes_value};
+    const std::string names = decl.names;
+    declared[o] = {names.substr(0, names.find(',')), decl.takes_value};
   }
 
   auto show_help = [usage] {
@@ -76,7 +76,7 @@ int parse_command_line(const Command& cmd, int argc, char** argv, const char* us
 }
 
 int parse_in_out_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                              std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                              std::initializer_list<OptionDecl> options, const OptionCallback& option,
                               const char* shape, std::string* in, std::string* out) {
   std::vector<std::string> files;
   if (const int rc = parse_command_line(cmd, argc, argv, usage, options, option, {1, 2, shape}, &files); rc != 0)

@@ -19,7 +19,7 @@ namespace kafx_tool {
 // One option of a command: its names as CLI11 spells them ("--csv", "-o",
 // "-o,--output"; the first is the name the callback sees) and whether it
 // takes a value.
-struct OptionSpec {
+struct OptionDecl {
   const char* names;
   bool takes_value;
 };
@@ -45,13 +45,13 @@ using OptionCallback = std::function<int(const std::string& name, const char* va
 // seen every option, *positional holds the other arguments in order, and the
 // result is 0.
 int parse_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                       std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                       std::initializer_list<OptionDecl> options, const OptionCallback& option,
                        const Arguments& args, std::vector<std::string>* positional);
 
 // The audio commands' "kafx NAME [options] [IN] OUT": one or two arguments,
 // the last into *out, a first one into *in (left as it is otherwise).
 int parse_in_out_command_line(const Command& cmd, int argc, char** argv, const char* usage,
-                              std::initializer_list<OptionSpec> options, const OptionCallback& option,
+                              std::initializer_list<OptionDecl> options, const OptionCallback& option,
                               const char* shape, std::string* in, std::string* out);
 
 }  // namespace kafx_tool

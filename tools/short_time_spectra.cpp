@@ -1,4 +1,4 @@
-#include "spectrogram.h"
+#include "short_time_spectra.h"
 
 #include <algorithm>
 #include <cmath>
