@@ -12,8 +12,7 @@
 #include <vector>
 
 #include "tests/host/tool_harness.h"
-#include "tools/command_line.cpp"
-#include "tools/host_audio.cpp"
+#include "tools/command_line.h"
 
 namespace {
 

@@ -20,10 +20,8 @@
 
 #include "kafx_proc/speaker_boost.h"
 #include "tests/host/tool_harness.h"
-// The tool's unit conversions and import are plain sources without a library
-// of their own; they are compiled into this test once.
-#include "tools/eq_import.cpp"
-#include "tools/speaker_units.cpp"
+#include "tools/eq_import.h"
+#include "tools/speaker_units.h"
 
 namespace kafx_test {
 namespace {
