@@ -276,6 +276,61 @@ class Path {
   double hpa_ = 0, hx_ = 0, hy_ = 0;
 };
 
+// Open-loop magnitude of the room (taps, loudspeaker high-pass and
+// low-pass as Path runs them) at `hz`, in dB.
+inline double open_loop_db(const Room& room, double hz) {
+  const std::complex<double> z = std::polar(1.0, -2 * kPi * hz / kRate);  // z^-1
+  std::complex<double> acc = 0, zi = 1;
+  for (size_t i = 0; i < room.ir.size(); ++i, zi *= z)
+    if (room.ir[i] != 0) acc += room.ir[i] * zi;
+  if (room.highpass_hz > 0) {
+    const double a = std::exp(-2 * kPi * room.highpass_hz / kRate);
+    acc *= a * (1.0 - z) / (1.0 - a * z);
+  }
+  if (room.lowpass_hz > 0) {
+    const double k = std::tan(kPi * room.lowpass_hz / kRate), q = std::sqrt(0.5);
+    const double norm = 1 / (1 + k / q + k * k);
+    acc *= k * k * norm * (1.0 + 2.0 * z + z * z) / (1.0 + 2 * (k * k - 1) * norm * z + (1 - k / q + k * k) * norm * z * z);
+  }
+  return lin_to_db(std::abs(acc));
+}
+
+// The open-loop response on a 2 Hz grid from 20 Hz to 12 kHz, in dB.
+constexpr double kGridHz = 2.0;
+inline std::vector<double> open_loop_grid(const Room& room) {
+  std::vector<double> mag;
+  for (double f = 20; f < 12000; f += kGridHz) mag.push_back(open_loop_db(room, f));
+  return mag;
+}
+
+// The loop gain at which the open-loop response first reaches unity (minus
+// its loudest point, dB): a loop howls at or just above it.
+inline double unity_gain_db(const Room& room) {
+  const std::vector<double> mag = open_loop_grid(room);
+  return -*std::max_element(mag.begin(), mag.end());
+}
+
+// What ideal notches could add: the loudest point of the open-loop response
+// is cut out together with everything within `half_width_hz` of it,
+// `notches` times over. Entry n is the loudest point left after n notches,
+// in dB below the response's peak (entry 0 is 0): the stable gain n perfect
+// notches of that width could add at most, whatever the phases (a loop
+// howls only where its phase also closes, so a real loop may do a little
+// better).
+inline std::vector<double> notch_bound(const Room& room, int notches, double half_width_hz) {
+  std::vector<double> mag = open_loop_grid(room);
+  const double peak = *std::max_element(mag.begin(), mag.end());
+  std::vector<double> bound;
+  const int half = static_cast<int>(half_width_hz / kGridHz);
+  for (int n = 0; n <= notches; ++n) {
+    const auto top = std::max_element(mag.begin(), mag.end());
+    bound.push_back(peak - *top);
+    const int at = static_cast<int>(top - mag.begin());
+    for (int j = std::max(0, at - half); j <= std::min(static_cast<int>(mag.size()) - 1, at + half); ++j) mag[j] = -600;
+  }
+  return bound;
+}
+
 // Keeps the `keep` largest taps of a measured response (and drops the rest),
 // so the loop runs fast; the response is normalised to a peak tap of 1.
 inline Room sparsify(const std::string& name, const std::vector<double>& ir, size_t keep) {

@@ -11,6 +11,12 @@
 // output never exceeds -20 dBFS in any 20 ms window. The difference is the
 // stable gain the canceller adds in that room.
 //
+// It also prints what notches alone could do in the room: the open-loop
+// response's loudest point, left after five ideal notches of the
+// canceller's width are cut out (howl_sim::notch_bound). Where that is below
+// the added gain, the rest came from the canceller's gain, whose lowest
+// value and value when the voice ends are printed for the best run.
+//
 // A room impulse response is read from any WAV file libsndfile opens (first
 // channel, integer or float); other rates are resampled to 48 kHz by linear
 // interpolation, with a message. It is normalised to a peak tap of 1 (its
@@ -20,6 +26,7 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -80,6 +87,12 @@ bool read_rir(const std::string& path, std::vector<double>* ir, std::string* err
   return true;
 }
 
+// Half the -3 dB width of the canceller's notches: (1 - r) * 48000 / pi / 2
+// for the pole radius r = 0.985.
+constexpr double kNotchHalfWidthHz = 115;
+
+double gain_db(int q13) { return q13 > 0 ? 20.0 * std::log10(q13 / 8192.0) : -600.0; }
+
 bool quiet_loop(const howl_sim::LoopResult& r) { return !r.clipped && (r.tail_db < -90 || r.tail_db < r.end_voice_db - 1); }
 
 }  // namespace
@@ -138,19 +151,30 @@ int kafx_howl_test_main(int argc, char** argv) {
       continue;
     }
     std::printf("  without the canceller: max stable loop gain %+.2f dB\n", limit);
+    const std::vector<double> bound = howl_sim::notch_bound(room, HOWLING_NOTCHES, kNotchHalfWidthHz);
+    std::printf("  %d ideal notches (+-%.0f Hz) could add at most %.1f dB here\n", HOWLING_NOTCHES, kNotchHalfWidthHz,
+                bound.back());
     if (!howling) continue;
     double best = limit;
-    double loudest = -600;
+    double loudest = -600, lowest_gain = 0, end_gain = 0;
     for (double g = limit + 0.5; g <= limit + 15; g += 0.5) {
       howlingCancel h{};
       howling_canceling_init(&h);
       howling_canceling_setstatus(&h, 1);
-      const howl_sim::LoopResult r =
-          howl_sim::run_loop(room, g, voice, 1.5, [&](int* b, int n) { howling_canceling_process(&h, b, b, n); });
+      size_t done = 0;
+      int low = h.gain, at_end = h.gain;
+      const howl_sim::LoopResult r = howl_sim::run_loop(room, g, voice, 1.5, [&](int* b, int n) {
+        howling_canceling_process(&h, b, b, n);
+        low = std::min(low, h.gain);
+        done += static_cast<size_t>(n);
+        if (done <= voice.size()) at_end = h.gain;
+      });
       howling_canceling_end(&h);
       if (!quiet_loop(r) || r.max_window_db > -20) break;
       best = g;
       loudest = r.max_window_db;
+      lowest_gain = gain_db(low);
+      end_gain = gain_db(at_end);
     }
     if (best == limit) {
       std::printf("  with the canceller:    no gain added (the loop howls 0.5 dB above the limit)\n");
@@ -158,6 +182,8 @@ int kafx_howl_test_main(int argc, char** argv) {
       std::printf("  with the canceller:    max stable loop gain %+.2f dB (loudest 20 ms %.1f dBFS)\n", best, loudest);
     }
     std::printf("  added stable gain:     %.1f dB\n", best - limit);
+    if (best != limit)
+      std::printf("  canceller gain in that run: lowest %.1f dB, %.1f dB when the voice ends\n", lowest_gain, end_gain);
   }
   return 0;
 }
