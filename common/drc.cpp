@@ -17,6 +17,7 @@
 
 #include "common/delay.h"
 #include "common/drc_block.h"
+#include "common/drc_kernels.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 
@@ -139,11 +140,22 @@ struct Block {
 
   int32_t total() const { return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain; }
 
-  // The settled rest of the block from sample i: one total gain.
+  // The settled rest of the block from sample i: one total gain, applied
+  // over the stretches of the line that do not wrap (walked as delay_run
+  // walks them).
   void finish(int i) {
     const int32_t t = total();
-    delay_run(buf, delay, index, in + i, count - i,
-              [&](int k, int32_t x) { out[i + k] = mul_shift<17>(static_cast<int64_t>(x) * t); });
+    if (delay == 0) {
+      for (; i < count; ++i) out[i] = mul_shift<17>(static_cast<int64_t>(in[i]) * t);
+    }
+    while (i < count) {
+      int m = delay - index > 1 ? delay - index : 1;
+      if (m > count - i) m = count - i;
+      drc_delay_gain(buf + index, in + i, out + i, m, t);
+      i += m;
+      index += m;
+      if (index >= delay) index = 0;
+    }
     d->gain = gain;
     d->denoise_gain = denoise;
     d->delay->index = index;
@@ -152,15 +164,9 @@ struct Block {
 
 Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count) {
   // 1. Block statistics: mean and peak of |x|.
-  int64_t sum = 0;
-  int64_t max_abs = 0;
-  for (int i = 0; i < count; ++i) {
-    const int64_t a = in[i] < 0 ? -static_cast<int64_t>(in[i]) : in[i];
-    sum += a;
-    max_abs = std::max(max_abs, a);
-  }
-  const int64_t mean = count == 0 ? 0 : sum / count;
-  const int64_t peak = max_abs >> 8;  // 16-bit units
+  const DrcBlockStats stats = drc_block_stats(in, count);
+  const int64_t mean = count == 0 ? 0 : stats.sum / count;
+  const int64_t peak = stats.max_abs >> 8;  // 16-bit units
 
   // 2. Mean-level follower: rises at 1/16, falls at 1/32 per block.
   const int64_t level = d->level;

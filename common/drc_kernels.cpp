@@ -1,0 +1,90 @@
+// Block kernels of the dynamic range control: the scalar loops (the
+// baseline) and their AVX2 builds (see common/drc_kernels.h).
+#include "common/drc_kernels.h"
+
+#include "common/fixed_point.h"
+#include "common/lanes_avx2.h"
+
+namespace kafx {
+namespace {
+
+DrcBlockStats block_stats_scalar(const int32_t* x, int n) {
+  int64_t sum = 0;
+  int64_t max_abs = 0;
+  for (int i = 0; i < n; ++i) {
+    const int64_t a = x[i] < 0 ? -static_cast<int64_t>(x[i]) : x[i];
+    sum += a;
+    max_abs = a > max_abs ? a : max_abs;
+  }
+  return {sum, max_abs};
+}
+
+void delay_gain_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
+  for (int k = 0; k < n; ++k) {
+    const int32_t d = line[k];
+    line[k] = in[k];
+    out[k] = mul_shift<17>(static_cast<int64_t>(d) * gain);
+  }
+}
+
+#if KAFX_AVX2_VARIANTS
+
+// |x| of eight words is exact as an unsigned word (abs of INT32_MIN is the
+// word 2^31), so the maximum is an unsigned maximum and the sum adds the
+// words zero-extended to 64 bits (the even words masked, the odd ones
+// shifted down).
+KAFX_TARGET_AVX2 DrcBlockStats block_stats_avx2(const int32_t* x, int n) {
+  const __m256i low = _mm256_set1_epi64x(0xffffffff);
+  __m256i sum = _mm256_setzero_si256();
+  __m256i top = _mm256_setzero_si256();
+  int i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m256i a = _mm256_abs_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(x + i)));
+    top = _mm256_max_epu32(top, a);
+    sum = _mm256_add_epi64(sum, _mm256_add_epi64(_mm256_and_si256(a, low), _mm256_srli_epi64(a, 32)));
+  }
+  alignas(32) uint64_t sums[4];
+  alignas(32) uint32_t tops[8];
+  _mm256_store_si256(reinterpret_cast<__m256i*>(sums), sum);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(tops), top);
+  const DrcBlockStats rest = block_stats_scalar(x + i, n - i);
+  int64_t s = rest.sum;
+  int64_t m = rest.max_abs;
+  for (int k = 0; k < 4; ++k) s += static_cast<int64_t>(sums[k]);
+  for (int k = 0; k < 8; ++k) m = tops[k] > m ? tops[k] : m;
+  return {s, m};
+}
+
+KAFX_TARGET_AVX2 void delay_gain_avx2(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
+  const __m256i g = _mm256_set1_epi32(gain);
+  int k = 0;
+  for (; k + 8 <= n; k += 8) {
+    auto* lp = reinterpret_cast<__m256i*>(line + k);
+    const __m256i d = _mm256_loadu_si256(lp);
+    _mm256_storeu_si256(lp, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + k)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + k), lanes::flush_m1(lanes::gain_shr_sat<17>(g, d)));
+  }
+  delay_gain_scalar(line + k, in + k, out + k, n - k, gain);
+}
+
+#endif  // KAFX_AVX2_VARIANTS
+
+}  // namespace
+
+const KernelVariants<DrcBlockStatsFn> drc_block_stats_variants = {
+    "drc_block_stats", {block_stats_scalar, KAFX_AVX2_ONLY(block_stats_avx2)}};
+
+DrcBlockStats drc_block_stats(const int32_t* x, int n) {
+  static const DrcBlockStatsFn chosen = choose(drc_block_stats_variants);
+  return chosen(x, n);
+}
+
+const KernelVariants<DrcDelayGainFn> drc_delay_gain_variants = {
+    "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2)}};
+
+void drc_delay_gain(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
+  static const DrcDelayGainFn chosen = choose(drc_delay_gain_variants);
+  chosen(line, in, out, n, gain);
+}
+
+}  // namespace kafx
