@@ -133,9 +133,17 @@ template <int kVecs, int kRight>
 // channel's sample then enters as shl_sat<5>(x) and leaves shifted back,
 // which needs a working section in the channel's last lane (a cascade's
 // layout); bypass lanes hand on their input in either form.
-template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
+// kBypass: false when no lane is a bypass lane (the blend is then skipped).
+// kOdd: the two history rows of x (and of y) swap roles every step instead
+// of being copied: at an even step x1 is in w.x1 and x2 in w.x2, and the new
+// x0 is written over x2, where the odd step finds it as its x1.
+template <int kVecs, bool kMasked, bool kSplit, bool kScaled, bool kBypass, bool kOdd>
 [[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wave_step(Wavefront<kVecs>& w, const __m256i* in, int t, int n) {
   static_assert(!(kSplit && kScaled), "the band split hands on remainders");
+  __m256i(&x1)[kVecs] = kOdd ? w.x2 : w.x1;
+  __m256i(&x2)[kVecs] = kOdd ? w.x1 : w.x2;
+  __m256i(&y1)[kVecs] = kOdd ? w.y2 : w.y1;
+  __m256i(&y2)[kVecs] = kOdd ? w.y1 : w.y2;
   KAFX_UNROLL
   for (int j = 0; j < kVecs; ++j) {
     const __m256i v = in[j];
@@ -144,13 +152,12 @@ template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
     // on the path from one lane to the next (the sum wraps, so the order
     // does not change it).
     const __m256i hist = _mm256_add_epi64(
-        _mm256_add_epi64(_mm256_mul_epi32(w.b1[j], w.x1[j]), _mm256_mul_epi32(w.b2[j], w.x2[j])),
-        _mm256_add_epi64(_mm256_mul_epi32(w.a1[j], w.y1[j]), _mm256_mul_epi32(w.a2[j], w.y2[j])));
+        _mm256_add_epi64(_mm256_mul_epi32(w.b1[j], x1[j]), _mm256_mul_epi32(w.b2[j], x2[j])),
+        _mm256_add_epi64(_mm256_mul_epi32(w.a1[j], y1[j]), _mm256_mul_epi32(w.a2[j], y2[j])));
     const __m256i acc = _mm256_add_epi64(hist, _mm256_mul_epi32(w.b0[j], x0));
     const __m256i y = lanes::flush_m1(lanes::product_shr_sat<28>(acc));
-    const __m256i o =
-        _mm256_blendv_epi8(kScaled ? _mm256_and_si256(y, _mm256_set1_epi32(~31)) : _mm256_srai_epi32(y, 5), v,
-                           w.bypass[j]);
+    const __m256i own = kScaled ? _mm256_and_si256(y, _mm256_set1_epi32(~31)) : _mm256_srai_epi32(y, 5);
+    const __m256i o = kBypass ? _mm256_blendv_epi8(own, v, w.bypass[j]) : own;
     // What the lane hands on: its output, or in the band split the
     // remainder v - o saturated to 32 bits.
     __m256i hand = o;
@@ -163,20 +170,33 @@ template <int kVecs, bool kMasked, bool kSplit, bool kScaled = false>
       // A lane at position p is live when 0 <= t - p < n.
       const __m256i live = _mm256_and_si256(_mm256_cmpgt_epi64(_mm256_set1_epi64x(t + 1), w.pos[j]),
                                             _mm256_cmpgt_epi64(w.pos[j], _mm256_set1_epi64x(int64_t{t} - n)));
-      w.x2[j] = _mm256_blendv_epi8(w.x2[j], w.x1[j], live);
-      w.x1[j] = _mm256_blendv_epi8(w.x1[j], x0, live);
-      w.y2[j] = _mm256_blendv_epi8(w.y2[j], w.y1[j], live);
-      w.y1[j] = _mm256_blendv_epi8(w.y1[j], y, live);
+      // After the swap of roles a lane without a sample must find its x1 in
+      // the x2 row and its x2 in the x1 row.
+      const __m256i ox1 = x1[j], oy1 = y1[j];
+      x1[j] = _mm256_blendv_epi8(x2[j], ox1, live);
+      x2[j] = _mm256_blendv_epi8(ox1, x0, live);
+      y1[j] = _mm256_blendv_epi8(y2[j], oy1, live);
+      y2[j] = _mm256_blendv_epi8(oy1, y, live);
       w.out[j] = _mm256_blendv_epi8(w.out[j], hand, live);
       if constexpr (kSplit) w.energy[j] = _mm256_add_epi64(w.energy[j], _mm256_and_si256(sq, live));
     } else {
-      w.x2[j] = w.x1[j];
-      w.x1[j] = x0;
-      w.y2[j] = w.y1[j];
-      w.y1[j] = y;
+      x2[j] = x0;
+      y2[j] = y;
       w.out[j] = hand;
       if constexpr (kSplit) w.energy[j] = _mm256_add_epi64(w.energy[j], sq);
     }
+  }
+}
+
+// After an odd number of steps the rows of x1 and x2 (y1 and y2) have
+// changed roles (see wave_step): back to their places.
+template <int kVecs>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void swap_history(Wavefront<kVecs>& w) {
+  KAFX_UNROLL
+  for (int j = 0; j < kVecs; ++j) {
+    const __m256i x = w.x1[j], y = w.y1[j];
+    w.x1[j] = w.x2[j], w.y1[j] = w.y2[j];
+    w.x2[j] = x, w.y2[j] = y;
   }
 }
 
@@ -230,10 +250,55 @@ KAFX_TARGET_AVX2 void store_lanes(const LaneMap& map, LaneWords<kVecs>& words, c
   }
 }
 
+// Step t of run_wavefront. kEdge: a step of the first or last kLast steps,
+// where some lanes have no sample; the steps between need no masks and
+// no bounds checks.
+template <int kVecs, int kRight, bool kSplit, bool kBypass, bool kEdge, bool kOdd>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wavefront_tick(Wavefront<kVecs>& w, const int32_t* xl,
+                                                                   const int32_t* xr, int32_t* yl, int32_t* yr,
+                                                                   int t, int n) {
+  constexpr int kCap = kRight > 0 ? kRight : 4 * kVecs;
+  constexpr int kLast = kCap - 1;
+  // A cascade runs in the scaled form (see wave_step).
+  constexpr bool kScaled = !kSplit;
+  int32_t l = !kEdge || t < n ? xl[t] : 0;
+  int32_t r = kRight > 0 && (!kEdge || t < n) ? xr[t] : 0;
+  if constexpr (kScaled) {
+    l = shl_sat<5>(l);
+    r = shl_sat<5>(r);
+  }
+  __m256i in[kVecs];
+  route_chain<kVecs, kRight>(w, l, r, in);
+  wave_step<kVecs, kEdge, kSplit, kScaled, kBypass, kOdd>(w, in, t, n);
+  if constexpr (!kSplit) {
+    if (!kEdge || t >= kLast) {
+      yl[t - kLast] = _mm256_extract_epi32(w.out[kLast / 4], 2 * (kLast % 4)) >> 5;
+      if constexpr (kRight > 0) yr[t - kLast] = _mm256_extract_epi32(w.out[kVecs - 1], 6) >> 5;
+    }
+  } else {
+    (void)yl, (void)yr;
+  }
+}
+
+// Edge steps [from, to) of run_wavefront.
+template <int kVecs, int kRight, bool kSplit, bool kBypass>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void wavefront_edge(Wavefront<kVecs>& w, const int32_t* xl,
+                                                                   const int32_t* xr, int32_t* yl, int32_t* yr,
+                                                                   int from, int to, int n) {
+  for (int t = from; t < to; ++t) {
+    if ((t & 1) != 0) {
+      wavefront_tick<kVecs, kRight, kSplit, kBypass, true, true>(w, xl, xr, yl, yr, t, n);
+    } else {
+      wavefront_tick<kVecs, kRight, kSplit, kBypass, true, false>(w, xl, xr, yl, yr, t, n);
+    }
+  }
+}
+
 // Runs the lanes of `map` over n samples of xl (and xr): a cascade writes
 // each channel's last lane to yl (yr); the band split writes no samples
-// and adds each lane's sum of squared outputs to energy[lane].
-template <int kVecs, int kRight, bool kSplit>
+// and adds each lane's sum of squared outputs to energy[lane]. kBypass:
+// false when every lane holds a working section.
+template <int kVecs, int kRight, bool kSplit, bool kBypass = true>
 KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const int32_t* xr, int32_t* yl, int32_t* yr,
                                     int n, uint64_t* energy) {
   constexpr int kLanes = 4 * kVecs;
@@ -243,29 +308,19 @@ KAFX_TARGET_AVX2 void run_wavefront(const LaneMap& map, const int32_t* xl, const
   for (int i = 0; i < kLanes; ++i) words[9][i] = i % kCap;
   Wavefront<kVecs> w;
   load_lanes(map, words, w);
-  for (int t = 0; t < n + kLast; ++t) {
-    // A cascade runs in the scaled form (see wave_step).
-    constexpr bool kScaled = !kSplit;
-    int32_t l = t < n ? xl[t] : 0;
-    int32_t r = kRight > 0 && t < n ? xr[t] : 0;
-    if constexpr (kScaled) {
-      l = shl_sat<5>(l);
-      r = shl_sat<5>(r);
-    }
-    __m256i in[kVecs];
-    route_chain<kVecs, kRight>(w, l, r, in);
-    if (t >= kLast && t < n) {
-      wave_step<kVecs, false, kSplit, kScaled>(w, in, t, n);
-    } else {
-      wave_step<kVecs, true, kSplit, kScaled>(w, in, t, n);
-    }
-    if constexpr (!kSplit) {
-      if (t >= kLast) {
-        yl[t - kLast] = _mm256_extract_epi32(w.out[kLast / 4], 2 * (kLast % 4)) >> 5;
-        if constexpr (kRight > 0) yr[t - kLast] = _mm256_extract_epi32(w.out[kVecs - 1], 6) >> 5;
-      }
-    }
+  // Steps [0, kLast) and [max(kLast, n), n + kLast) at the edges, [kLast, n)
+  // between them.
+  // Step t is an odd step (see wave_step) when t is odd.
+  wavefront_edge<kVecs, kRight, kSplit, kBypass>(w, xl, xr, yl, yr, 0, kLast, n);
+  int t = kLast;
+  if ((t & 1) != 0 && t < n) wavefront_tick<kVecs, kRight, kSplit, kBypass, false, true>(w, xl, xr, yl, yr, t++, n);
+  for (; t + 1 < n; t += 2) {
+    wavefront_tick<kVecs, kRight, kSplit, kBypass, false, false>(w, xl, xr, yl, yr, t, n);
+    wavefront_tick<kVecs, kRight, kSplit, kBypass, false, true>(w, xl, xr, yl, yr, t + 1, n);
   }
+  if (t < n) wavefront_tick<kVecs, kRight, kSplit, kBypass, false, false>(w, xl, xr, yl, yr, t, n);
+  wavefront_edge<kVecs, kRight, kSplit, kBypass>(w, xl, xr, yl, yr, kLast > n ? kLast : n, n + kLast, n);
+  if (((n + kLast) & 1) != 0) swap_history(w);
   store_lanes(map, words, w);
   if constexpr (kSplit) {
     alignas(32) uint64_t sums[kLanes];
@@ -296,7 +351,11 @@ template <int kVecs>
 KAFX_TARGET_AVX2 void mono_wavefront(IIR_t* const* sec, int count, int32_t* x, int n) {
   LaneMap map;
   place(map, 0, 4 * kVecs, sec, count);
-  run_wavefront<kVecs, 0, false>(map, x, nullptr, x, nullptr, n, nullptr);
+  if (working_sections(sec, count) == 4 * kVecs) {
+    run_wavefront<kVecs, 0, false, false>(map, x, nullptr, x, nullptr, n, nullptr);
+  } else {
+    run_wavefront<kVecs, 0, false>(map, x, nullptr, x, nullptr, n, nullptr);
+  }
 }
 
 template <int kCap>
@@ -305,7 +364,11 @@ KAFX_TARGET_AVX2 void stereo_wavefront(IIR_t* const* left, int nl, int32_t* l, I
   LaneMap map;
   place(map, 0, kCap, left, nl);
   place(map, kCap, kCap, right, nr);
-  run_wavefront<kCap / 2, kCap, false>(map, l, r, l, r, n, nullptr);
+  if (working_sections(left, nl) == kCap && working_sections(right, nr) == kCap) {
+    run_wavefront<kCap / 2, kCap, false, false>(map, l, r, l, r, n, nullptr);
+  } else {
+    run_wavefront<kCap / 2, kCap, false>(map, l, r, l, r, n, nullptr);
+  }
 }
 
 KAFX_TARGET_AVX2 void cascade_wavefront(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r,
@@ -383,6 +446,51 @@ KAFX_TARGET_AVX2 void split_wavefront(IIR_t* const* left, const int32_t* l, uint
   }
 }
 
+template <int kStages, bool kScaled, bool kEdge, bool kOdd>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void crossover_tick(Wavefront<2 * kStages>& w, int32_t* xl, int32_t* xr,
+                                                                   int32_t* const* low_l, int32_t* const* low_r, int t,
+                                                                   int n) {
+  constexpr int kVecs = 2 * kStages;
+  constexpr int kLast = kVecs - 1;
+  const int32_t l = !kEdge || t < n ? (kScaled ? shl_sat<5>(xl[t]) : xl[t]) : 0;
+  const int32_t r = !kEdge || t < n ? (kScaled ? shl_sat<5>(xr[t]) : xr[t]) : 0;
+  __m256i in[kVecs];
+  in[0] = _mm256_setr_epi64x(l, l, r, r);
+  KAFX_UNROLL
+  for (int j = 1; j < kVecs; ++j) {
+    in[j] = j % 2 != 0 ? w.out[j - 1] : _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 1, 1));
+  }
+  // Every section works in the scaled form, so no lane is a bypass lane.
+  wave_step<kVecs, kEdge, false, kScaled, !kScaled, kOdd>(w, in, t, n);
+  constexpr int kBack = kScaled ? 5 : 0;
+  KAFX_UNROLL
+  for (int k = 0; k < kStages; ++k) {
+    const int i = t - (2 * k + 1);
+    if (!kEdge || (i >= 0 && i < n)) {
+      low_l[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 0) >> kBack;
+      low_r[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 4) >> kBack;
+    }
+  }
+  if (!kEdge || t >= kLast) {
+    xl[t - kLast] = _mm256_extract_epi32(w.out[kLast], 2) >> kBack;
+    xr[t - kLast] = _mm256_extract_epi32(w.out[kLast], 6) >> kBack;
+  }
+}
+
+// Edge steps [from, to) of crossover_lanes.
+template <int kStages, bool kScaled>
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void crossover_edge(Wavefront<2 * kStages>& w, int32_t* xl, int32_t* xr,
+                                                                   int32_t* const* low_l, int32_t* const* low_r,
+                                                                   int from, int to, int n) {
+  for (int t = from; t < to; ++t) {
+    if ((t & 1) != 0) {
+      crossover_tick<kStages, kScaled, true, true>(w, xl, xr, low_l, low_r, t, n);
+    } else {
+      crossover_tick<kStages, kScaled, true, false>(w, xl, xr, low_l, low_r, t, n);
+    }
+  }
+}
+
 // The crossover chain as a wavefront: vector j = 2k + s holds section s of
 // stage k's four branches [left A, left B, right A, right B]. A first
 // section (s = 0) takes the previous stage's high band, the B lane of the
@@ -411,34 +519,19 @@ KAFX_TARGET_AVX2 void crossover_lanes(const CrossoverStage* left, const Crossove
   }
   Wavefront<kVecs> w;
   load_lanes(map, words, w);
-  for (int t = 0; t < n + kLast; ++t) {
-    const int32_t l = t < n ? (kScaled ? shl_sat<5>(xl[t]) : xl[t]) : 0;
-    const int32_t r = t < n ? (kScaled ? shl_sat<5>(xr[t]) : xr[t]) : 0;
-    __m256i in[kVecs];
-    in[0] = _mm256_setr_epi64x(l, l, r, r);
-    KAFX_UNROLL
-    for (int j = 1; j < kVecs; ++j) {
-      in[j] = j % 2 != 0 ? w.out[j - 1] : _mm256_permute4x64_epi64(w.out[j - 1], _MM_SHUFFLE(3, 3, 1, 1));
-    }
-    if (t >= kLast && t < n) {
-      wave_step<kVecs, false, false, kScaled>(w, in, t, n);
-    } else {
-      wave_step<kVecs, true, false, kScaled>(w, in, t, n);
-    }
-    constexpr int kBack = kScaled ? 5 : 0;
-    KAFX_UNROLL
-    for (int k = 0; k < kStages; ++k) {
-      const int i = t - (2 * k + 1);
-      if (i >= 0 && i < n) {
-        low_l[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 0) >> kBack;
-        low_r[k][i] = _mm256_extract_epi32(w.out[2 * k + 1], 4) >> kBack;
-      }
-    }
-    if (t >= kLast) {
-      xl[t - kLast] = _mm256_extract_epi32(w.out[kLast], 2) >> kBack;
-      xr[t - kLast] = _mm256_extract_epi32(w.out[kLast], 6) >> kBack;
-    }
+  // Steps [0, kLast) and [max(kLast, n), n + kLast) at the edges, [kLast, n)
+  // between them (every lane then has its sample).
+  // Step t is an odd step (see wave_step) when t is odd.
+  crossover_edge<kStages, kScaled>(w, xl, xr, low_l, low_r, 0, kLast, n);
+  int t = kLast;
+  if ((t & 1) != 0 && t < n) crossover_tick<kStages, kScaled, false, true>(w, xl, xr, low_l, low_r, t++, n);
+  for (; t + 1 < n; t += 2) {
+    crossover_tick<kStages, kScaled, false, false>(w, xl, xr, low_l, low_r, t, n);
+    crossover_tick<kStages, kScaled, false, true>(w, xl, xr, low_l, low_r, t + 1, n);
   }
+  if (t < n) crossover_tick<kStages, kScaled, false, false>(w, xl, xr, low_l, low_r, t, n);
+  crossover_edge<kStages, kScaled>(w, xl, xr, low_l, low_r, kLast > n ? kLast : n, n + kLast, n);
+  if (((n + kLast) & 1) != 0) swap_history(w);
   store_lanes(map, words, w);
 }
 
