@@ -38,17 +38,20 @@ void channel_balance_get_channel_num(channel_balance_t* cb, int* v) { *v = cb->c
 
 void channel_balance_process_stereo(channel_balance_t* cb, int* in_left, int* in_right, int* out_left,
                                     int* out_right, int count) {
-  for (int i = 0; i < count; ++i) {
-    const int32_t r = cb->channel_ration;
-    const int32_t l_in = in_left[i];
-    const int32_t r_in = in_right[i];
-    if (r > 0) {
-      out_left[i] = blend(l_in, r_in, r);
+  // One ratio for the block: a positive one mixes right into left, any
+  // other left into right ((8192 + r) * right + (-r) * left).
+  const int32_t r = cb->channel_ration;
+  if (r > 0) {
+    for (int i = 0; i < count; ++i) {
+      const int32_t r_in = in_right[i];
+      out_left[i] = blend(in_left[i], r_in, r);
       out_right[i] = r_in;
-    } else {
+    }
+  } else {
+    for (int i = 0; i < count; ++i) {
+      const int32_t l_in = in_left[i];
       out_left[i] = l_in;
-      // (8192 + r) * right + (-r) * left
-      out_right[i] = blend(r_in, l_in, -static_cast<int64_t>(r));
+      out_right[i] = blend(in_right[i], l_in, -static_cast<int64_t>(r));
     }
   }
 }

@@ -93,17 +93,20 @@ void parameter_equalizer_getparameter_right(parameter_equalizer_t* eq, int (*ban
 // so this equals the per-sample cascade exactly.
 void parameter_equalizer_process_stereo(parameter_equalizer_t* eq, int* in_left, int* in_right, int* out_left,
                                         int* out_right, int count) {
+  const int32_t gl = eq->gain_left;
+  const int32_t gr = eq->gain_right;
   for (int i = 0; i < count; ++i) {
     const int32_t l = in_left[i];
     const int32_t r = in_right[i];
-    out_left[i] = mulq13(l, eq->gain_left);
-    out_right[i] = mulq13(r, eq->gain_right);
+    out_left[i] = mulq13(l, gl);
+    out_right[i] = mulq13(r, gr);
   }
   biquad_cascade_pair(eq->left_band, kBands, out_left, eq->right_band, kBands, out_right, count);
 }
 
 void parameter_equalizer_process_mono(parameter_equalizer_t* eq, int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) out[i] = mulq13(in[i], eq->gain_left);
+  const int32_t g = eq->gain_left;
+  for (int i = 0; i < count; ++i) out[i] = mulq13(in[i], g);
   biquad_cascade(eq->left_band, kBands, out, count);
 }
 
