@@ -14,7 +14,13 @@
 // decimators and interpolators, four for the low-pass filters), with the
 // lane coefficients of its branch. The recursive loop only gathers the
 // branch outputs; combining, rounding and saturating them runs afterwards
-// over a whole chunk.
+// over a whole chunk. Where vector lanes do not pay off (ARM, and the 16-bit
+// stages on every baseline), a scalar form runs the branches side by side
+// in one loop instead; both forms give the same integers.
+#if defined(__arm__) && defined(__ARM_FEATURE_DSP)
+#include <arm_acle.h>
+#endif
+
 #include "kafx_proc/spl.h"
 #include "spl/simd.h"
 #include "spl/spl_internal.h"
@@ -259,17 +265,30 @@ struct Branch16 {
     st[3] = s3;
   }
 
-  static int32_t scaled(int32_t c, int32_t d) {
-    return static_cast<int32_t>((static_cast<int64_t>(d) * c) >> 16);
+  template <int C>
+  static int32_t scaled(int32_t d) {
+#if defined(__arm__) && defined(__ARM_FEATURE_DSP)
+    // 32-bit ARM: SMLAWB adds bits 47..16 of d times a signed 16-bit factor
+    // to a word (wrapping), in one instruction with one result register. A
+    // coefficient of 2^15 or more is used as C - 2^16, with d as the added
+    // word: floor(d C / 2^16) = floor(d (C - 2^16) / 2^16) + d.
+    if constexpr (C < 32768) {
+      return __smlawb(d, C, 0);
+    } else {
+      return __smlawb(d, C - 65536, d);
+    }
+#else
+    return static_cast<int32_t>((static_cast<int64_t>(d) * C) >> 16);
+#endif
   }
 
   template <int C0, int C1, int C2>
   int32_t run(int32_t x) {
-    const int32_t t1 = wrap_add(s0, scaled(C0, wrap_sub(x, s1)));
+    const int32_t t1 = wrap_add(s0, scaled<C0>(wrap_sub(x, s1)));
     s0 = x;
-    const int32_t t2 = wrap_add(s1, scaled(C1, wrap_sub(t1, s2)));
+    const int32_t t2 = wrap_add(s1, scaled<C1>(wrap_sub(t1, s2)));
     s1 = t1;
-    s3 = wrap_add(s2, scaled(C2, wrap_sub(t2, s3)));
+    s3 = wrap_add(s2, scaled<C2>(wrap_sub(t2, s3)));
     s2 = t2;
     return s3;
   }
@@ -293,7 +312,7 @@ void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st
       const int32_t xo = in[2 * (base + i) + 1] * 1024;
       y[i] = wrap_add(branch_b(even, xe), branch_a(odd, xo));
     }
-    for (int i = 0; i < m; ++i) out[base + i] = sat16(wrap_add(y[i], 1024) >> 11);
+    narrow<11, 1024>(y, out + base, m);
   }
   even.store(st);
   odd.store(st + 4);
@@ -461,15 +480,162 @@ template <typename T>
   lp_by2<int32_t>(in, len, out, st);
 }
 
+// ---------------------------------------------------------------------------
+// Scalar form of the internal-format branches: one branch per variable set,
+// the branches of a stage interleaved in one loop so that their recursions
+// overlap on a scalar pipeline. Same sections as Cascade::run.
+struct BranchInt {
+  uint32_t s0, s1, s2, s3;
+
+  void load(const int32_t* st) {
+    s0 = static_cast<uint32_t>(st[0]);
+    s1 = static_cast<uint32_t>(st[1]);
+    s2 = static_cast<uint32_t>(st[2]);
+    s3 = static_cast<uint32_t>(st[3]);
+  }
+  void store(int32_t* st) const {
+    st[0] = static_cast<int32_t>(s0);
+    st[1] = static_cast<int32_t>(s1);
+    st[2] = static_cast<int32_t>(s2);
+    st[3] = static_cast<int32_t>(s3);
+  }
+
+  // The difference brought down by 14 bits, floored, then moved up by one
+  // when negative.
+  static uint32_t q(uint32_t d) { return static_cast<uint32_t>(static_cast<int32_t>(d) >> 14) + (d >> 31); }
+
+  template <uint32_t C0, uint32_t C1, uint32_t C2>
+  uint32_t run(uint32_t x) {
+    const uint32_t t1 = s0 + static_cast<uint32_t>(static_cast<int32_t>(x + 8192u - s1) >> 14) * C0;
+    s0 = x;
+    const uint32_t t2 = s1 + q(t1 - s2) * C1;
+    s1 = t1;
+    s3 = s2 + q(t2 - s3) * C2;
+    s2 = t2;
+    return s3;
+  }
+};
+
+inline uint32_t lower(BranchInt& b, uint32_t x) { return b.run<kLowerC0, kLowerC1, kLowerC2>(x); }
+inline uint32_t upper(BranchInt& b, uint32_t x) { return b.run<kUpperC0, kUpperC1, kUpperC2>(x); }
+inline uint32_t half(uint32_t v) { return static_cast<uint32_t>(static_cast<int32_t>(v) >> 1); }
+inline int32_t from_internal(uint32_t v) { return static_cast<int32_t>(v) >> 15; }
+inline uint32_t internal(int16_t v) { return static_cast<uint32_t>(to_internal(v)); }
+inline uint32_t internal(int32_t v) { return static_cast<uint32_t>(v); }
+
+// Even samples through the lower branch (words 0-3), odd through the upper
+// (4-7); the halved outputs are added.
+template <typename T>
+[[gnu::always_inline]] inline void down_scalar(const T* in, int len, int32_t* st, auto put) {
+  BranchInt lo, up;
+  lo.load(st);
+  up.load(st + 4);
+  const int n = len >> 1;
+  for (int i = 0; i < n; ++i) {
+    const uint32_t a = half(lower(lo, internal(in[2 * i])));
+    put(i, a + half(upper(up, internal(in[2 * i + 1]))));
+  }
+  lo.store(st);
+  up.store(st + 4);
+}
+
+// Every sample through the upper branch (words 4-7, even outputs) and the
+// lower branch (words 0-3, odd outputs).
+template <typename T>
+[[gnu::always_inline]] inline void up_scalar(const T* in, int len, int32_t* st, auto put) {
+  BranchInt lo, up;
+  lo.load(st);
+  up.load(st + 4);
+  for (int i = 0; i < len; ++i) {
+    const uint32_t x = internal(in[i]);
+    const uint32_t even = upper(up, x);
+    put(2 * i, even, 2 * i + 1, lower(lo, x));
+  }
+  lo.store(st);
+  up.store(st + 4);
+}
+
+// The same-rate low-pass: even outputs from the lower branch on the
+// previous odd sample (words 0-3) plus the upper branch on the even sample
+// (4-7), odd outputs from the lower branch on the even sample (8-11) plus
+// the upper branch on the odd sample (12-15), whose first state word is the
+// previous odd sample.
+template <typename T>
+[[gnu::always_inline]] inline void lp_scalar(const T* in, int len, int32_t* out, int32_t* st) {
+  BranchInt b0, b1, b2, b3;
+  b0.load(st);
+  b1.load(st + 4);
+  b2.load(st + 8);
+  b3.load(st + 12);
+  const int n = len >> 1;
+  for (int i = 0; i < n; ++i) {
+    const uint32_t prev = b3.s0, xe = internal(in[2 * i]), xo = internal(in[2 * i + 1]);
+    const uint32_t e = half(lower(b0, prev)) + half(upper(b1, xe));
+    const uint32_t o = half(lower(b2, xe)) + half(upper(b3, xo));
+    out[2 * i] = from_internal(e);
+    out[2 * i + 1] = from_internal(o);
+  }
+  b0.store(st);
+  b1.store(st + 4);
+  b2.store(st + 8);
+  b3.store(st + 12);
+}
+
 }  // namespace
 
-KAFX_KERNEL_VARIANTS(void, down_int_to_short, (int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, down_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, up_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, up_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, up_int_to_short, (const int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, lp_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
-KAFX_KERNEL_VARIANTS(void, lp_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+void down_int_to_short_scalar(int32_t* in, int len, int16_t* out, int32_t* st) {
+  down_scalar(in, len, st, [out](int i, uint32_t v) { out[i] = sat16(from_internal(v)); });
+}
+void down_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st) {
+  down_scalar(in, len, st, [out](int i, uint32_t v) { out[i] = static_cast<int32_t>(v); });
+}
+void up_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st) {
+  up_scalar(in, len, st, [out](int i, uint32_t a, int j, uint32_t b) {
+    out[i] = from_internal(a);
+    out[j] = from_internal(b);
+  });
+}
+void up_int_to_int_scalar(const int32_t* in, int len, int32_t* out, int32_t* st) {
+  up_scalar(in, len, st, [out](int i, uint32_t a, int j, uint32_t b) {
+    out[i] = static_cast<int32_t>(a);
+    out[j] = static_cast<int32_t>(b);
+  });
+}
+void up_int_to_short_scalar(const int32_t* in, int len, int16_t* out, int32_t* st) {
+  up_scalar(in, len, st, [out](int i, uint32_t a, int j, uint32_t b) {
+    out[i] = sat16(from_internal(a));
+    out[j] = sat16(from_internal(b));
+  });
+}
+void lp_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st) { lp_scalar(in, len, out, st); }
+void lp_int_to_int_scalar(const int32_t* in, int len, int32_t* out, int32_t* st) { lp_scalar(in, len, out, st); }
+
+// The internal-format stages: the lane form (from the body above) and the
+// scalar form are both built everywhere; the baseline is the one that is
+// faster on the target (see KAFX_SPL_SCALAR_BY2 in spl_internal.h), the
+// AVX2 variant is the lane form.
+#if KAFX_SPL_SCALAR_BY2
+#define KAFX_BY2_BASELINE(name) name##_scalar
+#else
+#define KAFX_BY2_BASELINE(name) name##_lanes
+#endif
+#define KAFX_BY2_STAGE(name, params, args)                                                        \
+  void name##_lanes params { name##_body args; }                                                 \
+  KAFX_AVX2_VARIANT_(void, name, params, args)                                                   \
+  const KernelVariants<void(*) params> name##_variants = {                                       \
+      #name, {KAFX_BY2_BASELINE(name), KAFX_AVX2_PTR(name)}};                                    \
+  void name params {                                                                             \
+    static const auto chosen = choose(name##_variants);                                          \
+    chosen args;                                                                                 \
+  }
+
+KAFX_BY2_STAGE(down_int_to_short, (int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(down_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(up_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(up_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(up_int_to_short, (const int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(lp_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
+KAFX_BY2_STAGE(lp_int_to_int, (const int32_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))
 
 void down_by2_int_to_short(int32_t* in, int len, int16_t* out, int32_t* st) {
   down_int_to_short(in, len, out, st);

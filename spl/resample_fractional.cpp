@@ -60,6 +60,7 @@ constexpr uint32_t kHalf = 16384;  // 0.5 in the << 15 output format
 template <int N, int Dir>
 inline int32_t dot(const int32_t* x, int first, const int16_t* c) {
   uint32_t acc = kHalf;
+  KAFX_UNROLL
   for (int k = 0; k < N; ++k) {
     acc += static_cast<uint32_t>(c[k]) * static_cast<uint32_t>(x[first + Dir * k]);
   }
@@ -283,14 +284,6 @@ KAFX_KERNEL_VARIANTS(void, fir_44_32_mv, (const int32_t* in, int32_t* out, int K
 KAFX_KERNEL_VARIANTS(void, fir_32_22_mv, (const int32_t* in, int32_t* out, int K), (in, out, K))
 KAFX_KERNEL_VARIANTS(void, fir_32_22_to_short_mv, (const int32_t* in, int16_t* out, int K), (in, out, K))
 
-void fir_48_32(const int32_t* in, int32_t* out, int K) { fir_48_32_mv(in, out, K); }
-void fir_32_24(const int32_t* in, int32_t* out, int K) { fir_32_24_mv(in, out, K); }
-void fir_44_32(const int32_t* in, int32_t* out, int K) { fir_44_32_mv(in, out, K); }
-void fir_32_22(const int32_t* in, int32_t* out, int K) { fir_32_22_mv(in, out, K); }
-void fir_32_22_to_short(const int32_t* in, int16_t* out, int K) {
-  fir_32_22_to_short_mv(in, out, K);
-}
-
 namespace {
 
 // The one-output-at-a-time order, for callers whose buffers overlap in a
@@ -307,6 +300,7 @@ void fir_48_32_serial(const int32_t* in, int32_t* out, int K) {
 
 void fir_32_24_serial(const int32_t* in, int32_t* out, int K) {
   for (int m = 0; m < K; ++m) {
+    KAFX_UNROLL
     for (int r = 0; r < 3; ++r) out[3 * m + r] = dot<8, 1>(in + 4 * m, r, k32To24[r]);
   }
 }
@@ -339,6 +333,7 @@ void fir_32_22_serial(const int32_t* in, int32_t* out, int K) {
     const int32_t* x = in + 16 * m;
     int32_t* o = out + 11 * m;
     o[0] = on_sample(x[3]);
+    KAFX_UNROLL
     for (int r = 0; r < 5; ++r) pair_serial(x, kFwd[r], kBwd[r], k32To22[r], o + 1 + r, o + 10 - r);
   }
 }
@@ -353,6 +348,53 @@ inline bool group_safe(const int32_t* in, std::ptrdiff_t n_in, const int32_t* ou
 }
 
 }  // namespace
+
+// The 16 -> 11 stage straight to 16 bits, one output at a time (the output
+// is a separate buffer of samples).
+void fir_32_22_to_short_serial(const int32_t* in, int16_t* out, int K) {
+  static constexpr int kFwd[5] = {0, 2, 3, 5, 6};
+  static constexpr int kBwd[5] = {22, 20, 19, 17, 16};
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + 16 * m;
+    int16_t* o = out + 11 * m;
+    o[0] = sat16(x[3]);
+    KAFX_UNROLL
+    for (int r = 0; r < 5; ++r) {
+      o[1 + r] = sat16(dot<9, 1>(x, kFwd[r], k32To22[r]) >> 15);
+      o[10 - r] = sat16(dot<9, -1>(x, kBwd[r], k32To22[r]) >> 15);
+    }
+  }
+}
+
+// The stages as the fixed-ratio resamplers call them (in place, the output
+// trailing the input). On ARM the one-at-a-time order runs instead of the
+// group kernels where it is cheaper (same results): everywhere on 32-bit ARM,
+// whose baseline has no vector lanes, and on AArch64 for every stage but
+// 3 -> 2, where NEON's lanes stay ahead on an in-order core (llvm-mca's
+// Cortex-A55 model, see scripts/arm-estimate.sh).
+#if defined(__arm__)
+constexpr bool kSerial48To32 = true, kSerialOthers = true;
+#elif defined(__aarch64__)
+constexpr bool kSerial48To32 = false, kSerialOthers = true;
+#else
+constexpr bool kSerial48To32 = false, kSerialOthers = false;
+#endif
+
+void fir_48_32(const int32_t* in, int32_t* out, int K) {
+  kSerial48To32 ? fir_48_32_serial(in, out, K) : fir_48_32_mv(in, out, K);
+}
+void fir_32_24(const int32_t* in, int32_t* out, int K) {
+  kSerialOthers ? fir_32_24_serial(in, out, K) : fir_32_24_mv(in, out, K);
+}
+void fir_44_32(const int32_t* in, int32_t* out, int K) {
+  kSerialOthers ? fir_44_32_serial(in, out, K) : fir_44_32_mv(in, out, K);
+}
+void fir_32_22(const int32_t* in, int32_t* out, int K) {
+  kSerialOthers ? fir_32_22_serial(in, out, K) : fir_32_22_mv(in, out, K);
+}
+void fir_32_22_to_short(const int32_t* in, int16_t* out, int K) {
+  kSerialOthers ? fir_32_22_to_short_serial(in, out, K) : fir_32_22_to_short_mv(in, out, K);
+}
 
 }  // namespace kafx::spl
 

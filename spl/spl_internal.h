@@ -54,6 +54,36 @@ KAFX_TARGET_AVX2 void upsample_by2_lanes(const int16_t* in, int len, int16_t* ou
 void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
 void upsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st);
 
+// The internal-format stages in both forms (same results). The lane form
+// needs vector registers with native 32-bit lane multiplies, and pays off
+// only where the branch recursions' vector latencies are hidden: 32-bit ARM
+// builds have no such lanes (armhf's baseline has no NEON, and the lanes
+// become scalar code that keeps every lane in memory), and on AArch64's
+// in-order cores the scalar form, two branches side by side, takes half the
+// cycles of the NEON lanes or less (llvm-mca's Cortex-A55 model, see
+// scripts/arm-estimate.sh). On ARM the scalar form is the baseline.
+#ifndef KAFX_SPL_SCALAR_BY2
+#if defined(__arm__) || defined(__aarch64__)
+#define KAFX_SPL_SCALAR_BY2 1
+#else
+#define KAFX_SPL_SCALAR_BY2 0
+#endif
+#endif
+void down_int_to_short_lanes(int32_t* in, int len, int16_t* out, int32_t* st);
+void down_short_to_int_lanes(const int16_t* in, int len, int32_t* out, int32_t* st);
+void up_short_to_int_lanes(const int16_t* in, int len, int32_t* out, int32_t* st);
+void up_int_to_int_lanes(const int32_t* in, int len, int32_t* out, int32_t* st);
+void up_int_to_short_lanes(const int32_t* in, int len, int16_t* out, int32_t* st);
+void lp_short_to_int_lanes(const int16_t* in, int len, int32_t* out, int32_t* st);
+void lp_int_to_int_lanes(const int32_t* in, int len, int32_t* out, int32_t* st);
+void down_int_to_short_scalar(int32_t* in, int len, int16_t* out, int32_t* st);
+void down_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st);
+void up_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st);
+void up_int_to_int_scalar(const int32_t* in, int len, int32_t* out, int32_t* st);
+void up_int_to_short_scalar(const int32_t* in, int len, int16_t* out, int32_t* st);
+void lp_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st);
+void lp_int_to_int_scalar(const int32_t* in, int len, int32_t* out, int32_t* st);
+
 // ---------------------------------------------------------------------------
 // Builds of the hot kernels per instruction set (common/dispatch.h), for the
 // test that runs every variant against the baseline.
@@ -78,6 +108,8 @@ extern const KernelVariants<FirToInt> fir_32_24_mv_variants;
 extern const KernelVariants<FirToInt> fir_44_32_mv_variants;
 extern const KernelVariants<FirToInt> fir_32_22_mv_variants;
 extern const KernelVariants<FirToShort> fir_32_22_to_short_mv_variants;
+// The one-at-a-time form of the 16 -> 11 stage to 16 bits (what ARM runs).
+void fir_32_22_to_short_serial(const int32_t* in, int16_t* out, int K);
 
 // Vector routines (vector_ops.cpp).
 template <typename T>
