@@ -31,6 +31,30 @@ int parse_command_line(const Command& cmd, int argc, char** argv, const char* us
     declared[o] = {names.substr(0, names.find(',')), decl.takes_value};
   }
 
+  // CLI11 reads "--name=" (nothing after the '=') as "--name" alone, so a
+  // valued option would take the next argument as its value: such an option
+  // is a usage error instead, and a -h or --help after it still shows the
+  // help. The line is walked as CLI11 reads it: up to a "--" that ends the
+  // options, passing over the argument a valued option given alone takes,
+  // whatever it looks like.
+  std::string empty_value;  // the first such error
+  bool help_alone = false;  // -h or --help standing on its own
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--") break;
+    if (a == "-h" || a == "--help") help_alone = true;
+    const bool bare_equals = a.size() > 3 && a.starts_with("--") && a.back() == '=';
+    const std::string name = bare_equals ? a.substr(0, a.size() - 1) : a;
+    for (const auto& [o, d] : declared) {
+      if (!o->check_name(name)) continue;
+      if (bare_equals && empty_value.empty())
+        empty_value = d.takes_value ? name + " needs a value" : d.name + " takes no value";
+      else if (!bare_equals && d.takes_value)
+        ++i;
+      break;
+    }
+  }
+
   auto show_help = [usage] {
     std::fputs(usage, stdout);
     return -1;
@@ -39,6 +63,7 @@ int parse_command_line(const Command& cmd, int argc, char** argv, const char* us
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     if (help->count() > 0) return show_help();
+    if (!empty_value.empty()) return help_alone ? show_help() : cmd.usage_error(empty_value);
     // A valued option can lack its value only at the end of the line.
     const std::string last = argc > 1 ? argv[argc - 1] : "";
     for (const auto& [o, d] : declared)
@@ -46,6 +71,7 @@ int parse_command_line(const Command& cmd, int argc, char** argv, const char* us
     return cmd.usage_error(e.what());
   }
   if (help->count() > 0) return show_help();
+  if (!empty_value.empty()) return help_alone ? show_help() : cmd.usage_error(empty_value);
   positional->clear();
   bool options_ended = false;
   for (const std::string& a : app.remaining()) {

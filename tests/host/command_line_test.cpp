@@ -54,12 +54,24 @@ TEST(CommandLine, OptionsArgumentsAndErrors) {
       {"--bogus=1 out", 2, {}, {}, "kafx demo: unknown option '--bogus=1'"},
       {"-5 out", 2, {}, {}, "kafx demo: unknown option '-5'"},
       {"--flag=1 out", 2, {}, {}, "kafx demo: --flag takes no value"},
+      // An empty value after '=' is refused, wherever it stands (CLI11 alone
+      // would take the next argument as the value).
+      {"--value= in out", 2, {}, {}, "kafx demo: --value needs a value"},
+      {"in out --value=", 2, {}, {}, "kafx demo: --value needs a value"},
+      {"-o file --value= out", 2, {}, {}, "kafx demo: --value needs a value"},
+      {"--flag= out", 2, {}, {}, "kafx demo: --flag takes no value"},
+      // ... but not where it is a value or an argument.
+      {"--value --value= out", 0, {{"--value", "--value="}}, {"out"}, ""},
+      {"-o --flag= out", 0, {{"-o", "--flag="}}, {"out"}, ""},
+      {"-- --value= out", 0, {}, {"--value=", "out"}, ""},
       {"a b c", 2, {}, {}, "kafx demo: unexpected argument 'c'"},
       {"", 2, {}, {}, "kafx demo: expected [IN] OUT"},
       {"--value 1 --", 2, {{"--value", "1"}}, {}, "kafx demo: expected [IN] OUT"},
       // Help wins over every other finding, wherever it stands.
       {"out --bogus --help", -1, {}, {}, ""},
       {"-h a b c", -1, {}, {}, ""},
+      {"--value= --help", -1, {}, {}, ""},
+      {"--flag= out -h", -1, {}, {}, ""},
       // The command's own error stops the walk at that option.
       {"--value bad --value 2 out", 7, {{"--value", "bad"}}, {}, ""},
   };
