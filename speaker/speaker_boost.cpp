@@ -25,15 +25,24 @@ kafx_speaker_boost_t* as_handle(void* h) { return static_cast<kafx_speaker_boost
 // Working sample to 16-bit: round and saturate (the add wraps in 32 bits).
 inline int16_t to_16(int32_t x) { return sat16(wrap_add(x, 128) >> 8); }
 
+// The 16-bit block to working samples and back, over the whole block (the
+// four scratch blocks are separate allocations).
+void widen_block(const int16_t* __restrict in, int32_t* __restrict out) {
+  for (int i = 0; i < kBlock; ++i) out[i] = in[i] * 256;
+}
+void narrow_block(const int32_t* __restrict in, int16_t* __restrict out) {
+  for (int i = 0; i < kBlock; ++i) out[i] = to_16(in[i]);
+}
+
 void run_block(kafx_speaker_boost_t* h) {
   const bool narrow = h->bit_width == 16;
+  int16_t* const w16l = h->work16_left;
+  int16_t* const w16r = h->work16_right;
   if (narrow) {
-    fifo_pop_run(&h->in_left_fifo, kBlock, [&](int i, int32_t v) { h->work16_left[i] = static_cast<int16_t>(v); });
-    fifo_pop_run(&h->in_right_fifo, kBlock, [&](int i, int32_t v) { h->work16_right[i] = static_cast<int16_t>(v); });
-    for (int i = 0; i < kBlock; ++i) {
-      h->work_left[i] = h->work16_left[i] * 256;
-      h->work_right[i] = h->work16_right[i] * 256;
-    }
+    fifo_pop_run(&h->in_left_fifo, kBlock, [w16l](int i, int32_t v) { w16l[i] = static_cast<int16_t>(v); });
+    fifo_pop_run(&h->in_right_fifo, kBlock, [w16r](int i, int32_t v) { w16r[i] = static_cast<int16_t>(v); });
+    widen_block(w16l, h->work_left);
+    widen_block(w16r, h->work_right);
   } else {
     fifo_pop_run(&h->in_left_fifo, kBlock, [&](int i, int32_t v) { h->work_left[i] = v; });
     fifo_pop_run(&h->in_right_fifo, kBlock, [&](int i, int32_t v) { h->work_right[i] = v; });
@@ -48,12 +57,10 @@ void run_block(kafx_speaker_boost_t* h) {
     std::memcpy(h->work_right, h->work_left, static_cast<size_t>(h->bytes_per_sample) * kBlock);
 
   if (narrow) {
-    for (int i = 0; i < kBlock; ++i) {
-      h->work16_left[i] = to_16(h->work_left[i]);
-      h->work16_right[i] = to_16(h->work_right[i]);
-    }
-    fifo_push_run(&h->out_left_fifo, kBlock, [&](int i) { return int32_t{h->work16_left[i]}; });
-    fifo_push_run(&h->out_right_fifo, kBlock, [&](int i) { return int32_t{h->work16_right[i]}; });
+    narrow_block(h->work_left, w16l);
+    narrow_block(h->work_right, w16r);
+    fifo_push_run(&h->out_left_fifo, kBlock, [w16l](int i) { return int32_t{w16l[i]}; });
+    fifo_push_run(&h->out_right_fifo, kBlock, [w16r](int i) { return int32_t{w16r[i]}; });
   } else {
     fifo_push_run(&h->out_left_fifo, kBlock, [&](int i) { return h->work_left[i]; });
     fifo_push_run(&h->out_right_fifo, kBlock, [&](int i) { return h->work_right[i]; });
