@@ -302,14 +302,23 @@ std::vector<Panel> single_panels(const std::vector<Curve>& curves, int cols) {
   return out;
 }
 
-bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
+// A CSV file: the header line, then what `rows` prints; whether it was all
+// written.
+template <class Rows>
+bool write_csv_file(const std::string& path, const char* header, Rows&& rows) {
   FILE* f = std::fopen(path.c_str(), "w");
   if (f == nullptr) return false;
-  std::fprintf(f, "record,rate_hz,freq_hz,left_db,right_db\n");
-  for (const Curve& c : curves)
-    for (size_t i = 0; i < c.freq.size(); ++i)
-      std::fprintf(f, "%s,%g,%.6g,%.4f,%.4f\n", c.title.c_str(), c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
+  std::fprintf(f, "%s\n", header);
+  rows(f);
   return std::fclose(f) == 0;
+}
+
+bool write_csv(const std::vector<Curve>& curves, const std::string& path) {
+  return write_csv_file(path, "record,rate_hz,freq_hz,left_db,right_db", [&](FILE* f) {
+    for (const Curve& c : curves)
+      for (size_t i = 0; i < c.freq.size(); ++i)
+        std::fprintf(f, "%s,%g,%.6g,%.4f,%.4f\n", c.title.c_str(), c.rate, c.freq[i], c.db[0][i], c.db[1][i]);
+  });
 }
 
 // --- spectrogram ---------------------------------------------------------------
@@ -402,15 +411,13 @@ bool draw_spectrograms(const std::vector<Signal>& signals, bool linear, const st
 }
 
 bool write_spectrogram_csv(const std::vector<Signal>& signals, const std::string& path) {
-  FILE* f = std::fopen(path.c_str(), "w");
-  if (f == nullptr) return false;
-  std::fprintf(f, "signal,time_s,freq_hz,db\n");
-  for (const Signal& g : signals)
-    for (size_t x = 0; x < g.s.db.size(); ++x)
-      for (size_t k = 0; k < g.s.db[x].size(); ++k)
-        std::fprintf(f, "%s,%.6g,%.6g,%.2f\n", g.role.c_str(), g.s.time_s[x], static_cast<double>(k) * g.s.bin_hz(),
-                     g.s.db[x][k]);
-  return std::fclose(f) == 0;
+  return write_csv_file(path, "signal,time_s,freq_hz,db", [&](FILE* f) {
+    for (const Signal& g : signals)
+      for (size_t x = 0; x < g.s.db.size(); ++x)
+        for (size_t k = 0; k < g.s.db[x].size(); ++k)
+          std::fprintf(f, "%s,%.6g,%.6g,%.2f\n", g.role.c_str(), g.s.time_s[x], static_cast<double>(k) * g.s.bin_hz(),
+                       g.s.db[x][k]);
+  });
 }
 
 int spectrogram_main(const std::string& in, const std::string& out, int fft, bool linear, const std::string& png,
