@@ -58,7 +58,9 @@ struct CombColumns {
   int32_t* start[kCombs];
   int first[kCombs];
 
-  CombColumns(comber* const* c, int n) {
+  CombColumns() = default;
+  CombColumns(comber* const* c, int n) { set(c, n); }
+  void set(comber* const* c, int n) {
     for (int k = 0; k < kCombs; ++k) {
       at[k] = c[k]->buffer + c[k]->index;
       start[k] = c[k]->buffer;
@@ -130,63 +132,93 @@ struct CombColumns {
 //
 // kStereo: lanes 0..3 are one channel's four combs, fed x and summed into
 // acc, lanes 4..7 the other channel's, fed x_hi and summed into acc_hi.
-template <int S, bool kStereo = false>
-KAFX_TARGET_AVX2 void comb_bank8_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n,
-                                      const int32_t* x_hi = nullptr, int32_t* acc_hi = nullptr) {
-  alignas(32) int32_t rows[kChunk][kCombs];
-  CombColumns cols(c, n);
-  cols.gather(rows, n);
-  for (int i = 0; i < n; ++i) {
-    __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i])), S);
-    v = lanes::flush_m1(v);
-    if constexpr (kStereo) {
-      // Both halves' sums at once: pairs, then quads, of each half.
-      __m256i h = _mm256_add_epi32(v, _mm256_shuffle_epi32(v, 0x4e));
-      h = _mm256_add_epi32(h, _mm256_shuffle_epi32(h, 0xb1));
-      acc[i] = wrap_add(acc[i], _mm256_cvtsi256_si32(h));
-      acc_hi[i] = wrap_add(acc_hi[i], _mm_cvtsi128_si32(_mm256_extracti128_si256(h, 1)));
-    } else {
-      __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-      h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
-      h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
-      acc[i] = wrap_add(acc[i], _mm_cvtsi128_si32(h));
+//
+// kBanks banks of eight (one per channel) advance side by side: the
+// low-pass recursion of one bank is a chain of dependent multiplies, so two
+// independent chains in one loop keep the multipliers busy while each waits
+// for its previous frame.
+struct CombBankIo {
+  comber* const* c;
+  const int32_t* x;
+  int32_t* acc;
+  const int32_t* x_hi;  // kStereo only
+  int32_t* acc_hi;      // kStereo only
+};
+
+template <int S, bool kStereo, int kBanks>
+KAFX_TARGET_AVX2 void comb_banks8_avx2(const CombBankIo* io, int n) {
+  alignas(32) int32_t rows[kBanks][kChunk][kCombs];
+  CombColumns cols[kBanks];
+  for (int b = 0; b < kBanks; ++b) {
+    cols[b].set(io[b].c, n);
+    cols[b].gather(rows[b], n);
+    int32_t* const acc = io[b].acc;
+    int32_t* const acc_hi = io[b].acc_hi;
+    for (int i = 0; i < n; ++i) {
+      __m256i v = _mm256_srai_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rows[b][i])), S);
+      v = lanes::flush_m1(v);
+      if constexpr (kStereo) {
+        // Both halves' sums at once: pairs, then quads, of each half.
+        __m256i h = _mm256_add_epi32(v, _mm256_shuffle_epi32(v, 0x4e));
+        h = _mm256_add_epi32(h, _mm256_shuffle_epi32(h, 0xb1));
+        acc[i] = wrap_add(acc[i], _mm256_cvtsi256_si32(h));
+        acc_hi[i] = wrap_add(acc_hi[i], _mm_cvtsi128_si32(_mm256_extracti128_si256(h, 1)));
+      } else {
+        __m128i h = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+        h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0x4e));
+        h = _mm_add_epi32(h, _mm_shuffle_epi32(h, 0xb1));
+        acc[i] = wrap_add(acc[i], _mm_cvtsi128_si32(h));
+      }
     }
   }
-  alignas(32) int32_t lp[kCombs], damp[kCombs], damp_c[kCombs], fb[kCombs];
-  for (int k = 0; k < kCombs; ++k) {
-    lp[k] = c[k]->lowpass_state;
-    damp[k] = c[k]->damp;
-    damp_c[k] = c[k]->damp_complement;
-    fb[k] = c[k]->feedback;
-  }
-  const __m256i d_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp));
-  const __m256i e_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp_c));
-  const __m256i f_even = _mm256_load_si256(reinterpret_cast<const __m256i*>(fb));
-  const __m256i d_odd = _mm256_srli_epi64(d_even, 32), e_odd = _mm256_srli_epi64(e_even, 32),
-                f_odd = _mm256_srli_epi64(f_even, 32);
-  __m256i state = _mm256_load_si256(reinterpret_cast<const __m256i*>(lp));
-  for (int i = 0; i < n; ++i) {
-    const __m256i out = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[i]));
-    const __m256i out_odd = _mm256_srli_epi64(out, 32), state_odd = _mm256_srli_epi64(state, 32);
-    state = q13(_mm256_add_epi64(_mm256_mul_epi32(e_even, out), _mm256_mul_epi32(d_even, state)),
-                _mm256_add_epi64(_mm256_mul_epi32(e_odd, out_odd), _mm256_mul_epi32(d_odd, state_odd)));
-    const __m256i fed = q13(_mm256_mul_epi32(f_even, state), _mm256_mul_epi32(f_odd, _mm256_srli_epi64(state, 32)));
-    __m256i in;
-    if constexpr (kStereo) {
-      in = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_set1_epi32(x[i])), _mm_set1_epi32(x_hi[i]), 1);
-    } else {
-      in = _mm256_set1_epi32(x[i]);
+  alignas(32) int32_t lp[kBanks][kCombs], damp[kBanks][kCombs], damp_c[kBanks][kCombs], fb[kBanks][kCombs];
+  __m256i d_even[kBanks], e_even[kBanks], f_even[kBanks], d_odd[kBanks], e_odd[kBanks], f_odd[kBanks], state[kBanks];
+  KAFX_UNROLL
+  for (int b = 0; b < kBanks; ++b) {
+    for (int k = 0; k < kCombs; ++k) {
+      const comber* ck = io[b].c[k];
+      lp[b][k] = ck->lowpass_state;
+      damp[b][k] = ck->damp;
+      damp_c[b][k] = ck->damp_complement;
+      fb[b][k] = ck->feedback;
     }
-    in = _mm256_slli_epi32(in, S);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(rows[i]), _mm256_add_epi32(in, fed));
+    d_even[b] = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp[b]));
+    e_even[b] = _mm256_load_si256(reinterpret_cast<const __m256i*>(damp_c[b]));
+    f_even[b] = _mm256_load_si256(reinterpret_cast<const __m256i*>(fb[b]));
+    d_odd[b] = _mm256_srli_epi64(d_even[b], 32);
+    e_odd[b] = _mm256_srli_epi64(e_even[b], 32);
+    f_odd[b] = _mm256_srli_epi64(f_even[b], 32);
+    state[b] = _mm256_load_si256(reinterpret_cast<const __m256i*>(lp[b]));
   }
-  _mm256_store_si256(reinterpret_cast<__m256i*>(lp), state);
-  cols.scatter(rows, n);
-  for (int k = 0; k < kCombs; ++k) {
-    comber* ck = c[k];
-    const int first = cols.first[k];
-    ck->index = first < ck->size - ck->index ? ck->index + n : n - first;
-    ck->lowpass_state = lp[k];
+  for (int i = 0; i < n; ++i) {
+    KAFX_UNROLL
+    for (int b = 0; b < kBanks; ++b) {
+      const __m256i out = _mm256_load_si256(reinterpret_cast<const __m256i*>(rows[b][i]));
+      const __m256i out_odd = _mm256_srli_epi64(out, 32), state_odd = _mm256_srli_epi64(state[b], 32);
+      state[b] = q13(_mm256_add_epi64(_mm256_mul_epi32(e_even[b], out), _mm256_mul_epi32(d_even[b], state[b])),
+                     _mm256_add_epi64(_mm256_mul_epi32(e_odd[b], out_odd), _mm256_mul_epi32(d_odd[b], state_odd)));
+      const __m256i fed = q13(_mm256_mul_epi32(f_even[b], state[b]),
+                              _mm256_mul_epi32(f_odd[b], _mm256_srli_epi64(state[b], 32)));
+      __m256i in;
+      if constexpr (kStereo) {
+        in = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_set1_epi32(io[b].x[i])), _mm_set1_epi32(io[b].x_hi[i]),
+                                     1);
+      } else {
+        in = _mm256_set1_epi32(io[b].x[i]);
+      }
+      in = _mm256_slli_epi32(in, S);
+      _mm256_store_si256(reinterpret_cast<__m256i*>(rows[b][i]), _mm256_add_epi32(in, fed));
+    }
+  }
+  for (int b = 0; b < kBanks; ++b) {
+    _mm256_store_si256(reinterpret_cast<__m256i*>(lp[b]), state[b]);
+    cols[b].scatter(rows[b], n);
+    for (int k = 0; k < kCombs; ++k) {
+      comber* ck = io[b].c[k];
+      const int first = cols[b].first[k];
+      ck->index = first < ck->size - ck->index ? ck->index + n : n - first;
+      ck->lowpass_state = lp[b][k];
+    }
   }
 }
 
@@ -229,11 +261,69 @@ bool comb_bank8_fits(comber* const* c) {
 }
 #endif
 
+// saturate32((wet1 * own + wet2 * other + dry_gain * dry) >> 13), the sum in
+// 64 bits (wrapping only for gains far beyond any sensible setting).
+inline int32_t mix(int32_t wet1, int32_t wet2, int32_t dry_gain, int32_t own, int32_t other, int32_t dry) {
+  int64_t acc = wrap_add64(static_cast<int64_t>(wet1) * own, static_cast<int64_t>(wet2) * other);
+  acc = wrap_add64(acc, static_cast<int64_t>(dry_gain) * dry);
+  return sat32(acc >> 13);
+}
+
+void mix_reference(const int32_t* gains, const int32_t* al, const int32_t* ar, const int32_t* dl, const int32_t* dr,
+                   int32_t* ml, int32_t* mr, int n) {
+  const int32_t wet1 = gains[0], wet2 = gains[1], dry_gain = gains[2];
+  for (int i = 0; i < n; ++i) {
+    // Both frames' inputs are read before either output is stored, so the
+    // outputs may be the wet sums' own arrays.
+    const int32_t l = mix(wet1, wet2, dry_gain, al[i], ar[i], dl[i]);
+    const int32_t r = mix(wet1, wet2, dry_gain, ar[i], al[i], dr[i]);
+    ml[i] = l;
+    mr[i] = r;
+  }
+}
+
+#if KAFX_DISPATCH
+// Four frames per step: the three products of each channel formed in
+// 64-bit lanes (_mm256_mul_epi32 of the sign-extended samples), summed with
+// wrap-around, shifted and saturated lane-wise, the low words packed. The
+// rest frame by frame.
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i load_wide(const int32_t* p) {
+  return _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline void store_mix(int32_t* p, __m256i sums) {
+  const __m256i low_words = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
+  const __m256i v = _mm256_permutevar8x32_epi32(lanes::product_shr_sat<13>(sums), low_words);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(v));
+}
+
+KAFX_TARGET_AVX2 void mix_avx2(const int32_t* gains, const int32_t* al, const int32_t* ar, const int32_t* dl,
+                               const int32_t* dr, int32_t* ml, int32_t* mr, int n) {
+  const __m256i w1 = _mm256_set1_epi64x(gains[0]), w2 = _mm256_set1_epi64x(gains[1]),
+                dg = _mm256_set1_epi64x(gains[2]);
+  int i = 0;
+  for (; i + 4 <= n; i += 4) {
+    const __m256i a = load_wide(al + i), b = load_wide(ar + i), x = load_wide(dl + i), y = load_wide(dr + i);
+    const __m256i dry_l = _mm256_mul_epi32(dg, x), dry_r = _mm256_mul_epi32(dg, y);
+    store_mix(ml + i, _mm256_add_epi64(_mm256_add_epi64(_mm256_mul_epi32(w1, a), _mm256_mul_epi32(w2, b)), dry_l));
+    store_mix(mr + i, _mm256_add_epi64(_mm256_add_epi64(_mm256_mul_epi32(w1, b), _mm256_mul_epi32(w2, a)), dry_r));
+  }
+  mix_reference(gains, al + i, ar + i, dl + i, dr + i, ml + i, mr + i, n - i);
+}
+#endif
+
 // The builds of the kernels (common/reverb_kernels.h). The AVX2 builds use
 // their lane forms where those apply and the reference otherwise.
 template <int S>
 void comb_bank_reference(comber* const* c, const int32_t* x, int32_t* acc, int n) {
   comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+}
+
+template <int S>
+void comb_banks_reference(comber* const* left, comber* const* right, const int32_t* xl, const int32_t* xr,
+                          int32_t* al, int32_t* ar, int n) {
+  comb_bank_accumulate<S>(left, kCombs, xl, al, n);
+  comb_bank_accumulate<S>(right, kCombs, xr, ar, n);
 }
 
 void allpass_run_reference(allpass* a, int32_t* v, int n) { allpass_block(a, v, n); }
@@ -248,9 +338,24 @@ void comb_stereo4_reference(comber* const* left, comber* const* right, const int
 template <int S>
 KAFX_TARGET_AVX2 void comb_bank_avx2(comber* const* c, const int32_t* x, int32_t* acc, int n) {
   if (comb_bank8_fits(c)) {
-    comb_bank8_avx2<S>(c, x, acc, n);
+    const CombBankIo io[1] = {{c, x, acc, nullptr, nullptr}};
+    comb_banks8_avx2<S, false, 1>(io, n);
   } else {
     comb_bank_accumulate<S>(c, kCombs, x, acc, n);
+  }
+}
+
+// Both channels' banks: side by side where both take the lane form, else
+// bank by bank.
+template <int S>
+KAFX_TARGET_AVX2 void comb_banks_avx2(comber* const* left, comber* const* right, const int32_t* xl,
+                                      const int32_t* xr, int32_t* al, int32_t* ar, int n) {
+  if (comb_bank8_fits(left) && comb_bank8_fits(right)) {
+    const CombBankIo io[2] = {{left, xl, al, nullptr, nullptr}, {right, xr, ar, nullptr, nullptr}};
+    comb_banks8_avx2<S, false, 2>(io, n);
+  } else {
+    comb_bank_avx2<S>(left, xl, al, n);
+    comb_bank_avx2<S>(right, xr, ar, n);
   }
 }
 
@@ -258,7 +363,8 @@ KAFX_TARGET_AVX2 void comb_stereo4_avx2(comber* const* left, comber* const* righ
                                         const int32_t* xr, int32_t* al, int32_t* ar, int n) {
   comber* const c[kCombs] = {left[0], left[1], left[2], left[3], right[0], right[1], right[2], right[3]};
   if (comb_bank8_fits(c)) {
-    comb_bank8_avx2<5, true>(c, xl, al, n, xr, ar);
+    const CombBankIo io[1] = {{c, xl, al, xr, ar}};
+    comb_banks8_avx2<5, true, 1>(io, n);
   } else {
     comb_stereo4_reference(left, right, xl, xr, al, ar, n);
   }
@@ -280,6 +386,12 @@ const KernelVariants<ReverbCombBank> reverb_comb_bank_working_variants = {
     "reverb_comb_bank_working", {comb_bank_reference<5>, KAFX_AVX2_ONLY(comb_bank_avx2<5>)}};
 const KernelVariants<ReverbCombBank> reverb_comb_bank_16_variants = {
     "reverb_comb_bank_16", {comb_bank_reference<13>, KAFX_AVX2_ONLY(comb_bank_avx2<13>)}};
+const KernelVariants<ReverbCombBanks> reverb_comb_banks_working_variants = {
+    "reverb_comb_banks_working", {comb_banks_reference<5>, KAFX_AVX2_ONLY(comb_banks_avx2<5>)}};
+const KernelVariants<ReverbCombBanks> reverb_comb_banks_16_variants = {
+    "reverb_comb_banks_16", {comb_banks_reference<13>, KAFX_AVX2_ONLY(comb_banks_avx2<13>)}};
+const KernelVariants<ReverbMix> reverb_mix_variants = {"reverb_mix",
+                                                         {mix_reference, KAFX_AVX2_ONLY(mix_avx2)}};
 const KernelVariants<CombStereo4> comb_stereo4_working_variants = {
     "comb_stereo4_working", {comb_stereo4_reference, KAFX_AVX2_ONLY(comb_stereo4_avx2)}};
 const KernelVariants<ReverbAllpassRun> reverb_allpass_run_variants = {
@@ -296,6 +408,15 @@ void comb_bank(comber* const* c, const int32_t* x, int32_t* acc, int n) {
   chosen(c, x, acc, n);
 }
 
+// Both channels' banks of eight, each fed its own input.
+template <int S>
+void comb_banks(comber* const* left, comber* const* right, const int32_t* xl, const int32_t* xr, int32_t* al,
+                int32_t* ar, int n) {
+  static const ReverbCombBanks chosen =
+      choose(S == 5 ? reverb_comb_banks_working_variants : reverb_comb_banks_16_variants);
+  chosen(left, right, xl, xr, al, ar, n);
+}
+
 // One all-pass over a run, in place.
 void allpass_stage(allpass* a, int32_t* v, int n) {
   static const ReverbAllpassRun chosen = choose(reverb_allpass_run_variants);
@@ -307,20 +428,11 @@ void allpass_stage(allpass* a, int32_t* v, int n) {
 template <int S>
 void network_stereo(reverb_t* r, const int32_t* xl, const int32_t* xr, int32_t* al, int32_t* ar, int n) {
   for (int i = 0; i < n; ++i) al[i] = ar[i] = 0;
-  comb_bank<S>(r->comb_left, xl, al, n);
-  comb_bank<S>(r->comb_right, xr, ar, n);
+  comb_banks<S>(r->comb_left, r->comb_right, xl, xr, al, ar, n);
   for (int k = 0; k < kAllpasses; ++k) {
     allpass_stage(r->allpass_left[k], al, n);
     allpass_stage(r->allpass_right[k], ar, n);
   }
-}
-
-// saturate32((wet1 * own + wet2 * other + dry_gain * dry) >> 13), the sum in
-// 64 bits (wrapping only for gains far beyond any sensible setting).
-inline int32_t mix(int32_t wet1, int32_t wet2, int32_t dry_gain, int32_t own, int32_t other, int32_t dry) {
-  int64_t acc = wrap_add64(static_cast<int64_t>(wet1) * own, static_cast<int64_t>(wet2) * other);
-  acc = wrap_add64(acc, static_cast<int64_t>(dry_gain) * dry);
-  return sat32(acc >> 13);
 }
 
 // A stereo run: input gain, network, mix, DC blockers. Sample is int32_t
@@ -337,15 +449,22 @@ void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Samp
   network_stereo<S>(r, xl, xr, al, ar, n);
   const int32_t wet1 = r->wet1, wet2 = r->wet2, dry_gain = r->dry_gain;
   int64_t yl = r->dc_left->y1, pl = r->dc_left->x1, yr = r->dc_right->y1, pr = r->dc_right->x1;
-  for (int i = 0; i < n; ++i) {
-    // Inputs are read before the outputs of the same frame are stored, so
-    // the buffers may coincide.
-    const int32_t ml = mix(wet1, wet2, dry_gain, al[i], ar[i], in_left[i]);
-    const int32_t mr = mix(wet1, wet2, dry_gain, ar[i], al[i], in_right[i]);
-    if constexpr (S == 5) {
-      out_left[i] = dc_remove_out24(dc_remove_tick<5>(yl, pl, ml));
-      out_right[i] = dc_remove_out24(dc_remove_tick<5>(yr, pr, mr));
-    } else {
+  if constexpr (S == 5) {
+    // The mixes of the run first (into the wet sums' own arrays), then the
+    // DC blockers' recursions.
+    static const ReverbMix mix_run = choose(reverb_mix_variants);
+    const int32_t gains[3] = {wet1, wet2, dry_gain};
+    mix_run(gains, al, ar, in_left, in_right, al, ar, n);
+    for (int i = 0; i < n; ++i) {
+      out_left[i] = dc_remove_out24(dc_remove_tick<5>(yl, pl, al[i]));
+      out_right[i] = dc_remove_out24(dc_remove_tick<5>(yr, pr, ar[i]));
+    }
+  } else {
+    for (int i = 0; i < n; ++i) {
+      // Inputs are read before the outputs of the same frame are stored, so
+      // the buffers may coincide.
+      const int32_t ml = mix(wet1, wet2, dry_gain, al[i], ar[i], in_left[i]);
+      const int32_t mr = mix(wet1, wet2, dry_gain, ar[i], al[i], in_right[i]);
       out_left[i] = sat16(dc_remove_out16(dc_remove_tick<13>(yl, pl, ml)));
       out_right[i] = sat16(dc_remove_out16(dc_remove_tick<13>(yr, pr, mr)));
     }
