@@ -96,6 +96,42 @@ inline void iircomb_run(iircomber* c, const int32_t* x, int32_t* v, int n) {
   c->index = index;
 }
 
+// iircomb_run on two combs side by side (va[i] for a fed xa[i], vb[i] for b
+// fed xb[i]), the stretches cut where either loop wraps: each loop's filter
+// recursion is a chain of dependent multiplies, and two independent chains
+// in one loop overlap in the pipeline. Each comb sees exactly the steps
+// iircomb_run gives it. va may be xa and vb may be xb.
+inline void iircomb_pair_run(iircomber* a, iircomber* b, const int32_t* xa, const int32_t* xb, int32_t* va,
+                             int32_t* vb, int n) {
+  const int32_t ab0 = a->b0, ab1 = a->b1, aa1 = a->a1, afb = a->feedback, ad = a->delay;
+  const int32_t bb0 = b->b0, bb1 = b->b1, ba1 = b->a1, bfb = b->feedback, bd = b->delay;
+  int32_t ax1 = a->x1, ay1 = a->y1, ai = a->index;
+  int32_t bx1 = b->x1, by1 = b->y1, bi = b->index;
+  for (int i = 0; i < n;) {
+    int m = ad - ai > 1 ? ad - ai : 1;
+    const int mb = bd - bi > 1 ? bd - bi : 1;
+    if (m > mb) m = mb;
+    if (m > n - i) m = n - i;
+    int32_t* const la = a->buffer + ai;
+    int32_t* const lb = b->buffer + bi;
+    for (int k = 0; k < m; ++k) {
+      va[i + k] = iircomb_tick(xa[i + k], la + k, ax1, ay1, ab0, ab1, aa1, afb);
+      vb[i + k] = iircomb_tick(xb[i + k], lb + k, bx1, by1, bb0, bb1, ba1, bfb);
+    }
+    i += m;
+    ai += m;
+    bi += m;
+    if (ai >= ad) ai = 0;
+    if (bi >= bd) bi = 0;
+  }
+  a->x1 = ax1;
+  a->y1 = ay1;
+  a->index = ai;
+  b->x1 = bx1;
+  b->y1 = by1;
+  b->index = bi;
+}
+
 // One step of the damped comb at its current loop position `slot`. S is the
 // shift between the sample format and the Q28 loop (13 for 16-bit samples,
 // 5 for working samples).

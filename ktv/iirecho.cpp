@@ -78,14 +78,14 @@ void iirecho_setstatus(iirecho* e, int status) { e->status = status; }
 void iirecho_getstatus(iirecho* e, int* status) { *status = e->status; }
 
 void iirecho_processStereo(iirecho* e, int* in_left, int* in_right, int* out_left, int* out_right, int count) {
-  // Each loop runs over a chunk, then the chunk is mixed; the gains are read
-  // at every call, so a change made between calls acts at once.
+  // Both loops run side by side over a chunk, then the chunk is mixed; the
+  // gains are read at every call, so a change made between calls acts at
+  // once.
   constexpr int kChunk = 256;
   int32_t vl[kChunk], vr[kChunk];
   for (int done = 0; done < count;) {
     const int m = count - done < kChunk ? count - done : kChunk;
-    kafx::iircomb_run(e->left, in_left + done, vl, m);
-    kafx::iircomb_run(e->right, in_right + done, vr, m);
+    kafx::iircomb_pair_run(e->left, e->right, in_left + done, in_right + done, vl, vr, m);
     const int32_t dry = e->dry, wet = e->wet;
     for (int i = 0; i < m; ++i) {
       out_left[done + i] = mix(in_left[done + i], vl[i], dry, wet);

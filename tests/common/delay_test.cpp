@@ -101,6 +101,57 @@ TEST(DelayLines, BlockFormsEqualPerSampleSteps) {
   std::free(e.buffer);
 }
 
+// Two IIR combs side by side: each must take exactly its per-sample steps,
+// whatever the other's loop length (stretches are cut where either wraps),
+// with lengths changed between runs (below the position, one sample, a
+// negative length whose loop wraps after every sample) and different gains.
+TEST(DelayLines, IirCombPairEqualsPerSampleSteps) {
+  constexpr int kSize = 300;
+  iircomber a[2], b[2];  // a: per sample, b: side by side
+  const Seq g = kafx_test::random_values<int>(8, 23, -12000, 12000);
+  for (int k = 0; k < 2; ++k) {
+    iircomber_init(&a[k], kSize);
+    iircomber_init(&b[k], kSize);
+    for (iircomber* f : {&a[k], &b[k]}) {
+      f->b0 = g[4 * k], f->b1 = g[4 * k + 1], f->a1 = g[4 * k + 2];
+      iircomber_setfeedback(f, g[4 * k + 3]);
+    }
+  }
+  std::mt19937 rng(5);
+  const int delays[][2] = {{kSize, 37}, {5, 1}, {240, 264}, {-3, 100}, {1, 1}, {0, 7}, {kSize, kSize - 24}};
+  for (const auto& d : delays) {
+    for (int k = 0; k < 2; ++k) {
+      iircomber_setdelay(&a[k], d[k]);
+      iircomber_setdelay(&b[k], d[k]);
+    }
+    for (int len : {1, 3, 64, 0, 256, 129, 7}) {
+      Seq x0(static_cast<size_t>(len)), x1(static_cast<size_t>(len));
+      for (int& v : x0) v = static_cast<int>(rng());
+      for (int& v : x1) v = static_cast<int>(rng()) >> (rng() % 16);
+      Seq want0(x0.size()), want1(x1.size());
+      for (size_t i = 0; i < x0.size(); ++i) {
+        want0[i] = iircomber_process(x0[i], &a[0]);
+        want1[i] = iircomber_process(x1[i], &a[1]);
+      }
+      Seq got0 = x0;  // in place on the first comb, separate output on the second
+      kafx_test::Guarded<int32_t> got1(x1.size());
+      kafx::iircomb_pair_run(&b[0], &b[1], got0.data(), x1.data(), got0.data(), got1.data(), len);
+      ASSERT_EQ(got0, want0) << "delays " << d[0] << "/" << d[1] << " run " << len;
+      ASSERT_EQ(Seq(got1.v.begin(), got1.v.begin() + len), want1) << "delays " << d[0] << "/" << d[1] << " run " << len;
+      ASSERT_TRUE(got1.guards_intact());
+      for (int k = 0; k < 2; ++k) {
+        ASSERT_EQ(b[k].index, a[k].index);
+        ASSERT_TRUE(b[k].x1 == a[k].x1 && b[k].y1 == a[k].y1);
+      }
+    }
+  }
+  for (int k = 0; k < 2; ++k) {
+    EXPECT_EQ(Seq(a[k].buffer, a[k].buffer + kSize), Seq(b[k].buffer, b[k].buffer + kSize));
+    std::free(a[k].buffer);  // (the comb has no end function)
+    std::free(b[k].buffer);
+  }
+}
+
 TEST(Comb, HandDerivedSequences) {
   // Loop of 2, damp 0, feedback 0.5: an impulse halves every second sample;
   // negative floors round away from zero (-62.5 -> -63), stored words -32..-2
