@@ -14,6 +14,7 @@
 
 #include "common/elliptic_block.h"
 #include "common/fixed_point.h"
+#include "common/lanes_avx2.h"
 #include "common/lifecycle.h"
 
 using namespace kafx;
@@ -35,9 +36,44 @@ inline int32_t elliptic_step(const int32_t* c, int32_t* s, int32_t in) {
   return flush_m1(y >> 5);
 }
 
+[[gnu::always_inline]] inline uint64_t term(int64_t c, int32_t v) { return static_cast<uint64_t>(c * v); }
+
+void feedforward_baseline(const int32_t* b, const int32_t* h, uint64_t* ff, int m) {
+  for (int i = 0; i < m; ++i) {
+    const int32_t* x = &h[i];  // x[0] = x[n], x[-k] = x[n-k]
+    ff[i] = term(b[0], x[0]) + term(b[1], x[-1]) + term(b[2], x[-2]) + term(b[3], x[-3]) + term(b[4], x[-4]) +
+            term(b[5], x[-5]) + term(b[6], x[-6]);
+  }
+}
+
+#if KAFX_AVX2_VARIANTS
+// Four outputs per step: each tap's four inputs widened to 64-bit lanes
+// and multiplied by the tap's coefficient (_mm256_mul_epi32: the signed
+// product of the low 32 bits, exact in 64 bits), the sums wrapping as the
+// scalar sum does. The rest one by one.
+KAFX_TARGET_AVX2 void feedforward_avx2(const int32_t* b, const int32_t* h, uint64_t* ff, int m) {
+  __m256i c[7];
+  for (int k = 0; k < 7; ++k) c[k] = _mm256_set1_epi64x(b[k]);
+  int i = 0;
+  for (; i + 4 <= m; i += 4) {
+    __m256i acc = _mm256_setzero_si256();
+    KAFX_UNROLL
+    for (int k = 0; k < 7; ++k) {
+      const __m256i x = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&h[i - k])));
+      acc = _mm256_add_epi64(acc, _mm256_mul_epi32(c[k], x));
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(&ff[i]), acc);
+  }
+  feedforward_baseline(b, h + i, ff + i, m - i);
+}
+#endif
+
 }  // namespace
 
 namespace kafx {
+
+const KernelVariants<EllipticFeedForward> elliptic_feedforward_variants = {
+    "elliptic_feedforward", {feedforward_baseline, KAFX_AVX2_ONLY(feedforward_avx2)}};
 
 // The 13-term sum splits into the feed-forward part (b0..b6 on the inputs),
 // which has no recursion and is formed for a whole chunk first, and the
@@ -46,7 +82,9 @@ namespace kafx {
 // in local arrays, oldest first.
 void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
   if (n <= 0) return;
-  int64_t b[7], a[7];  // a[1..6]
+  static const EllipticFeedForward feedforward = choose(elliptic_feedforward_variants);
+  int32_t b[7];
+  int64_t a[7];  // a[1..6]
   for (int k = 0; k < 7; ++k) b[k] = e->coefficients[k];
   for (int k = 1; k < 7; ++k) a[k] = e->coefficients[6 + k];
   int32_t* s = e->state;
@@ -57,16 +95,11 @@ void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
     x[k] = s[6 - k];   // x[n-6] .. x[n-1]
     y[k] = s[12 - k];  // y[n-6] .. y[n-1]
   }
-  const auto term = [](int64_t c, int32_t v) { return static_cast<uint64_t>(c * v); };
   int64_t sum = 0;
   for (int done = 0; done < n;) {
     const int m = n - done < kChunk ? n - done : kChunk;
     for (int i = 0; i < m; ++i) x[6 + i] = wrap_shl<5>(in[done + i]);
-    for (int i = 0; i < m; ++i) {
-      const int32_t* h = &x[6 + i];  // h[0] = x[n], h[-k] = x[n-k]
-      ff[i] = term(b[0], h[0]) + term(b[1], h[-1]) + term(b[2], h[-2]) + term(b[3], h[-3]) + term(b[4], h[-4]) +
-              term(b[5], h[-5]) + term(b[6], h[-6]);
-    }
+    feedforward(b, &x[6], ff, m);
     for (int i = 0; i < m; ++i) {
       const int32_t* h = &y[6 + i];  // h[-k] = y[n-k]
       // y[n-1]'s term last: only it waits for the previous output.

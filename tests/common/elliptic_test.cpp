@@ -150,3 +150,28 @@ TEST(Elliptic, BlockFormEqualsPerSampleSteps) {
     elliptic_end(&b);
   }
 }
+
+// Every build of the feed-forward sums against the baseline: odd lengths,
+// inputs and coefficients over the whole int32 range (products near 2^62,
+// sums wrapping), the band-pass's taps on full-scale inputs, canaries past
+// the output.
+TEST(Elliptic, FeedForwardVariantsMatchBaseline) {
+  const int compared = kafx_test::for_each_variant(kafx::elliptic_feedforward_variants, [](auto fn, auto base) {
+    for (unsigned trial = 0; trial < 4; ++trial) {
+      const Seq b = trial == 0 ? Seq(kBandPass, kBandPass + 7) : kafx_test::random_values<int>(7, 500 + trial);
+      for (int m : kafx_test::kOddLengths) {
+        const auto n = static_cast<size_t>(m);
+        // Six inputs before the first output's, then m more.
+        const Seq h = trial == 0 ? kafx_test::random_values<int>(n + 6, trial + n, -(1 << 28), 1 << 28)
+                                 : kafx_test::random_values<int>(n + 6, trial + n);
+        kafx_test::Guarded<uint64_t> want(n), got(n);
+        base(b.data(), h.data() + 6, want.data(), m);
+        fn(b.data(), h.data() + 6, got.data(), m);
+        SCOPED_TRACE(testing::Message() << "trial " << trial << " length " << m);
+        EXPECT_EQ(got.v, want.v);
+        EXPECT_TRUE(got.guards_intact());
+      }
+    }
+  });
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+}
