@@ -12,6 +12,7 @@
 
 #include "common/lifecycle.h"
 #include "common/fixed_point.h"
+#include "common/notch_block.h"
 
 using namespace kafx;
 
@@ -52,22 +53,14 @@ void notch_end(notch* n) {
 }
 
 void notch_process(notch* n, int* in, int* out) {
-  int64_t* s = n->state;
-  const int64_t x = *in;
-  const int64_t m = n->centre;
-  const int64_t r = n->radius;
-  int64_t acc = wrap_add64(wrap_add64(wrap_mul64(s[0], m) >> 15, s[4]), wrap_mul64(wrap_add64(x, s[1]), 8192));
-  // The subtracted terms: negating after the shift (r^2 y2) or before the
-  // product ((r m) >> 28, below 2^34) stays clear of the int64 minimum.
-  acc = wrap_add64(acc, -(wrap_mul64(r * r, s[3]) >> 13));
-  acc = wrap_add64(acc, wrap_mul64(-((r * m) >> 28), s[2]));
-  const int64_t y = acc >> 13;
-  s[1] = s[0];
-  s[0] = x;
-  s[3] = s[2];
-  s[2] = y;
-  s[4] = acc & 0x1fff;
-  *out = flush_m1(static_cast<int32_t>(y));
+  int64_t* w = n->state;
+  NotchState s{w[0], w[1], w[2], w[3], w[4]};
+  *out = notch_tick(s, n->centre, n->radius, *in);
+  w[0] = s.x1;
+  w[1] = s.x2;
+  w[2] = s.y1;
+  w[3] = s.y2;
+  w[4] = s.rest;
 }
 
 }  // extern "C"

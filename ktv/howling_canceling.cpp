@@ -19,6 +19,7 @@
 #include "common/elliptic_block.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
+#include "common/notch_block.h"
 #include "kafx_proc/dc_remove.h"
 #include "kafx_proc/elliptic.h"
 #include "kafx_proc/fft_int.h"
@@ -494,13 +495,10 @@ void howling_canceling_process(howlingCancel* h, int* in, int* out, int count) {
       if (!t.engaged) continue;
       notch* f = &w->notches[k];
       if (t.depth == kQ13One) {
-        for (int j = 0; j < n; ++j) notch_process(f, &y[j], &y[j]);
+        notch_block(f, y, n, [](int32_t, int32_t o) { return o; });
       } else {
-        for (int j = 0; j < n; ++j) {
-          int o = 0;
-          notch_process(f, &y[j], &o);
-          y[j] = sat_add(y[j], mulq13(sat_sub(o, y[j]), t.depth));
-        }
+        const int32_t depth = t.depth;
+        notch_block(f, y, n, [depth](int32_t x, int32_t o) { return sat_add(x, mulq13(sat_sub(o, x), depth)); });
       }
     }
     const int32_t from = w->gain_from, step = w->gain_to - w->gain_from;
