@@ -23,6 +23,8 @@
 #ifndef KAFX_COMMON_DISPATCH_H
 #define KAFX_COMMON_DISPATCH_H
 
+#include <type_traits>
+
 // KAFX_AVX2_VARIANTS (and its older name KAFX_DISPATCH): 1 where AVX2
 // builds are made, so code guarded by it may use __builtin_cpu_supports.
 #if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
@@ -68,6 +70,23 @@ F choose(const KernelVariants<F>& v) {
     if (v.fn[i] != nullptr && isa_available(static_cast<Isa>(i))) return v.fn[i];
   return v.fn[kIsaBaseline];
 }
+
+// The kernel of a variants table as one function of the kernel's own type:
+// its first call chooses the variant, and every call runs the chosen one.
+//   constexpr auto quantile_update = run_chosen<quantile_update_variants>;
+template <const auto& Variants, class Table = std::remove_cvref_t<decltype(Variants)>>
+struct ChosenVariant;
+
+template <const auto& Variants, class R, class... A>
+struct ChosenVariant<Variants, KernelVariants<R (*)(A...)>> {
+  static R run(A... args) {
+    static const auto chosen = choose(Variants);
+    return chosen(args...);
+  }
+};
+
+template <const auto& Variants>
+inline constexpr auto run_chosen = &ChosenVariant<Variants>::run;
 
 }  // namespace kafx
 

@@ -205,11 +205,7 @@ const KernelVariants<DifferenceChunk> difference_chunk_variants = {
 
 namespace {
 
-void difference_chunk(difference_circuit* d, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                      int n) {
-  static const DifferenceChunk chosen = choose(difference_chunk_variants);
-  chosen(d, in_left, in_right, out_left, out_right, n);
-}
+constexpr auto difference_chunk = run_chosen<difference_chunk_variants>;
 
 // ---------------------------------------------------------------------------
 // Crossfeed network
@@ -310,11 +306,7 @@ const KernelVariants<CrossfeedChunk> crossfeed_chunk_variants = {
 
 namespace {
 
-void crossfeed_chunk(crossfeed_network* c, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                     int n) {
-  static const CrossfeedChunk chosen = choose(crossfeed_chunk_variants);
-  chosen(c, in_left, in_right, out_left, out_right, n);
-}
+constexpr auto crossfeed_chunk = run_chosen<crossfeed_chunk_variants>;
 
 // ---------------------------------------------------------------------------
 // Early reflector
@@ -434,11 +426,7 @@ const KernelVariants<ReflectorChunk> reflector_chunk_variants = {
 
 namespace {
 
-void reflector_chunk(early_reflector* e, const int* in_left, const int* in_right, int* out_left, int* out_right,
-                     int n) {
-  static const ReflectorChunk chosen = choose(reflector_chunk_variants);
-  chosen(e, in_left, in_right, out_left, out_right, n);
-}
+constexpr auto reflector_chunk = run_chosen<reflector_chunk_variants>;
 
 // After the pre-filters (al, ar): the rooms, the mix and the DC removers.
 // The wet/dry mixes (wet and dry sums in place of the room outputs).

@@ -226,8 +226,7 @@ namespace {
 
 void process_block(virtual_bass_system* v, const int* in_left, const int* in_right, int* out_left, int* out_right,
                    int n) {
-  static const VirtualBassFirstPass first_pass = choose(virtual_bass_first_pass_variants);
-  first_pass(v, in_left, in_right, out_left, out_right, n);
+  run_chosen<virtual_bass_first_pass_variants>(v, in_left, in_right, out_left, out_right, n);
   int32_t* bb = v->bass_buffer;
   compressor_bass_process(v->compressor, bb, bb, n);
   for (int i = 0; i < n; ++i) {

@@ -269,11 +269,6 @@ KAFX_TARGET_AVX2 void quantile_update_avx2(int16_t* quant, int16_t* density, con
 const KernelVariants<QuantileUpdate> quantile_update_variants = {
     "quantile_update", {quantile_update_baseline, KAFX_AVX2_ONLY(quantile_update_avx2)}};
 
-void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len) {
-  static const QuantileUpdate chosen = choose(quantile_update_variants);
-  chosen(quant, density, lmagn, k, len);
-}
-
 namespace {
 
 void noise_estimation_c(NsxInst_t_* inst, unsigned short* magn, unsigned int* noise, short* q_noise) {
@@ -431,11 +426,6 @@ KAFX_TARGET_AVX2 void synthesis_block_avx2(const int16_t* window, const int16_t*
 
 const KernelVariants<SynthesisBlock> synthesis_block_variants = {
     "synthesis_block", {synthesis_block_baseline, KAFX_AVX2_ONLY(synthesis_block_avx2)}};
-
-void synthesis_block(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor, int len) {
-  static const SynthesisBlock chosen = choose(synthesis_block_variants);
-  chosen(window, real, synth, gain_factor, len);
-}
 
 namespace {
 

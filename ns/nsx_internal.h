@@ -72,7 +72,7 @@ struct QuantileStep {
 using QuantileUpdate = void (*)(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k,
                                 int len);
 extern const KernelVariants<QuantileUpdate> quantile_update_variants;
-void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, const QuantileStep* k, int len);
+inline constexpr auto quantile_update = run_chosen<quantile_update_variants>;
 
 // The synthesis loop over len points (nsx_core.cpp): synth gets
 // round(round(window real / 2^14) gain / 2^13) added (the windowed value
@@ -81,7 +81,7 @@ void quantile_update(int16_t* quant, int16_t* density, const int16_t* lmagn, con
 using SynthesisBlock = void (*)(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor,
                                 int len);
 extern const KernelVariants<SynthesisBlock> synthesis_block_variants;
-void synthesis_block(const int16_t* window, const int16_t* real, int16_t* synth, int gain_factor, int len);
+inline constexpr auto synthesis_block = run_chosen<synthesis_block_variants>;
 
 // One block. band_post = true is kedoNs_ProcessCore (input peak tracking,
 // prior from the band post-processing, click limiter); false runs the
