@@ -293,15 +293,7 @@ bool same_sections(IIR_t* const* a, IIR_t* const* b, int count) {
 template <class Block, class Kernel>
 void compare(Block& got_block, Block& want_block, Kernel fn, Kernel ref, const Case& c, unsigned seed) {
   for (int n : kRuns) {
-    const std::vector<int32_t> l = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + n, c.lo, c.hi);
-    const std::vector<int32_t> r = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + 7 * n, c.lo, c.hi);
-    kafx_test::Guarded<int> gl(static_cast<size_t>(n)), gr(static_cast<size_t>(n));
-    kafx_test::Guarded<int> wl(static_cast<size_t>(n)), wr(static_cast<size_t>(n));
-    fn(&got_block, l.data(), r.data(), gl.data(), gr.data(), n);
-    ref(&want_block, l.data(), r.data(), wl.data(), wr.data(), n);
-    ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
-    ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
-    EXPECT_TRUE(gl.guards_intact() && gr.guards_intact());
+    ASSERT_NO_FATAL_FAILURE(kafx_test::expect_same_stereo_chunk(fn, ref, &got_block, &want_block, n, seed, c.lo, c.hi));
     ASSERT_TRUE(same_sections(got_block.section, want_block.section, static_cast<int>(std::size(got_block.section))))
         << "n " << n;
   }
@@ -374,16 +366,7 @@ TEST(StereoWideningSystem, ReflectorChunkVariantsMatchTheBaseline) {
         ++k;
       }
       for (int n : kRuns) {
-        const std::vector<int32_t> l = kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + n, c.lo, c.hi);
-        const std::vector<int32_t> r =
-            kafx_test::random_values<int32_t>(static_cast<size_t>(n), seed + 5 * n, c.lo, c.hi);
-        kafx_test::Guarded<int> gl(static_cast<size_t>(n)), gr(static_cast<size_t>(n));
-        kafx_test::Guarded<int> wl(static_cast<size_t>(n)), wr(static_cast<size_t>(n));
-        fn(&got, l.data(), r.data(), gl.data(), gr.data(), n);
-        ref(&want, l.data(), r.data(), wl.data(), wr.data(), n);
-        ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
-        ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
-        EXPECT_TRUE(gl.guards_intact() && gr.guards_intact());
+        ASSERT_NO_FATAL_FAILURE(kafx_test::expect_same_stereo_chunk(fn, ref, &got, &want, n, seed, c.lo, c.hi));
         ASSERT_TRUE(same_sections(pre[0], pre[1], 2)) << "n " << n;
         for (int j = 0; j < 4; ++j) {
           EXPECT_EQ(got.comb_left[j]->lowpass_state, want.comb_left[j]->lowpass_state);

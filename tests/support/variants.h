@@ -63,6 +63,25 @@ std::vector<T> random_values(size_t n, unsigned seed, int64_t lo = INT64_MIN, in
   return v;
 }
 
+// A stereo chunk kernel, kernel(state, in_left, in_right, out_left,
+// out_right, n): its build `fn` on *got and the baseline `ref` on *want, over
+// the same n random inputs within [lo, hi] (from `seed`), into outputs with
+// canaries past them. The outputs must agree and the canaries stay intact;
+// the caller compares the states.
+template <class State, class Kernel>
+void expect_same_stereo_chunk(Kernel fn, Kernel ref, State* got, State* want, int n, unsigned seed, int64_t lo,
+                              int64_t hi) {
+  const auto un = static_cast<size_t>(n);
+  const std::vector<int32_t> l = random_values<int32_t>(un, seed + n, lo, hi);
+  const std::vector<int32_t> r = random_values<int32_t>(un, seed + 7 * n, lo, hi);
+  Guarded<int> gl(un), gr(un), wl(un), wr(un);
+  fn(got, l.data(), r.data(), gl.data(), gr.data(), n);
+  ref(want, l.data(), r.data(), wl.data(), wr.data(), n);
+  ASSERT_TRUE(std::equal(wl.v.begin(), wl.v.begin() + n, gl.v.begin())) << "left, n " << n;
+  ASSERT_TRUE(std::equal(wr.v.begin(), wr.v.begin() + n, gr.v.begin())) << "right, n " << n;
+  EXPECT_TRUE(gl.guards_intact() && gr.guards_intact()) << "n " << n;
+}
+
 }  // namespace kafx_test
 
 #endif
