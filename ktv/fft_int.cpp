@@ -15,6 +15,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <cstring>
 
 #include "common/fixed_point.h"
 #include "ktv/fft_int_detail.h"
@@ -189,22 +190,25 @@ void fft_int_bitreverse(complex* bins) {
 void fft_int_transform(complex* bins) { transform(bins, kN, 1); }
 
 void fft_int_level(const complex* bins, int* level) {
-  // power_level_q8 of every bin, four bins at a time: their starts, the
-  // factor steps of all four as one vector (see fft_int_detail.h), their
-  // ends. The four values are put together in registers (read back as one
-  // vector from four separate stores, they would wait for the stores to
-  // retire).
-  for (int k = 0; k < FFT_INT_BINS; k += 4) {
-    uint64_t power[4];
-    PowerLog s[4];
-    for (int j = 0; j < 4; ++j) {
-      power[j] = bin_power(bins[k + j]);
-      s[j] = power_log_start(power[j]);
-    }
-    const u32x4 v = {s[0].v, s[1].v, s[2].v, s[3].v};
-    const u32x4 y = log_q16_factors(v, u32x4{s[0].y, s[1].y, s[2].y, s[3].y});
-    for (int j = 0; j < 4; ++j) level[k + j] = power_level_end(power[j], s[j].shift, static_cast<int32_t>(y[j]));
+  // power_level_q8 of every bin, in three passes (see fft_int_detail.h).
+  uint64_t power[FFT_INT_BINS];
+  uint32_t v[FFT_INT_BINS], y[FFT_INT_BINS];
+  int32_t shift[FFT_INT_BINS];
+  for (int k = 0; k < FFT_INT_BINS; ++k) {
+    power[k] = bin_power(bins[k]);
+    const PowerLog s = power_log_start(power[k]);
+    v[k] = s.v;
+    y[k] = s.y;
+    shift[k] = s.shift;
   }
+  for (int k = 0; k < FFT_INT_BINS; k += 4) {
+    u32x4 vk, yk;
+    std::memcpy(&vk, &v[k], sizeof vk);
+    std::memcpy(&yk, &y[k], sizeof yk);
+    yk = log_q16_factors(vk, yk);
+    std::memcpy(&y[k], &yk, sizeof yk);
+  }
+  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_end(power[k], shift[k], static_cast<int32_t>(y[k]));
 }
 
 int fft_int_find_peaks(const int* level, int* peaks) {
