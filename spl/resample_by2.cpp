@@ -524,7 +524,7 @@ inline uint32_t internal(int16_t v) { return static_cast<uint32_t>(to_internal(v
 inline uint32_t internal(int32_t v) { return static_cast<uint32_t>(v); }
 
 // Even samples through the lower branch (words 0-3), odd through the upper
-// (4-7); the halved outputs are added.
+// (4-7); put(i, a, b) gets the two halved outputs, whose sum is output i.
 template <typename T>
 [[gnu::always_inline]] inline void down_scalar(const T* in, int len, int32_t* st, auto put) {
   BranchInt lo, up;
@@ -533,7 +533,7 @@ template <typename T>
   const int n = len >> 1;
   for (int i = 0; i < n; ++i) {
     const uint32_t a = half(lower(lo, internal(in[2 * i])));
-    put(i, a + half(upper(up, internal(in[2 * i + 1]))));
+    put(i, a, half(upper(up, internal(in[2 * i + 1]))));
   }
   lo.store(st);
   up.store(st + 4);
@@ -583,11 +583,17 @@ template <typename T>
 
 }  // namespace
 
+// The decimator from the internal format leaves the halved branch outputs in
+// its input, as the lane form (and the published routine) do.
 void down_int_to_short_scalar(int32_t* in, int len, int16_t* out, int32_t* st) {
-  down_scalar(in, len, st, [out](int i, uint32_t v) { out[i] = sat16(from_internal(v)); });
+  down_scalar(in, len, st, [in, out](int i, uint32_t a, uint32_t b) {
+    in[2 * i] = static_cast<int32_t>(a);
+    in[2 * i + 1] = static_cast<int32_t>(b);
+    out[i] = sat16(from_internal(a + b));
+  });
 }
 void down_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st) {
-  down_scalar(in, len, st, [out](int i, uint32_t v) { out[i] = static_cast<int32_t>(v); });
+  down_scalar(in, len, st, [out](int i, uint32_t a, uint32_t b) { out[i] = static_cast<int32_t>(a + b); });
 }
 void up_short_to_int_scalar(const int16_t* in, int len, int32_t* out, int32_t* st) {
   up_scalar(in, len, st, [out](int i, uint32_t a, int j, uint32_t b) {

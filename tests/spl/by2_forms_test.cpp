@@ -1,5 +1,5 @@
 // The two forms of the internal-format by-2 stages (lanes and scalar) give
-// the same outputs and states on odd lengths, from random states, on random
+// the same outputs, states and inputs afterwards on odd lengths, from random states, on random
 // and on full-scale square inputs (the saturating and wrapping paths), with
 // nothing written past the end of an output; and each build runs the form
 // it is meant to: scalar on ARM, lanes elsewhere.
@@ -37,13 +37,15 @@ void expect_same(F lanes, F scalar, int words, int (*out_len)(int), unsigned see
       const std::vector<In> in = input<In>(len, seed + static_cast<unsigned>(len), square);
       const std::vector<int32_t> st0 =
           random_values<int32_t>(static_cast<size_t>(words), seed, -(1 << 28), 1 << 28);
-      std::vector<In> in_a = in, in_b = in;  // the lane decimator uses its input as scratch
+      std::vector<In> in_a = in, in_b = in;  // the decimator from the internal format
+                                             // leaves its halved branch outputs there
       Guarded<Out> out_a(static_cast<size_t>(out_len(len))), out_b(static_cast<size_t>(out_len(len)));
       std::vector<int32_t> st_a = st0, st_b = st0;
       lanes(in_a.data(), len, out_a.data(), st_a.data());
       scalar(in_b.data(), len, out_b.data(), st_b.data());
       EXPECT_EQ(out_a.v, out_b.v) << "len " << len << " square " << square;
       EXPECT_EQ(st_a, st_b) << "len " << len << " square " << square;
+      EXPECT_EQ(in_a, in_b) << "input afterwards, len " << len << " square " << square;
       EXPECT_TRUE(out_b.guards_intact()) << "len " << len;
     }
     // Two calls of the scalar form in a row give what one call of the lane
