@@ -6,6 +6,7 @@
 #include <arm_neon.h>
 
 #include <cstring>
+#include <type_traits>
 
 #include "common/biquad.h"
 
@@ -58,72 +59,88 @@ KAFX_TARGET_NEON void store_pair(const LanePair& p, IIR_t* fl, IIR_t* fr) {
   fr->state[0] = fr->state[1];
 }
 
-// One sample through both lanes: x0 = in x 32 saturated;
-// acc = b0 x0 + b1 x1 + b2 x2 + a1 y1 + a2 y2 (wrapping); y = sat32(acc >> 28)
-// with -1 -> 0; returns y >> 5. Only the a1 y1 product waits for the previous
-// sample's output, so it is added last.
-[[gnu::always_inline]] KAFX_TARGET_NEON inline int32x2_t pair_step(LanePair& p, int32x2_t in) {
-  const int32x2_t x0 = vqshl_n_s32(in, 5);
-  int64x2_t acc = vmull_s32(p.b1, p.x1);
-  acc = vmlal_s32(acc, p.b2, p.x2);
-  acc = vmlal_s32(acc, p.a2, p.y2);
-  acc = vmlal_s32(acc, p.b0, x0);
-  acc = vmlal_s32(acc, p.a1, p.y1);
-  int32x2_t y = vqshrn_n_s64(acc, 28);
-  y = vbic_s32(y, vreinterpret_s32_u32(vceq_s32(y, vdup_n_s32(-1))));
-  p.x2 = p.x1;
-  p.x1 = x0;
-  p.y2 = p.y1;
-  p.y1 = y;
-  return vshr_n_s32(y, 5);
-}
-
-// U lane pairs over their own buffers (pair u filters l[u] and r[u] in
-// place), in kLayers layers: pair u belongs to layer u / (U / kLayers) and at
-// step t works on sample t - layer. A pair of layer g + 1 may filter, in
-// place, the buffers a pair of layer g filters: it reads each sample one
-// step after that pair wrote it. Every pair sees its samples in order, so
-// this equals running the layers one after the other.
-template <int U, int kLayers>
-struct Lanes {
-  static_assert(U % kLayers == 0);
+// G groups of D sections in series; unit u = g * D + d is group g's section
+// at depth d, a stereo lane pair. Group g reads its input from in_l[g] /
+// in_r[g] and writes the last section's output to out_l[g] / out_r[g]
+// (which may be the input buffers: a sample is written only after the
+// sample after it has been read).
+//
+// At step t the unit at depth d works on sample t - d, taking as input the
+// output that the unit before it produced at step t - 1, so the units of a
+// step are independent of each other. Each unit is also software-pipelined
+// for in-order cores: of the section's five products only a1 y1 waits for
+// the previous output; the other four, for the unit's next sample, are
+// summed (in `pre`) as soon as that sample's input is known. The per-lane
+// arithmetic is the section's own: x0 = in x 32 saturated (vqshl #5; a
+// later section's input y >> 5 times 32 is y with its low five bits
+// cleared, which never saturates); acc = b0 x0 + b1 x1 + b2 x2 + a1 y1 +
+// a2 y2 wrapping; y = sat32(acc >> 28) (vqshrn #28), -1 -> 0; out = y >> 5.
+template <int G, int D>
+struct Wave {
+  static constexpr int U = G * D;
   LanePair p[U];
-  int32_t* l[U];
-  int32_t* r[U];
+  const int32_t* in_l[G];
+  const int32_t* in_r[G];
+  int32_t* out_l[G];
+  int32_t* out_r[G];
 
-  static constexpr int layer(int u) { return u / (U / kLayers); }
-
-  // The pairs are copied into locals for the loop (so that they can live in
-  // registers) and back afterwards.
   KAFX_TARGET_NEON void run(int n) {
+    if (n <= 0) return;
     LanePair q[U];
-    int32_t* bl[U];
-    int32_t* br[U];
+    int32x2_t x0[U];  // the input of the unit's next sample
+    int64x2_t pre[U];  // b0 x0 + b1 x1 + b2 x2 + a2 y2 of that sample
     KAFX_UNROLL
-    for (int u = 0; u < U; ++u) q[u] = p[u], bl[u] = l[u], br[u] = r[u];
-    const auto step = [&](int u, int i) KAFX_TARGET_NEON_LAMBDA {
-      int32x2_t in = vld1_dup_s32(bl[u] + i);
-      in = vld1_lane_s32(br[u] + i, in, 1);
-      const int32x2_t out = pair_step(q[u], in);
-      vst1_lane_s32(bl[u] + i, out, 0);
-      vst1_lane_s32(br[u] + i, out, 1);
+    for (int u = 0; u < U; ++u) q[u] = p[u];
+    const auto load = [&](int g, int i) KAFX_TARGET_NEON_LAMBDA {
+      int32x2_t v = vld1_dup_s32(in_l[g] + i);
+      v = vld1_lane_s32(in_r[g] + i, v, 1);
+      return vqshl_n_s32(v, 5);
     };
-    // Steps where some layers have no sample (yet, or any more).
-    const auto edge = [&](int t) KAFX_TARGET_NEON_LAMBDA {
+    const auto feed = [&](int u, int32x2_t xn) KAFX_TARGET_NEON_LAMBDA {
+      int64x2_t s = vmull_s32(q[u].b1, q[u].x1);
+      s = vmlal_s32(s, q[u].b2, q[u].x2);
+      s = vmlal_s32(s, q[u].a2, q[u].y2);
+      pre[u] = vmlal_s32(s, q[u].b0, xn);
+      x0[u] = xn;
+    };
+    const auto work = [&](int u) KAFX_TARGET_NEON_LAMBDA {
+      const int64x2_t acc = vmlal_s32(pre[u], q[u].a1, q[u].y1);
+      int32x2_t y = vqshrn_n_s64(acc, 28);
+      y = vbic_s32(y, vreinterpret_s32_u32(vceq_s32(y, vdup_n_s32(-1))));
+      q[u].x2 = q[u].x1;
+      q[u].x1 = x0[u];
+      q[u].y2 = q[u].y1;
+      q[u].y1 = y;
+    };
+    // Whether depth d has a sample at step t.
+    const auto live = [n](int d, int t) { return t - d >= 0 && t - d < n; };
+    const auto step = [&](int t, auto all) KAFX_TARGET_NEON_LAMBDA {
+      constexpr bool kAll = decltype(all)::value;
+      KAFX_UNROLL
+      for (int u = 0; u < U; ++u)
+        if (kAll || live(u % D, t)) work(u);
+      KAFX_UNROLL
+      for (int g = 0; g < G; ++g) {
+        if (kAll || live(D - 1, t)) {
+          const int32x2_t out = vshr_n_s32(q[g * D + D - 1].y1, 5);
+          vst1_lane_s32(out_l[g] + t - (D - 1), out, 0);
+          vst1_lane_s32(out_r[g] + t - (D - 1), out, 1);
+        }
+      }
       KAFX_UNROLL
       for (int u = 0; u < U; ++u) {
-        const int i = t - layer(u);
-        if (i >= 0 && i < n) step(u, i);
+        const int d = u % D;
+        if (kAll || live(d, t + 1))
+          feed(u, d == 0 ? load(u / D, t + 1) : vand_s32(q[u - 1].y1, vdup_n_s32(~31)));
       }
     };
-    constexpr int kLag = kLayers - 1;
+    KAFX_UNROLL
+    for (int g = 0; g < G; ++g) feed(g * D, load(g, 0));
+    const int steps = n + D - 1;
     int t = 0;
-    for (; t < kLag && t < n + kLag; ++t) edge(t);
-    for (; t < n; ++t) {
-      KAFX_UNROLL
-      for (int u = 0; u < U; ++u) step(u, t - layer(u));
-    }
-    for (; t < n + kLag; ++t) edge(t);
+    for (; t < steps && t < D - 1; ++t) step(t, std::false_type{});
+    for (; t < n - 1; ++t) step(t, std::true_type{});
+    for (; t < steps; ++t) step(t, std::false_type{});
     KAFX_UNROLL
     for (int u = 0; u < U; ++u) p[u] = q[u];
   }
@@ -132,23 +149,23 @@ struct Lanes {
 bool working(const IIR_t* f) { return f->status != 0; }
 
 KAFX_TARGET_NEON void run_pair(IIR_t* fl, int32_t* l, IIR_t* fr, int32_t* r, int n) {
-  Lanes<1, 1> w;
+  Wave<1, 1> w;
   w.p[0] = load_pair(fl, fr);
-  w.l[0] = l;
-  w.r[0] = r;
+  w.in_l[0] = w.out_l[0] = l;
+  w.in_r[0] = w.out_r[0] = r;
   w.run(n);
   store_pair(w.p[0], fl, fr);
 }
 
 // Two sections of each channel in series (fl0 then fl1 over l, fr0 then fr1
-// over r), the second one sample behind the first.
+// over r).
 KAFX_TARGET_NEON void run_two_in_series(IIR_t* fl0, IIR_t* fr0, IIR_t* fl1, IIR_t* fr1, int32_t* l, int32_t* r,
                                         int n) {
-  Lanes<2, 2> w;
+  Wave<1, 2> w;
   w.p[0] = load_pair(fl0, fr0);
   w.p[1] = load_pair(fl1, fr1);
-  w.l[0] = w.l[1] = l;
-  w.r[0] = w.r[1] = r;
+  w.in_l[0] = w.out_l[0] = l;
+  w.in_r[0] = w.out_r[0] = r;
   w.run(n);
   store_pair(w.p[0], fl0, fr0);
   store_pair(w.p[1], fl1, fr1);
@@ -214,27 +231,27 @@ KAFX_TARGET_NEON void biquad_crossover_stereo_neon(const CrossoverStage* left, c
   for (int k = 0; k < stages; ++k) {
     const CrossoverStage& sl = left[k];
     const CrossoverStage& sr = right[k];
-    std::memcpy(low_l[k], xl, bytes);
-    std::memcpy(low_r[k], xr, bytes);
     bool all = true;
     for (int s = 0; s < 2; ++s)
       all = all && working(sl.a[s]) && working(sl.b[s]) && working(sr.a[s]) && working(sr.b[s]);
     if (all) {
-      // Pairs 0, 1: the first sections of branch A (over the low band) and
-      // B (over the high band); pairs 2, 3: the second sections, a sample
-      // behind.
-      Lanes<4, 2> w;
-      IIR_t* const fl[4] = {sl.a[0], sl.b[0], sl.a[1], sl.b[1]};
-      IIR_t* const fr[4] = {sr.a[0], sr.b[0], sr.a[1], sr.b[1]};
-      for (int u = 0; u < 4; ++u) {
-        w.p[u] = load_pair(fl[u], fr[u]);
-        w.l[u] = u % 2 == 0 ? low_l[k] : xl;
-        w.r[u] = u % 2 == 0 ? low_r[k] : xr;
-      }
+      // Group 0: branch A from the stage's input into the low band; group
+      // 1: branch B in place. Both read sample t + 1 of the input at step
+      // t, when B has written only up to sample t - 1.
+      Wave<2, 2> w;
+      IIR_t* const fl[4] = {sl.a[0], sl.a[1], sl.b[0], sl.b[1]};
+      IIR_t* const fr[4] = {sr.a[0], sr.a[1], sr.b[0], sr.b[1]};
+      for (int u = 0; u < 4; ++u) w.p[u] = load_pair(fl[u], fr[u]);
+      w.in_l[0] = w.in_l[1] = w.out_l[1] = xl;
+      w.in_r[0] = w.in_r[1] = w.out_r[1] = xr;
+      w.out_l[0] = low_l[k];
+      w.out_r[0] = low_r[k];
       w.run(n);
       for (int u = 0; u < 4; ++u) store_pair(w.p[u], fl[u], fr[u]);
       continue;
     }
+    std::memcpy(low_l[k], xl, bytes);
+    std::memcpy(low_r[k], xr, bytes);
     for (int s = 0; s < 2; ++s) {
       biquad_block32_pair_neon(sl.a[s], low_l[k], sr.a[s], low_r[k], n);
       biquad_block32_pair_neon(sl.b[s], xl, sr.b[s], xr, n);
