@@ -90,7 +90,7 @@ struct Wave {
     int32x2_t x0[U];  // the input of the unit's next sample
     int64x2_t pre[U];  // b0 x0 + b1 x1 + b2 x2 + a2 y2 of that sample
     KAFX_UNROLL
-    for (int u = 0; u < U; ++u) q[u] = p[u];
+    for (int u = 0; u < U; ++u) q[u] = p[u], x0[u] = vdup_n_s32(0), pre[u] = vdupq_n_s64(0);
     const auto load = [&](int g, int i) KAFX_TARGET_NEON_LAMBDA {
       int32x2_t v = vld1_dup_s32(in_l[g] + i);
       v = vld1_lane_s32(in_r[g] + i, v, 1);
@@ -157,18 +157,30 @@ KAFX_TARGET_NEON void run_pair(IIR_t* fl, int32_t* l, IIR_t* fr, int32_t* r, int
   store_pair(w.p[0], fl, fr);
 }
 
-// Two sections of each channel in series (fl0 then fl1 over l, fr0 then fr1
+// D sections of each channel in series (fl[0], fl[1], ... over l; fr[...]
 // over r).
-KAFX_TARGET_NEON void run_two_in_series(IIR_t* fl0, IIR_t* fr0, IIR_t* fl1, IIR_t* fr1, int32_t* l, int32_t* r,
-                                        int n) {
-  Wave<1, 2> w;
-  w.p[0] = load_pair(fl0, fr0);
-  w.p[1] = load_pair(fl1, fr1);
+template <int D>
+KAFX_TARGET_NEON void run_in_series(IIR_t* const* fl, IIR_t* const* fr, int32_t* l, int32_t* r, int n) {
+  Wave<1, D> w;
+  for (int d = 0; d < D; ++d) w.p[d] = load_pair(fl[d], fr[d]);
   w.in_l[0] = w.out_l[0] = l;
   w.in_r[0] = w.out_r[0] = r;
   w.run(n);
-  store_pair(w.p[0], fl0, fr0);
-  store_pair(w.p[1], fl1, fr1);
+  for (int d = 0; d < D; ++d) store_pair(w.p[d], fl[d], fr[d]);
+}
+
+// The most stereo section pairs one cascade wavefront takes.
+constexpr int kCascadeDepth = 4;
+
+KAFX_TARGET_NEON void run_held(IIR_t* const* fl, IIR_t* const* fr, int count, int32_t* l, int32_t* r, int n) {
+  static_assert(kCascadeDepth == 4);
+  switch (count) {
+    case 1: run_in_series<1>(fl, fr, l, r, n); break;
+    case 2: run_in_series<2>(fl, fr, l, r, n); break;
+    case 3: run_in_series<3>(fl, fr, l, r, n); break;
+    case 4: run_in_series<4>(fl, fr, l, r, n); break;
+    default: break;
+  }
 }
 
 // A stereo pair of sections in which at most one works: that one runs alone
@@ -192,31 +204,30 @@ KAFX_TARGET_NEON void biquad_block32_pair_neon(IIR_t* fa, int32_t* a, IIR_t* fb,
 KAFX_TARGET_NEON void biquad_cascade_pair_neon(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr,
                                                int32_t* r, int n) {
   if (n <= 0) return;
-  // The channels are independent and each one's sections run in order: a
-  // stereo pair waits in `held` for the next one so that the two run
-  // together; a section working on one side only runs alone, after the
-  // pairs before it.
+  // The channels are independent and each one's sections run in order:
+  // stereo pairs wait in `held` until kCascadeDepth of them run together; a
+  // section working on one side only runs alone, after the pairs before it.
   const int both = nl < nr ? nl : nr;
-  int held = -1;
+  IIR_t* held_l[kCascadeDepth];
+  IIR_t* held_r[kCascadeDepth];
+  int held = 0;
   for (int k = 0; k < both; ++k) {
     const bool wl = working(left[k]), wr = working(right[k]);
     if (wl && wr) {
-      if (held < 0) {
-        held = k;
-      } else {
-        run_two_in_series(left[held], right[held], left[k], right[k], l, r, n);
-        held = -1;
+      held_l[held] = left[k];
+      held_r[held] = right[k];
+      if (++held == kCascadeDepth) {
+        run_held(held_l, held_r, held, l, r, n);
+        held = 0;
       }
       continue;
     }
     if (!wl && !wr) continue;
-    if (held >= 0) {
-      run_pair(left[held], l, right[held], r, n);
-      held = -1;
-    }
+    run_held(held_l, held_r, held, l, r, n);
+    held = 0;
     run_sides(left[k], l, right[k], r, n);
   }
-  if (held >= 0) run_pair(left[held], l, right[held], r, n);
+  run_held(held_l, held_r, held, l, r, n);
   for (int k = both; k < nl; ++k)
     if (working(left[k])) biquad_block32(left[k], l, n);
   for (int k = both; k < nr; ++k)
