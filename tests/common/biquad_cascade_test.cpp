@@ -1,9 +1,10 @@
 // Biquad cascades: the section-after-section build equals the cascade run
 // sample by sample through the exported section, and every other build of
-// the cascade (the AVX2 wavefront, the NEON lane pairs) equals the section-after-section build in
-// outputs and final states, for every count of working and switched-off
-// sections per channel, on odd lengths, with canaries past the ends. The
-// same for the band split and the crossover chain built from the sections.
+// the cascade (the AVX2 wavefront, the NEON lane pairs) equals the
+// section-after-section build in outputs and final states, for every count
+// of working and switched-off sections per channel, on odd lengths, with
+// canaries past the ends. The same for the band split and the crossover
+// chain built from the sections.
 #include <gtest/gtest.h>
 
 #include <cstring>

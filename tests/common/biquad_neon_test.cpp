@@ -68,7 +68,8 @@ constexpr int32_t kRinging[5] = {1 << 22, 1 << 23, 1 << 22, -221182960, -2630935
 
 TEST(BiquadNeon, PairReferenceIsTheDifferenceEquation) {
   for (bool wild : {false, true}) {
-    const std::vector<int32_t> c = wild ? random_values<int32_t>(10, 3) : random_values<int32_t>(10, 3, -(1 << 28), 1 << 28);
+    const std::vector<int32_t> c =
+        wild ? random_values<int32_t>(10, 3) : random_values<int32_t>(10, 3, -(1 << 28), 1 << 28);
     const std::vector<int32_t> h = random_values<int32_t>(8, 4, -(1 << 28), 1 << 28);
     Section a(c.data(), h.data(), 1), b(c.data() + 5, h.data() + 4, 1);
     Model ma(a.f), mb(b.f);
@@ -97,7 +98,8 @@ TEST(BiquadNeon, PairVariantsMatchTheReference) {
           Section fa(c.data(), h.data(), status & 1), fb(c.data() + 5, h.data() + 4, status >> 1);
           Section ga(fa), gb(fb);
           const std::vector<int32_t> in_a = random_values<int32_t>(static_cast<size_t>(n), seed + 2);
-          const std::vector<int32_t> in_b = random_values<int32_t>(static_cast<size_t>(n), seed + 3, -(1 << 24), 1 << 24);
+          const std::vector<int32_t> in_b =
+              random_values<int32_t>(static_cast<size_t>(n), seed + 3, -(1 << 24), 1 << 24);
           Guarded<int32_t> ra(n), rb(n), va(n), vb(n);
           std::copy(in_a.begin(), in_a.end(), ra.data());
           std::copy(in_a.begin(), in_a.end(), va.data());
