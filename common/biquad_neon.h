@@ -23,22 +23,23 @@ namespace kafx {
 
 #if KAFX_NEON_VARIANTS
 
+// (Definitions in common/biquad_neon.cpp, with KAFX_TARGET_NEON.)
+
 // biquad_block32_pair: fa over a and fb over b, n samples in place.
-KAFX_TARGET_NEON void biquad_block32_pair_neon(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
+void biquad_block32_pair_neon(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
 
 // biquad_cascade_pair: section k of both channels as one lane pair, up to
 // four consecutive pairs at a time as a wavefront (section j of the group
 // one sample behind section j - 1).
-KAFX_TARGET_NEON void biquad_cascade_pair_neon(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr,
-                                               int32_t* r, int n);
+void biquad_cascade_pair_neon(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r,
+                              int n);
 
 // biquad_crossover_stereo: per stage, the A and B branches' first and second
 // sections (four lane pairs) advance together, the second sections one
 // sample behind the first. A stage with a section switched off runs its
 // section pairs one after the other.
-KAFX_TARGET_NEON void biquad_crossover_stereo_neon(const CrossoverStage* left, const CrossoverStage* right,
-                                                   int stages, int32_t* xl, int32_t* xr, int32_t* const* low_l,
-                                                   int32_t* const* low_r, int n);
+void biquad_crossover_stereo_neon(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
+                                  int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n);
 
 #endif
 

@@ -39,9 +39,11 @@
 #endif
 
 // KAFX_NEON_VARIANTS: 1 where NEON builds are made (AArch64, and 32-bit ARM
-// with GCC or clang); KAFX_TARGET_NEON marks their functions. On 32-bit ARM
+// with GCC); KAFX_TARGET_NEON marks their definitions. On 32-bit ARM
 // <arm_neon.h> may be included without -mfpu=neon; its intrinsics are usable
-// inside functions with the attribute.
+// inside functions with the attribute. Declarations elsewhere go without it
+// (the calling convention is the same): GCC 12 on 32-bit ARM lets a target
+// attribute on a mere declaration disturb the code of the rest of the file.
 #if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__aarch64__)
 #define KAFX_NEON_VARIANTS 1
 #define KAFX_TARGET_NEON

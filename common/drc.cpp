@@ -17,6 +17,7 @@
 
 #include "common/delay.h"
 #include "common/drc_block.h"
+#include "common/drc_kernels.h"
 #include "common/fixed_point.h"
 #include "common/lifecycle.h"
 
@@ -150,17 +151,27 @@ struct Block {
   }
 };
 
+void abs_sum_peak_reference(const int32_t* x, int n, uint64_t* sum, uint32_t* peak) {
+  uint64_t s = 0;
+  uint32_t m = 0;
+  for (int i = 0; i < n; ++i) {
+    const uint32_t a = x[i] < 0 ? 0u - static_cast<uint32_t>(x[i]) : static_cast<uint32_t>(x[i]);
+    s += a;
+    m = std::max(m, a);
+  }
+  *sum = s;
+  *peak = m;
+}
+
 Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count) {
   // 1. Block statistics: mean and peak of |x|.
-  int64_t sum = 0;
-  int64_t max_abs = 0;
-  for (int i = 0; i < count; ++i) {
-    const int64_t a = in[i] < 0 ? -static_cast<int64_t>(in[i]) : in[i];
-    sum += a;
-    max_abs = std::max(max_abs, a);
-  }
+  static const DrcAbsSumPeak abs_sum_peak = choose(drc_abs_sum_peak_variants);
+  uint64_t abs_sum = 0;
+  uint32_t abs_peak = 0;
+  abs_sum_peak(in, count, &abs_sum, &abs_peak);
+  const int64_t sum = static_cast<int64_t>(abs_sum);
   const int64_t mean = count == 0 ? 0 : sum / count;
-  const int64_t peak = max_abs >> 8;  // 16-bit units
+  const int64_t peak = abs_peak >> 8;  // 16-bit units
 
   // 2. Mean-level follower: rises at 1/16, falls at 1/32 per block.
   const int64_t level = d->level;
@@ -200,6 +211,14 @@ Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count
 }  // namespace
 
 namespace kafx {
+
+#if KAFX_NEON_VARIANTS
+// The NEON build (common/drc_neon.cpp).
+void drc_abs_sum_peak_neon(const int32_t* x, int n, uint64_t* sum, uint32_t* peak);
+#endif
+
+const KernelVariants<DrcAbsSumPeak> drc_abs_sum_peak_variants = {
+    "drc_abs_sum_peak", {abs_sum_peak_reference, nullptr, KAFX_NEON_ONLY(drc_abs_sum_peak_neon)}};
 
 void dynamic_range_control_process_pair(dynamic_range_control_t* da, int* in_a, int* out_a,
                                         dynamic_range_control_t* db, int* in_b, int* out_b, int count) {

@@ -129,7 +129,7 @@ namespace kafx {
 
 #if KAFX_NEON_VARIANTS
 // The NEON build (common/nld_neon.cpp).
-KAFX_TARGET_NEON void nld_polynomial_run_neon(const int32_t* coef, const int32_t* x, int32_t* y, int n);
+void nld_polynomial_run_neon(const int32_t* coef, const int32_t* x, int32_t* y, int n);
 #endif
 
 const KernelVariants<NldPolynomialRun> nld_polynomial_run_variants = {
