@@ -2,6 +2,7 @@
 // 32-bit (Q28) variants.
 #include "common/biquad.h"
 
+#include "common/biquad_neon.h"
 #include "common/lifecycle.h"
 
 #include <cstdlib>
@@ -111,10 +112,22 @@ void biquad_block32_multi(IIR_t* const* f, int32_t* const* buf, int count, int n
 
 void biquad_block32(IIR_t* f, int32_t* buf, int n) { biquad_block32_multi(&f, &buf, 1, n); }
 
-void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
+namespace {
+
+void block32_pair_interleaved(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
   IIR_t* f[2] = {fa, fb};
   int32_t* buf[2] = {a, b};
   biquad_block32_multi(f, buf, 2, n);
+}
+
+}  // namespace
+
+const KernelVariants<BiquadBlock32Pair> biquad_block32_pair_variants = {
+    "biquad_block32_pair", {block32_pair_interleaved, nullptr, KAFX_NEON_ONLY(biquad_block32_pair_neon)}};
+
+void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
+  static const BiquadBlock32Pair chosen = choose(biquad_block32_pair_variants);
+  chosen(fa, a, fb, b, n);
 }
 
 }  // namespace kafx

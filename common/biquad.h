@@ -104,6 +104,8 @@ void biquad_block32(IIR_t* f, int32_t* buf, int n);
 // with up to four feedback recursions interleaved in one loop.
 void biquad_block32_multi(IIR_t* const* f, int32_t* const* buf, int count, int n);
 void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
+using BiquadBlock32Pair = void (*)(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n);
+extern const KernelVariants<BiquadBlock32Pair> biquad_block32_pair_variants;
 
 }  // namespace kafx
 

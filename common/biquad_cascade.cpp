@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "common/biquad.h"
+#include "common/biquad_neon.h"
 #include "common/lanes_avx2.h"
 
 namespace kafx {
@@ -564,7 +565,8 @@ KAFX_TARGET_AVX2 void crossover_wavefront(const CrossoverStage* left, const Cros
 }  // namespace
 
 const KernelVariants<BiquadCascadePair> biquad_cascade_pair_variants = {
-    "biquad_cascade_pair", {cascade_sectionwise, KAFX_AVX2_ONLY(cascade_wavefront)}};
+    "biquad_cascade_pair",
+    {cascade_sectionwise, KAFX_AVX2_ONLY(cascade_wavefront), KAFX_NEON_ONLY(biquad_cascade_pair_neon)}};
 
 void biquad_cascade_pair(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r, int n) {
   static const BiquadCascadePair chosen = choose(biquad_cascade_pair_variants);
@@ -581,7 +583,8 @@ void biquad_split_energies(IIR_t* const* left, const int32_t* l, uint64_t* energ
 }
 
 const KernelVariants<BiquadCrossoverStereo> biquad_crossover_stereo_variants = {
-    "biquad_crossover_stereo", {crossover_stagewise, KAFX_AVX2_ONLY(crossover_wavefront)}};
+    "biquad_crossover_stereo", {crossover_stagewise, KAFX_AVX2_ONLY(crossover_wavefront),
+                                 KAFX_NEON_ONLY(biquad_crossover_stereo_neon)}};
 
 void biquad_crossover_stereo(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
                              int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {

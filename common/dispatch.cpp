@@ -1,6 +1,10 @@
 // Processor checks of common/dispatch.h.
 #include "common/dispatch.h"
 
+#if KAFX_NEON_VARIANTS && defined(__arm__)
+#include <sys/auxv.h>
+#endif
+
 namespace kafx {
 
 bool isa_available(Isa isa) {
@@ -13,6 +17,15 @@ bool isa_available(Isa isa) {
 #else
       return false;
 #endif
+    case kIsaNeon:
+#if KAFX_NEON_VARIANTS && defined(__aarch64__)
+      return true;
+#elif KAFX_NEON_VARIANTS
+      // HWCAP_ARM_NEON (bit 12) of the 32-bit ARM kernel's AT_HWCAP.
+      return (getauxval(AT_HWCAP) & (1UL << 12)) != 0;
+#else
+      return false;
+#endif
     default:
       return false;
   }
@@ -22,6 +35,7 @@ const char* isa_name(Isa isa) {
   switch (isa) {
     case kIsaBaseline: return "baseline";
     case kIsaAvx2: return "avx2";
+    case kIsaNeon: return "neon";
     default: return "?";
   }
 }

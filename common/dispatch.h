@@ -7,7 +7,12 @@
 //     vector extension of spl/simd.h lowered to the target's baseline
 //     (SSE2 on x86-64, NEON on aarch64, scalar VFP on armhf);
 //   - an AVX2 build on x86-64 (GCC and clang), where 32-bit lane multiplies
-//     and 256-bit registers are native.
+//     and 256-bit registers are native;
+//   - a NEON build on ARM, for kernels written with NEON intrinsics (its
+//     32x32->64 multiply-accumulate and saturating narrowing shift are the
+//     product rule per 64-bit lane). AArch64 always has NEON; on 32-bit ARM
+//     (armhf, whose baseline is VFP only) the NEON functions carry a target
+//     attribute and run only where the kernel reports NEON (AT_HWCAP).
 // The first call picks the best variant the processor can run and keeps it
 // (a function-local static, so the choice is made once, thread-safely);
 // every variant computes the same integers, which tests/common/
@@ -34,6 +39,23 @@
 #define KAFX_AVX2_VARIANTS 0
 #define KAFX_TARGET_AVX2
 #endif
+
+// KAFX_NEON_VARIANTS: 1 where NEON builds are made (AArch64, and 32-bit ARM
+// with GCC); KAFX_TARGET_NEON marks their definitions. On 32-bit ARM
+// <arm_neon.h> may be included without -mfpu=neon; its intrinsics are usable
+// inside functions with the attribute. Declarations elsewhere go without it
+// (the calling convention is the same): GCC 12 on 32-bit ARM lets a target
+// attribute on a mere declaration disturb the code of the rest of the file.
+#if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__aarch64__)
+#define KAFX_NEON_VARIANTS 1
+#define KAFX_TARGET_NEON
+#elif (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__arm__) && defined(__GNUC__) && !defined(__clang__)
+#define KAFX_NEON_VARIANTS 1
+#define KAFX_TARGET_NEON __attribute__((target("fpu=neon")))
+#else
+#define KAFX_NEON_VARIANTS 0
+#define KAFX_TARGET_NEON
+#endif
 #undef KAFX_DISPATCH
 #define KAFX_DISPATCH KAFX_AVX2_VARIANTS
 
@@ -50,7 +72,7 @@
 
 namespace kafx {
 
-enum Isa : int { kIsaBaseline = 0, kIsaAvx2 = 1, kIsaCount = 2 };
+enum Isa : int { kIsaBaseline = 0, kIsaAvx2 = 1, kIsaNeon = 2, kIsaCount = 3 };
 
 // Whether this processor runs code built for `isa` (the baseline always).
 bool isa_available(Isa isa);
@@ -105,6 +127,14 @@ inline constexpr auto run_chosen = &ChosenVariant<Variants>::run;
 #define KAFX_AVX2_ONLY(fn) fn
 #else
 #define KAFX_AVX2_ONLY(fn) nullptr
+#endif
+
+// A hand-written NEON variant `fn` (declared KAFX_TARGET_NEON) where NEON
+// variants are built, else null.
+#if KAFX_NEON_VARIANTS
+#define KAFX_NEON_ONLY(fn) fn
+#else
+#define KAFX_NEON_ONLY(fn) nullptr
 #endif
 
 // Defines, from the always-inline body `name##_body` (written just before):

@@ -1,5 +1,6 @@
 // Block kernels of the dynamic range control: the scalar loops (the
-// baseline) and their AVX2 builds (see common/drc_kernels.h).
+// baseline) and their AVX2 builds (see common/drc_kernels.h; the NEON build
+// of the statistics is in common/drc_neon.cpp).
 #include "common/drc_kernels.h"
 
 #include "common/fixed_point.h"
@@ -72,7 +73,7 @@ KAFX_TARGET_AVX2 void delay_gain_avx2(int32_t* line, const int32_t* in, int32_t*
 }  // namespace
 
 const KernelVariants<DrcBlockStatsFn> drc_block_stats_variants = {
-    "drc_block_stats", {block_stats_scalar, KAFX_AVX2_ONLY(block_stats_avx2)}};
+    "drc_block_stats", {block_stats_scalar, KAFX_AVX2_ONLY(block_stats_avx2), KAFX_NEON_ONLY(drc_block_stats_neon)}};
 
 DrcBlockStats drc_block_stats(const int32_t* x, int n) {
   static const DrcBlockStatsFn chosen = choose(drc_block_stats_variants);

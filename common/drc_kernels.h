@@ -1,7 +1,8 @@
 // Block kernels of the dynamic range control (common/drc.cpp), built per
 // instruction set (common/dispatch.h): the block statistics of step 1 and
-// the settled gain applied through the look-ahead line. Every build gives
-// the same integers as the scalar loops of the baseline.
+// the settled gain applied through the look-ahead line (AVX2 builds of both,
+// a NEON build of the statistics). Every build gives the same integers as
+// the scalar loops of the baseline.
 #ifndef KAFX_COMMON_DRC_KERNELS_H
 #define KAFX_COMMON_DRC_KERNELS_H
 
@@ -19,6 +20,9 @@ struct DrcBlockStats {
 using DrcBlockStatsFn = DrcBlockStats (*)(const int32_t* x, int n);
 extern const KernelVariants<DrcBlockStatsFn> drc_block_stats_variants;
 DrcBlockStats drc_block_stats(const int32_t* x, int n);
+#if KAFX_NEON_VARIANTS
+DrcBlockStats drc_block_stats_neon(const int32_t* x, int n);  // common/drc_neon.cpp
+#endif
 
 // One unwrapped stretch of the look-ahead line with a fixed Q17 gain: for
 // k < n, d = line[k]; line[k] = in[k]; out[k] = mul_shift<17>(d * gain).

@@ -127,8 +127,14 @@ KAFX_TARGET_AVX2 void polynomial_run_avx2(const int32_t* c, const int32_t* x, in
 
 namespace kafx {
 
+#if KAFX_NEON_VARIANTS
+// The NEON build (common/nld_neon.cpp).
+void nld_polynomial_run_neon(const int32_t* coef, const int32_t* x, int32_t* y, int n);
+#endif
+
 const KernelVariants<NldPolynomialRun> nld_polynomial_run_variants = {
-    "nld_polynomial_run", {polynomial_run_reference, KAFX_AVX2_ONLY(polynomial_run_avx2)}};
+    "nld_polynomial_run",
+    {polynomial_run_reference, KAFX_AVX2_ONLY(polynomial_run_avx2), KAFX_NEON_ONLY(nld_polynomial_run_neon)}};
 
 void nld_process_block(NLD* d, const int32_t* in, int32_t* out, int n) {
   static const NldPolynomialRun run = choose(nld_polynomial_run_variants);

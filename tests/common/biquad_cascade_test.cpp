@@ -1,9 +1,10 @@
 // Biquad cascades: the section-after-section build equals the cascade run
 // sample by sample through the exported section, and every other build of
-// the cascade (the AVX2 wavefront) equals the section-after-section build in
-// outputs and final states, for every count of working and switched-off
-// sections per channel (and with every section on), on odd and even lengths,
-// with canaries past the ends. The same for the band split and the crossover
+// the cascade (the AVX2 wavefront, the NEON lane pairs) equals the
+// section-after-section build in outputs and final states, for every count
+// of working and switched-off sections per channel (and with every section
+// on), on odd and even lengths, with canaries past the ends. The same for
+// the band split and the crossover
 // chain built from the sections.
 #include <gtest/gtest.h>
 
@@ -111,7 +112,7 @@ TEST(BiquadCascade, VariantsMatchSectionAfterSection) {
           ++runs;
         }
   });
-  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+  EXPECT_EQ(compared, (kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0) + kafx_test::neon_builds());
   EXPECT_EQ(runs, compared * 9 * 2 * 8 * 2);
 }
 
@@ -268,7 +269,7 @@ TEST(BiquadCascade, CrossoverChainVariantsMatchTheDefinition) {
             EXPECT_TRUE(a.same_state(b));
           }
   });
-  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+  EXPECT_EQ(compared, (kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0) + kafx_test::neon_builds());
 }
 
 }  // namespace

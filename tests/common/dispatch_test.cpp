@@ -49,4 +49,21 @@ TEST(Dispatch, ChoosesTheMostCapableAvailableVariant) {
   EXPECT_TRUE(kafx::isa_available(kafx::kIsaBaseline));
 }
 
+// A NEON build is taken exactly where the processor has NEON: always on
+// AArch64, never on x86-64; on 32-bit ARM as the kernel reports it.
+TEST(Dispatch, NeonBuildRunsWhereNeonIs) {
+  using F = int (*)();
+  static F base = [] { return 0; };
+  static F neon = [] { return 2; };
+  const kafx::KernelVariants<F> v = {"neon", {base, nullptr, neon}};
+  EXPECT_EQ(kafx::choose(v)(), kafx::isa_available(kafx::kIsaNeon) ? 2 : 0);
+#if defined(__aarch64__)
+  EXPECT_EQ(kafx::isa_available(kafx::kIsaNeon), KAFX_NEON_VARIANTS == 1);
+#elif defined(__x86_64__)
+  EXPECT_FALSE(kafx::isa_available(kafx::kIsaNeon));
+  EXPECT_EQ(KAFX_NEON_VARIANTS, 0);
+#endif
+  EXPECT_STREQ(kafx::isa_name(kafx::kIsaNeon), "neon");
+}
+
 }  // namespace

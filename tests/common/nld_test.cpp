@@ -109,7 +109,7 @@ TEST(Nld, PolynomialRunVariantsMatchTheBaseline) {
       }
     }
   });
-  (void)runs;
+  EXPECT_EQ(runs, (kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0) + kafx_test::neon_builds());
 }
 
 // The block form is NLD_process sample by sample: the glide of the clip

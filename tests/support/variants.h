@@ -36,6 +36,10 @@ int for_each_variant(const kafx::KernelVariants<F>& v, Run&& run) {
   return n;
 }
 
+// 1 where a NEON build of a kernel that has one runs here (it is built on
+// ARM and this processor has NEON), else 0.
+inline int neon_builds() { return KAFX_NEON_VARIANTS && kafx::isa_available(kafx::kIsaNeon) ? 1 : 0; }
+
 // A buffer of `n` values followed by kCanary guard words.
 template <typename T>
 struct Guarded {
