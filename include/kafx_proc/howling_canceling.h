@@ -105,13 +105,14 @@
  *     times leaves 2.1, 2.0 and 0.9 dB below the original peak (kafx
  *     howl-test prints this bound), so five notches of this width cannot
  *     add 3 dB in these rooms, whatever their detector.
- *   - cost: about 150 000 instructions per 240-sample frame (x86-64, no
- *     link-time optimisation; bench/ktv_bench.cpp's voice with a whistle):
- *     the two analyses per 240 samples about half (transform 30 %, bin
- *     levels 13 %), the elliptic analysis low-pass a quarter, DC blocker,
- *     notches and gain the rest. About 9 us of CPU per frame on a busy
- *     build machine, some 550 times real time (bench/howling_bench.cpp
- *     without notches; with four notches engaged about 12.5 us, 400 times).
+ *   - cost: about 109 000 instructions per 240-sample frame inside the
+ *     karaoke chain (x86-64, GCC, link-time optimisation; callgrind over
+ *     bench/ktv_bench.cpp's all-on frames), most of it the two analyses per
+ *     240 samples (transform, bin levels) and the elliptic analysis
+ *     low-pass; DC blocker, notches and gain the rest. Alone with a
+ *     whistle and its notch engaged (bench/howling_bench.cpp), 340 to 440
+ *     times real time with GCC and about 570 with clang on the build
+ *     machine (scripts/bench-report.sh, medians, idle machine).
 
  * Record and robustness:
  *   - init: status 0 (off), working memory allocated (one block plus the
