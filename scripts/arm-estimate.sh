@@ -59,13 +59,14 @@
 #     Thumb program; the cortex-m7 model's missing IT instruction, whose
 #     predicated instructions are then timed unconditionally) count as one
 #     simple instruction; the table states their largest share.
-#   - The 32-bit bracket's models (cortex-m7, cortex-r52) time no NEON
-#     instructions. Where the armhf build selects NEON kernels (the stereo
-#     biquads, the crossover, the harmonic polynomial and the limiter
-#     statistics run NEON when the processor reports it, as qemu's does),
-#     llvm-mca refuses those blocks for the bracket and the script stops;
-#     only the big-core (cortex-a57) figure times them. A bracket for NEON
-#     code on 32-bit ARM is not done.
+#   - The 32-bit bracket's models (cortex-m7, cortex-r52) have no NEON.
+#     Where the armhf build runs NEON kernels (the stereo biquads, the
+#     crossover, the harmonic polynomial and the limiter statistics, when
+#     the processor reports NEON, as qemu's does), the blocks holding NEON
+#     instructions are timed by the nearest models that have it: cortex-a57
+#     at the optimistic end and cortex-a9 with NEON (an in-order NEON unit,
+#     long result latencies) at the pessimistic end. The A55's NEON sits
+#     between them, but neither is a model of it.
 #   - It measures the working tree as it is (uncommitted edits included).
 #   - The figures move with the compiler version and flags; they are for
 #     Debian 12's GCC 12 cross compilers and LLVM 14.
