@@ -197,19 +197,19 @@ struct Room {
 // Built-in synthetic rooms: a direct path of 5 to 20 ms and a few decaying
 // reflections, low-passed (loudspeaker and air) and high-passed.
 inline std::vector<Room> builtin_rooms() {
-  struct Spec {
+  struct RoomShape {
     const char* name;
     double delay_ms;
     double refl[4][2];  // (extra delay ms, gain)
     double lp, hp;
   };
-  static constexpr Spec kSpecs[] = {
+  static constexpr RoomShape kRooms[] = {
       {"small room (5 ms)", 5.0, {{1.3, -0.55}, {3.1, 0.35}, {5.9, -0.2}, {9.7, 0.12}}, 5000, 120},
       {"living room (9 ms)", 9.0, {{2.2, 0.6}, {4.9, -0.4}, {8.3, 0.25}, {13.1, -0.15}}, 4000, 100},
       {"hall (20 ms)", 20.0, {{6.5, 0.5}, {11.2, 0.4}, {17.9, -0.3}, {29.3, 0.2}}, 3000, 80},
   };
   std::vector<Room> rooms;
-  for (const Spec& s : kSpecs) {
+  for (const RoomShape& s : kRooms) {
     Room r;
     r.name = s.name;
     const int d0 = static_cast<int>(s.delay_ms * kRate / 1000);

@@ -16,7 +16,7 @@
 // driver ("pngcairo"), 800 x 600 pixels; --csv writes the plotted points.
 //
 // `kafx plot spectrogram IN.wav OUT.wav` draws the short-time spectra of a
-// file before and after processing, one panel each (short_time_spectra.h).
+// file before and after processing, one panel each (time_frequency.h).
 //
 // `kafx plot headphone` draws the headphone chain's built-in records (preset
 // 3 and the adapter corrections) the same way. The library keeps those
@@ -40,7 +40,7 @@
 #include "command_line.h"
 #include "headphone_run.h"
 #include "kafx_proc/hp_effect.h"
-#include "short_time_spectra.h"
+#include "time_frequency.h"
 #include "kafx_proc/equalizer.h"
 #include "speaker_config_check.h"
 #include "speaker_units.h"

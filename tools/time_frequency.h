@@ -2,8 +2,8 @@
 // averaged to one signal, Hann-windowed frames of `fft` samples, magnitudes in
 // dB relative to a full-scale sine (a sine of amplitude A centred on a bin
 // reads 20 log10(A / full scale)). Doubles are fine here: this runs offline.
-#ifndef KAFX_TOOLS_SHORT_TIME_SPECTRA_H
-#define KAFX_TOOLS_SHORT_TIME_SPECTRA_H
+#ifndef KAFX_TOOLS_TIME_FREQUENCY_H
+#define KAFX_TOOLS_TIME_FREQUENCY_H
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "short_time_spectra.h"
+#include "time_frequency.h"
 
 #include <algorithm>
 #include <cmath>
