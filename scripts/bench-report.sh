@@ -7,9 +7,10 @@
 #   KAFX_REPORT_COMPILERS=gcc scripts/bench-report.sh    one compiler only
 #   KAFX_REPORT_REPS=9 ...             repetitions per benchmark (default 5)
 #
-# Builds RelWithDebInfo (-O2, like the figures the targets were set with)
-# in build-bench/ (build-bench-clang/), runs kafx_bench with repetitions and
-# reports the medians of CPU time. "x real time" is audio seconds processed
+# Builds RelWithDebInfo (-O2, like the figures the targets were set with;
+# the library's own objects are -O3 there, see cmake/KafxLayers.cmake; the
+# published C is Debian's build of it) in build-bench/ (build-bench-clang/),
+# runs kafx_bench with repetitions and reports the medians of CPU time. "x real time" is audio seconds processed
 # per CPU second on one core; the suppressor's figure is microseconds per
 # 10 ms frame; the resampler figure is the published C's time over ours.
 #
