@@ -17,7 +17,7 @@
 // over a whole chunk. Where vector lanes do not pay off (ARM, and the 16-bit
 // stages on every baseline), a scalar form runs the branches side by side
 // in one loop instead; both forms give the same integers.
-#if defined(__arm__) && defined(__ARM_FEATURE_DSP)
+#if defined(__arm__) && (defined(__ARM_FEATURE_DSP) || defined(__ARM_FEATURE_SAT))
 #include <arm_acle.h>
 #endif
 
@@ -163,6 +163,14 @@ constexpr int kChunk = 64;
 
 inline int chunk_len(int total, int base) { return total - base < kChunk ? total - base : kChunk; }
 
+#if defined(__arm__) && defined(__ARM_FEATURE_SAT)
+// sat16(v >> Shift) as one SSAT with a shifted operand.
+template <int Shift>
+[[gnu::always_inline]] inline int16_t shift_sat16(int32_t v) {
+  return static_cast<int16_t>(__ssat(v >> Shift, 16));
+}
+#endif
+
 // out[i] = sat16((pair[2i] + pair[2i + 1] + Round) >> Shift), pair sums wrap.
 template <int Shift, uint32_t Round>
 [[gnu::always_inline]] inline void narrow_pairs(const int32_t* pair, int16_t* out, int n) {
@@ -265,30 +273,31 @@ struct Branch16 {
     st[3] = s3;
   }
 
+  // s + floor(d C / 2^16), wrapping.
   template <int C>
-  static int32_t scaled(int32_t d) {
+  static int32_t scaled_add(int32_t d, int32_t s) {
 #if defined(__arm__) && defined(__ARM_FEATURE_DSP)
     // 32-bit ARM: SMLAWB adds bits 47..16 of d times a signed 16-bit factor
     // to a word (wrapping), in one instruction with one result register. A
-    // coefficient of 2^15 or more is used as C - 2^16, with d as the added
-    // word: floor(d C / 2^16) = floor(d (C - 2^16) / 2^16) + d.
+    // coefficient of 2^15 or more is used as C - 2^16, with d added as well:
+    // floor(d C / 2^16) = floor(d (C - 2^16) / 2^16) + d.
     if constexpr (C < 32768) {
-      return __smlawb(d, C, 0);
+      return __smlawb(d, C, s);
     } else {
-      return __smlawb(d, C - 65536, d);
+      return wrap_add(__smlawb(d, C - 65536, d), s);
     }
 #else
-    return static_cast<int32_t>((static_cast<int64_t>(d) * C) >> 16);
+    return wrap_add(s, static_cast<int32_t>((static_cast<int64_t>(d) * C) >> 16));
 #endif
   }
 
   template <int C0, int C1, int C2>
   int32_t run(int32_t x) {
-    const int32_t t1 = wrap_add(s0, scaled<C0>(wrap_sub(x, s1)));
+    const int32_t t1 = scaled_add<C0>(wrap_sub(x, s1), s0);
     s0 = x;
-    const int32_t t2 = wrap_add(s1, scaled<C1>(wrap_sub(t1, s2)));
+    const int32_t t2 = scaled_add<C1>(wrap_sub(t1, s2), s1);
     s1 = t1;
-    s3 = wrap_add(s2, scaled<C2>(wrap_sub(t2, s3)));
+    s3 = scaled_add<C2>(wrap_sub(t2, s3), s2);
     s2 = t2;
     return s3;
   }
@@ -304,6 +313,19 @@ void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st
   even.load(st);
   odd.load(st + 4);
   const int n = len >> 1;
+#if defined(__arm__) && defined(__ARM_FEATURE_SAT)
+  // 32-bit ARM: the rounding, halving and saturation take two instructions
+  // (an add and an SSAT with a shifted operand) inside the loop. Output i is
+  // written after samples 2i and 2i + 1 are read, so out may equal in.
+  for (int i = 0; i < n; ++i) {
+    const int32_t xe = in[2 * i] * 1024;
+    const int32_t xo = in[2 * i + 1] * 1024;
+    const int32_t sum = wrap_add(branch_b(even, xe), branch_a(odd, xo));
+    out[i] = shift_sat16<11>(wrap_add(sum, 1024));
+  }
+#else
+  // Elsewhere the branch sums are gathered and then rounded, halved and
+  // saturated four at a time, after a chunk's inputs are all read.
   int32_t y[kChunk];
   for (int base = 0; base < n; base += kChunk) {
     const int m = chunk_len(n, base);
@@ -314,6 +336,7 @@ void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st
     }
     narrow<11, 1024>(y, out + base, m);
   }
+#endif
   even.store(st);
   odd.store(st + 4);
 }

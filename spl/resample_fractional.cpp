@@ -298,6 +298,28 @@ void fir_48_32_serial(const int32_t* in, int32_t* out, int K) {
   }
 }
 
+}  // namespace
+
+// 3 -> 2 with both outputs of a block formed together, tap by tap (two
+// independent accumulations side by side, each input word loaded once), and
+// stored after the block's inputs are read: the plain result for separate
+// buffers and for out <= in.
+void fir_48_32_paired(const int32_t* in, int32_t* out, int K) {
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + 3 * m;
+    uint32_t a = kHalf, b = kHalf;
+    KAFX_UNROLL
+    for (int k = 0; k < 8; ++k) {
+      a += static_cast<uint32_t>(k48To32[0][k]) * static_cast<uint32_t>(x[k]);
+      b += static_cast<uint32_t>(k48To32[1][k]) * static_cast<uint32_t>(x[k + 1]);
+    }
+    out[2 * m] = static_cast<int32_t>(a);
+    out[2 * m + 1] = static_cast<int32_t>(b);
+  }
+}
+
+namespace {
+
 void fir_32_24_serial(const int32_t* in, int32_t* out, int K) {
   for (int m = 0; m < K; ++m) {
     KAFX_UNROLL
@@ -338,6 +360,40 @@ void fir_32_22_serial(const int32_t* in, int32_t* out, int K) {
   }
 }
 
+}  // namespace
+
+// 16 -> 11 with the ten sums of a block formed together, tap by tap (ten
+// independent accumulations side by side), and stored after the block's
+// inputs are read: the plain result for separate buffers and for out <= in.
+void fir_32_22_paired(const int32_t* in, int32_t* out, int K) {
+  static constexpr int kFwd[5] = {0, 2, 3, 5, 6};
+  static constexpr int kBwd[5] = {22, 20, 19, 17, 16};
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + 16 * m;
+    uint32_t f[5], b[5];
+    KAFX_UNROLL
+    for (int r = 0; r < 5; ++r) f[r] = b[r] = kHalf;
+    KAFX_UNROLL
+    for (int k = 0; k < 9; ++k) {
+      KAFX_UNROLL
+      for (int r = 0; r < 5; ++r) {
+        const uint32_t c = static_cast<uint32_t>(k32To22[r][k]);
+        f[r] += c * static_cast<uint32_t>(x[kFwd[r] + k]);
+        b[r] += c * static_cast<uint32_t>(x[kBwd[r] - k]);
+      }
+    }
+    int32_t* o = out + 11 * m;
+    o[0] = on_sample(x[3]);
+    KAFX_UNROLL
+    for (int r = 0; r < 5; ++r) {
+      o[1 + r] = static_cast<int32_t>(f[r]);
+      o[10 - r] = static_cast<int32_t>(b[r]);
+    }
+  }
+}
+
+namespace {
+
 // Whether the group kernels give the one-at-a-time result: separate
 // buffers, or an output that trails the input by at least `gap` words (the
 // distance below which a block would overwrite input it still reads).
@@ -367,33 +423,35 @@ void fir_32_22_to_short_serial(const int32_t* in, int16_t* out, int K) {
 }
 
 // The stages as the fixed-ratio resamplers call them (in place, the output
-// trailing the input). On ARM the one-at-a-time order runs instead of the
-// group kernels where it is cheaper (same results): everywhere on 32-bit ARM,
-// whose baseline has no vector lanes, and on AArch64 for every stage but
-// 3 -> 2, where NEON's lanes stay ahead on an in-order core (llvm-mca's
-// Cortex-A55 model, see scripts/arm-estimate.sh).
-#if defined(__arm__)
-constexpr bool kSerial48To32 = true, kSerialOthers = true;
-#elif defined(__aarch64__)
-constexpr bool kSerial48To32 = false, kSerialOthers = true;
-#else
-constexpr bool kSerial48To32 = false, kSerialOthers = false;
-#endif
-
+// trailing the input), in the form chosen per architecture (see
+// kFir48To32Form and kFirForm in spl_internal.h); all forms give the same
+// results.
 void fir_48_32(const int32_t* in, int32_t* out, int K) {
-  kSerial48To32 ? fir_48_32_serial(in, out, K) : fir_48_32_mv(in, out, K);
+  if constexpr (kFir48To32Form == FirForm::kPaired) {
+    fir_48_32_paired(in, out, K);
+  } else if constexpr (kFir48To32Form == FirForm::kSerial) {
+    fir_48_32_serial(in, out, K);
+  } else {
+    fir_48_32_mv(in, out, K);
+  }
 }
 void fir_32_24(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_32_24_serial(in, out, K) : fir_32_24_mv(in, out, K);
+  kFirForm == FirForm::kGroup ? fir_32_24_mv(in, out, K) : fir_32_24_serial(in, out, K);
 }
 void fir_44_32(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_44_32_serial(in, out, K) : fir_44_32_mv(in, out, K);
+  kFirForm == FirForm::kGroup ? fir_44_32_mv(in, out, K) : fir_44_32_serial(in, out, K);
 }
 void fir_32_22(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_32_22_serial(in, out, K) : fir_32_22_mv(in, out, K);
+  if constexpr (kFir32To22Form == FirForm::kPaired) {
+    fir_32_22_paired(in, out, K);
+  } else if constexpr (kFir32To22Form == FirForm::kSerial) {
+    fir_32_22_serial(in, out, K);
+  } else {
+    fir_32_22_mv(in, out, K);
+  }
 }
 void fir_32_22_to_short(const int32_t* in, int16_t* out, int K) {
-  kSerialOthers ? fir_32_22_to_short_serial(in, out, K) : fir_32_22_to_short_mv(in, out, K);
+  kFirForm == FirForm::kGroup ? fir_32_22_to_short_mv(in, out, K) : fir_32_22_to_short_serial(in, out, K);
 }
 
 }  // namespace kafx::spl
