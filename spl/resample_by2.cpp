@@ -75,6 +75,18 @@ struct LaneState {
   }
 };
 
+// A partial sum the compiler keeps as written (not regrouped with the terms
+// added to it), so that the recursions' loop-carried paths stay short: an
+// empty statement that takes the vector register and hands it back.
+[[gnu::always_inline]] inline v4u grouped(v4u v) {
+#if defined(__x86_64__)
+  asm("" : "+x"(v));
+#elif defined(__aarch64__)
+  asm("" : "+w"(v));
+#endif
+  return v;
+}
+
 // ---------------------------------------------------------------------------
 // Internal-format branches (Q15 coefficients on samples << 15): sections
 //     y[n] = x[n-1] + c * q(x[n] - y[n-1])
@@ -84,15 +96,17 @@ struct Cascade : LaneState {
   v4u c0, c1, c2;
 
   [[gnu::always_inline]] v4u run(v4u x) {
-    // x + 8192 first, so that the loop-carried path is subtract, shift,
-    // multiply, add.
-    const v4u t1 = s0 + simd::sar<14>(x + 8192u - s1) * c0;
+    // Every loop-carried path is subtract, shift, multiply, add: x + 8192
+    // is formed first, and the move up by one of a negative quotient, q c =
+    // (d >> 14) c + (d < 0 ? c : 0), joins the addend before the product
+    // does (kept in that order, see grouped()).
+    const v4u t1 = s0 + simd::sar<14>(grouped(x + 8192u) - s1) * c0;
     s0 = x;
     const v4u d2 = t1 - s2;
-    const v4u t2 = s1 + (simd::sar<14>(d2) + (d2 >> 31)) * c1;
+    const v4u t2 = grouped(s1 + (simd::sar<31>(d2) & c1)) + simd::sar<14>(d2) * c1;
     s1 = t1;
     const v4u d3 = t2 - s3;
-    const v4u y = s2 + (simd::sar<14>(d3) + (d3 >> 31)) * c2;
+    const v4u y = grouped(s2 + (simd::sar<31>(d3) & c2)) + simd::sar<14>(d3) * c2;
     s2 = t2;
     s3 = y;
     return y;

@@ -164,9 +164,17 @@ struct Phases {
   }
 };
 
-// The G lanes of one output as vectors of four.
-constexpr int kQuads = kGroup / 4;
-using Lanes = simd::v4u[kQuads];
+// The G lanes of one output as vectors: on x86-64 the eight lanes are one
+// vector (one AVX2 register, two in the SSE2 baseline), elsewhere two
+// vectors of four (NEON's registers, where one vector of eight is slower).
+#if defined(__x86_64__)
+typedef uint32_t GroupVector __attribute__((vector_size(32)));
+#else
+typedef simd::v4u GroupVector;
+#endif
+constexpr int kVectorLanes = sizeof(GroupVector) / sizeof(uint32_t);
+constexpr int kQuads = kGroup / kVectorLanes;
+using Lanes = GroupVector[kQuads];
 
 // One tap of one output over the G lanes of a group; K is the tap index.
 template <typename Ly, int W, int K>
@@ -175,7 +183,11 @@ template <typename Ly, int W, int K>
   constexpr int t = d.kind == kFwd ? d.first + K : d.first - K;
   constexpr uint32_t c = static_cast<uint32_t>(static_cast<int32_t>(Ly::taps[d.row][K]));
   const int32_t* src = &ph.p[t % Ly::R][t / Ly::R];
-  for (int q = 0; q < kQuads; ++q) a[q] += c * simd::load<simd::v4u>(src + 4 * q);
+  for (int q = 0; q < kQuads; ++q) {
+    GroupVector x;
+    std::memcpy(&x, src + kVectorLanes * q, sizeof x);
+    a[q] += c * x;
+  }
 }
 
 // (Helpers instead of lambdas: a lambda would not inherit the instruction
@@ -194,12 +206,15 @@ template <typename Ly, int W>
     constexpr int sh = d.kind == kOnSample ? 15 : 0;
     constexpr uint32_t add = d.kind == kOnSample ? kHalf : 0;
     const int32_t* src = &ph.p[d.first % Ly::R][d.first / Ly::R];
-    for (int q = 0; q < kQuads; ++q) a[q] = (simd::load<simd::v4u>(src + 4 * q) << sh) + add;
+    for (int q = 0; q < kQuads; ++q) {
+      std::memcpy(&a[q], src + kVectorLanes * q, sizeof a[q]);
+      a[q] = (a[q] << sh) + add;
+    }
   } else {
-    for (int q = 0; q < kQuads; ++q) a[q] = simd::v4u{kHalf, kHalf, kHalf, kHalf};
+    for (int q = 0; q < kQuads; ++q) a[q] = GroupVector{} + kHalf;
     group_taps<Ly, W>(ph, a, std::make_integer_sequence<int, Ly::N>{});
   }
-  for (int q = 0; q < kQuads; ++q) simd::store(out + 4 * q, a[q]);
+  for (int q = 0; q < kQuads; ++q) std::memcpy(out + kVectorLanes * q, &a[q], sizeof a[q]);
 }
 
 template <typename Ly, int... W>
