@@ -152,7 +152,9 @@ struct Phases {
 #pragma GCC unroll 16
         for (int r = 0; r < Ly::R; ++r) p[r][j] = x[Ly::R * j + r];
       }
-      for (int t = Ly::R * kGroup; t <= last; ++t) p[t % Ly::R][t / Ly::R] = x[t];
+      constexpr int kLast = Ly::R * (kGroup - 1) + Ly::Span;
+#pragma GCC unroll 16
+      for (int t = Ly::R * kGroup; t <= kLast; ++t) p[t % Ly::R][t / Ly::R] = x[t];
     } else {
       for (int j = 0; j < kLen; ++j) {
         for (int r = 0; r < Ly::R; ++r) {
@@ -240,7 +242,9 @@ template <typename Ly>
     group_sums<Ly>(in + Ly::R * m, blocks, acc);
     int32_t* o = out + Ly::W * m;
     if (blocks == kGroup) {
+#pragma GCC unroll 8
       for (int j = 0; j < kGroup; ++j) {
+#pragma GCC unroll 16
         for (int w = 0; w < Ly::W; ++w) o[Ly::W * j + w] = static_cast<int32_t>(acc[w][j]);
       }
     } else {
