@@ -381,9 +381,45 @@ void fir_32_22_serial(const int32_t* in, int32_t* out, int K) {
 
 }  // namespace
 
-// 16 -> 11 with the ten sums of a block formed together, tap by tap (ten
-// independent accumulations side by side), and stored after the block's
-// inputs are read: the plain result for separate buffers and for out <= in.
+namespace {
+
+// A block's sums formed side by side, tap by tap (one accumulation per
+// output, independent of each other), and stored after the block's inputs
+// are read: the plain result for separate buffers and for out <= in.
+template <typename Ly>
+[[gnu::always_inline]] inline void run_paired(const int32_t* in, int32_t* out, int K) {
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + Ly::R * m;
+    uint32_t acc[Ly::W];
+    KAFX_UNROLL
+    for (int w = 0; w < Ly::W; ++w) {
+      const Out d = Ly::outs[w];
+      acc[w] = d.kind == kOnSample ? static_cast<uint32_t>(on_sample(x[d.first])) : kHalf;
+    }
+    KAFX_UNROLL
+    for (int k = 0; k < Ly::N; ++k) {
+      KAFX_UNROLL
+      for (int w = 0; w < Ly::W; ++w) {
+        const Out d = Ly::outs[w];
+        if (d.kind != kFwd && d.kind != kBwd) continue;
+        const uint32_t c = static_cast<uint32_t>(Ly::taps[d.row][k]);
+        acc[w] += c * static_cast<uint32_t>(x[d.kind == kFwd ? d.first + k : d.first - k]);
+      }
+    }
+    int32_t* o = out + Ly::W * m;
+    KAFX_UNROLL
+    for (int w = 0; w < Ly::W; ++w) o[w] = static_cast<int32_t>(acc[w]);
+  }
+}
+
+}  // namespace
+
+// 11 -> 8 with a block's sums side by side.
+void fir_44_32_paired(const int32_t* in, int32_t* out, int K) { run_paired<Layout44To32>(in, out, K); }
+
+// 16 -> 11 likewise, written out with each mirrored pair's two sums next to
+// each other (they share a tap row): on AArch64 this order takes fewer
+// cycles than the general form's (llvm-mca's Cortex-A55 model).
 void fir_32_22_paired(const int32_t* in, int32_t* out, int K) {
   static constexpr int kFwd[5] = {0, 2, 3, 5, 6};
   static constexpr int kBwd[5] = {22, 20, 19, 17, 16};
@@ -458,7 +494,13 @@ void fir_32_24(const int32_t* in, int32_t* out, int K) {
   kFirForm == FirForm::kGroup ? fir_32_24_mv(in, out, K) : fir_32_24_serial(in, out, K);
 }
 void fir_44_32(const int32_t* in, int32_t* out, int K) {
-  kFirForm == FirForm::kGroup ? fir_44_32_mv(in, out, K) : fir_44_32_serial(in, out, K);
+  if constexpr (kFir44To32Form == FirForm::kPaired) {
+    fir_44_32_paired(in, out, K);
+  } else if constexpr (kFir44To32Form == FirForm::kSerial) {
+    fir_44_32_serial(in, out, K);
+  } else {
+    fir_44_32_mv(in, out, K);
+  }
 }
 void fir_32_22(const int32_t* in, int32_t* out, int K) {
   if constexpr (kFir32To22Form == FirForm::kPaired) {

@@ -1,6 +1,6 @@
 // The forms the ARM builds run (built and tested on every architecture)
-// against the published routines: the 3 -> 2 and 16 -> 11 stages with a
-// block's sums formed side by side, and the scalar 16-bit decimator with its
+// against the published routines: the 3 -> 2, 16 -> 11 and 11 -> 8 stages
+// with a block's sums formed side by side, and the scalar 16-bit decimator with its
 // rounding and saturation in the recursive loop. Odd lengths, full-range
 // random and extreme inputs (sums that wrap, outputs that saturate both
 // ways), separate buffers with canaries and in place with the output
@@ -74,6 +74,7 @@ void expect_fir_matches(Fir form, void (*published)(const int32_t*, int32_t*, Pu
 TEST(ArmForms, PairedFractionalStagesMatchPublished) {
   expect_fir_matches(fir_48_32_paired, WebRtcSpl_Resample48khzTo32khz, 3, 2, 6);
   expect_fir_matches(fir_32_22_paired, WebRtcSpl_32khzTo22khzIntToInt, 16, 11, 7);
+  expect_fir_matches(fir_44_32_paired, WebRtcSpl_Resample44khzTo32khz, 11, 8, 7);
 }
 
 // The scalar 16-bit decimator against the published one: random states,
@@ -115,20 +116,23 @@ TEST(ArmForms, ScalarDecimatorMatchesPublished) {
 
 // The form each build runs: on 32-bit ARM the 3 -> 2 stage with its two
 // sums side by side and the others one output at a time; on AArch64 the
-// group kernels for 3 -> 2, the ten sums side by side for 16 -> 11 and one
-// output at a time for the rest; elsewhere the group kernels.
+// group kernels for 3 -> 2, the sums side by side for 16 -> 11 and 11 -> 8
+// and one output at a time for 4 -> 3; elsewhere the group kernels.
 TEST(ArmForms, FractionalFormSelection) {
 #if defined(__arm__)
   EXPECT_EQ(kFir48To32Form, FirForm::kPaired);
   EXPECT_EQ(kFir32To22Form, FirForm::kSerial);
+  EXPECT_EQ(kFir44To32Form, FirForm::kSerial);
   EXPECT_EQ(kFirForm, FirForm::kSerial);
 #elif defined(__aarch64__)
   EXPECT_EQ(kFir48To32Form, FirForm::kGroup);
   EXPECT_EQ(kFir32To22Form, FirForm::kPaired);
+  EXPECT_EQ(kFir44To32Form, FirForm::kPaired);
   EXPECT_EQ(kFirForm, FirForm::kSerial);
 #else
   EXPECT_EQ(kFir48To32Form, FirForm::kGroup);
   EXPECT_EQ(kFir32To22Form, FirForm::kGroup);
+  EXPECT_EQ(kFir44To32Form, FirForm::kGroup);
   EXPECT_EQ(kFirForm, FirForm::kGroup);
 #endif
 }
