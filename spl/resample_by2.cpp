@@ -17,7 +17,7 @@
 // over a whole chunk. Where vector lanes do not pay off (ARM, and the 16-bit
 // stages on every baseline), a scalar form runs the branches side by side
 // in one loop instead; both forms give the same integers.
-#if defined(__arm__) && defined(__ARM_FEATURE_DSP)
+#if defined(__arm__) && (defined(__ARM_FEATURE_DSP) || defined(__ARM_FEATURE_SAT))
 #include <arm_acle.h>
 #endif
 
@@ -75,6 +75,18 @@ struct LaneState {
   }
 };
 
+// A partial sum the compiler keeps as written (not regrouped with the terms
+// added to it), so that the recursions' loop-carried paths stay short: an
+// empty statement that takes the vector register and hands it back.
+[[gnu::always_inline]] inline v4u grouped(v4u v) {
+#if defined(__x86_64__)
+  asm("" : "+x"(v));
+#elif defined(__aarch64__)
+  asm("" : "+w"(v));
+#endif
+  return v;
+}
+
 // ---------------------------------------------------------------------------
 // Internal-format branches (Q15 coefficients on samples << 15): sections
 //     y[n] = x[n-1] + c * q(x[n] - y[n-1])
@@ -84,15 +96,17 @@ struct Cascade : LaneState {
   v4u c0, c1, c2;
 
   [[gnu::always_inline]] v4u run(v4u x) {
-    // x + 8192 first, so that the loop-carried path is subtract, shift,
-    // multiply, add.
-    const v4u t1 = s0 + simd::sar<14>(x + 8192u - s1) * c0;
+    // Every loop-carried path is subtract, shift, multiply, add: x + 8192
+    // is formed first, and the move up by one of a negative quotient, q c =
+    // (d >> 14) c + (d < 0 ? c : 0), joins the addend before the product
+    // does (kept in that order, see grouped()).
+    const v4u t1 = s0 + simd::sar<14>(grouped(x + 8192u) - s1) * c0;
     s0 = x;
     const v4u d2 = t1 - s2;
-    const v4u t2 = s1 + (simd::sar<14>(d2) + (d2 >> 31)) * c1;
+    const v4u t2 = grouped(s1 + (simd::sar<31>(d2) & c1)) + simd::sar<14>(d2) * c1;
     s1 = t1;
     const v4u d3 = t2 - s3;
-    const v4u y = s2 + (simd::sar<14>(d3) + (d3 >> 31)) * c2;
+    const v4u y = grouped(s2 + (simd::sar<31>(d3) & c2)) + simd::sar<14>(d3) * c2;
     s2 = t2;
     s3 = y;
     return y;
@@ -162,6 +176,14 @@ constexpr uint32_t kB16[3] = {12199, 37471, 60255};
 constexpr int kChunk = 64;
 
 inline int chunk_len(int total, int base) { return total - base < kChunk ? total - base : kChunk; }
+
+#if defined(__arm__) && defined(__ARM_FEATURE_SAT)
+// sat16(v >> Shift) as one SSAT with a shifted operand.
+template <int Shift>
+[[gnu::always_inline]] inline int16_t shift_sat16(int32_t v) {
+  return static_cast<int16_t>(__ssat(v >> Shift, 16));
+}
+#endif
 
 // out[i] = sat16((pair[2i] + pair[2i + 1] + Round) >> Shift), pair sums wrap.
 template <int Shift, uint32_t Round>
@@ -265,30 +287,31 @@ struct Branch16 {
     st[3] = s3;
   }
 
+  // s + floor(d C / 2^16), wrapping.
   template <int C>
-  static int32_t scaled(int32_t d) {
+  static int32_t scaled_add(int32_t d, int32_t s) {
 #if defined(__arm__) && defined(__ARM_FEATURE_DSP)
     // 32-bit ARM: SMLAWB adds bits 47..16 of d times a signed 16-bit factor
     // to a word (wrapping), in one instruction with one result register. A
-    // coefficient of 2^15 or more is used as C - 2^16, with d as the added
-    // word: floor(d C / 2^16) = floor(d (C - 2^16) / 2^16) + d.
+    // coefficient of 2^15 or more is used as C - 2^16, with d added as well:
+    // floor(d C / 2^16) = floor(d (C - 2^16) / 2^16) + d.
     if constexpr (C < 32768) {
-      return __smlawb(d, C, 0);
+      return __smlawb(d, C, s);
     } else {
-      return __smlawb(d, C - 65536, d);
+      return wrap_add(__smlawb(d, C - 65536, d), s);
     }
 #else
-    return static_cast<int32_t>((static_cast<int64_t>(d) * C) >> 16);
+    return wrap_add(s, static_cast<int32_t>((static_cast<int64_t>(d) * C) >> 16));
 #endif
   }
 
   template <int C0, int C1, int C2>
   int32_t run(int32_t x) {
-    const int32_t t1 = wrap_add(s0, scaled<C0>(wrap_sub(x, s1)));
+    const int32_t t1 = scaled_add<C0>(wrap_sub(x, s1), s0);
     s0 = x;
-    const int32_t t2 = wrap_add(s1, scaled<C1>(wrap_sub(t1, s2)));
+    const int32_t t2 = scaled_add<C1>(wrap_sub(t1, s2), s1);
     s1 = t1;
-    s3 = wrap_add(s2, scaled<C2>(wrap_sub(t2, s3)));
+    s3 = scaled_add<C2>(wrap_sub(t2, s3), s2);
     s2 = t2;
     return s3;
   }
@@ -304,6 +327,19 @@ void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st
   even.load(st);
   odd.load(st + 4);
   const int n = len >> 1;
+#if defined(__arm__) && defined(__ARM_FEATURE_SAT)
+  // 32-bit ARM: the rounding, halving and saturation take two instructions
+  // (an add and an SSAT with a shifted operand) inside the loop. Output i is
+  // written after samples 2i and 2i + 1 are read, so out may equal in.
+  for (int i = 0; i < n; ++i) {
+    const int32_t xe = in[2 * i] * 1024;
+    const int32_t xo = in[2 * i + 1] * 1024;
+    const int32_t sum = wrap_add(branch_b(even, xe), branch_a(odd, xo));
+    out[i] = shift_sat16<11>(wrap_add(sum, 1024));
+  }
+#else
+  // Elsewhere the branch sums are gathered and then rounded, halved and
+  // saturated four at a time, after a chunk's inputs are all read.
   int32_t y[kChunk];
   for (int base = 0; base < n; base += kChunk) {
     const int m = chunk_len(n, base);
@@ -314,6 +350,7 @@ void downsample_by2_scalar(const int16_t* in, int len, int16_t* out, int32_t* st
     }
     narrow<11, 1024>(y, out + base, m);
   }
+#endif
   even.store(st);
   odd.store(st + 4);
 }

@@ -152,7 +152,9 @@ struct Phases {
 #pragma GCC unroll 16
         for (int r = 0; r < Ly::R; ++r) p[r][j] = x[Ly::R * j + r];
       }
-      for (int t = Ly::R * kGroup; t <= last; ++t) p[t % Ly::R][t / Ly::R] = x[t];
+      constexpr int kLast = Ly::R * (kGroup - 1) + Ly::Span;
+#pragma GCC unroll 16
+      for (int t = Ly::R * kGroup; t <= kLast; ++t) p[t % Ly::R][t / Ly::R] = x[t];
     } else {
       for (int j = 0; j < kLen; ++j) {
         for (int r = 0; r < Ly::R; ++r) {
@@ -164,9 +166,17 @@ struct Phases {
   }
 };
 
-// The G lanes of one output as vectors of four.
-constexpr int kQuads = kGroup / 4;
-using Lanes = simd::v4u[kQuads];
+// The G lanes of one output as vectors: on x86-64 the eight lanes are one
+// vector (one AVX2 register, two in the SSE2 baseline), elsewhere two
+// vectors of four (NEON's registers, where one vector of eight is slower).
+#if defined(__x86_64__)
+typedef uint32_t GroupVector __attribute__((vector_size(32)));
+#else
+typedef simd::v4u GroupVector;
+#endif
+constexpr int kVectorLanes = sizeof(GroupVector) / sizeof(uint32_t);
+constexpr int kQuads = kGroup / kVectorLanes;
+using Lanes = GroupVector[kQuads];
 
 // One tap of one output over the G lanes of a group; K is the tap index.
 template <typename Ly, int W, int K>
@@ -175,7 +185,11 @@ template <typename Ly, int W, int K>
   constexpr int t = d.kind == kFwd ? d.first + K : d.first - K;
   constexpr uint32_t c = static_cast<uint32_t>(static_cast<int32_t>(Ly::taps[d.row][K]));
   const int32_t* src = &ph.p[t % Ly::R][t / Ly::R];
-  for (int q = 0; q < kQuads; ++q) a[q] += c * simd::load<simd::v4u>(src + 4 * q);
+  for (int q = 0; q < kQuads; ++q) {
+    GroupVector x;
+    std::memcpy(&x, src + kVectorLanes * q, sizeof x);
+    a[q] += c * x;
+  }
 }
 
 // (Helpers instead of lambdas: a lambda would not inherit the instruction
@@ -194,12 +208,15 @@ template <typename Ly, int W>
     constexpr int sh = d.kind == kOnSample ? 15 : 0;
     constexpr uint32_t add = d.kind == kOnSample ? kHalf : 0;
     const int32_t* src = &ph.p[d.first % Ly::R][d.first / Ly::R];
-    for (int q = 0; q < kQuads; ++q) a[q] = (simd::load<simd::v4u>(src + 4 * q) << sh) + add;
+    for (int q = 0; q < kQuads; ++q) {
+      std::memcpy(&a[q], src + kVectorLanes * q, sizeof a[q]);
+      a[q] = (a[q] << sh) + add;
+    }
   } else {
-    for (int q = 0; q < kQuads; ++q) a[q] = simd::v4u{kHalf, kHalf, kHalf, kHalf};
+    for (int q = 0; q < kQuads; ++q) a[q] = GroupVector{} + kHalf;
     group_taps<Ly, W>(ph, a, std::make_integer_sequence<int, Ly::N>{});
   }
-  for (int q = 0; q < kQuads; ++q) simd::store(out + 4 * q, a[q]);
+  for (int q = 0; q < kQuads; ++q) std::memcpy(out + kVectorLanes * q, &a[q], sizeof a[q]);
 }
 
 template <typename Ly, int... W>
@@ -225,7 +242,9 @@ template <typename Ly>
     group_sums<Ly>(in + Ly::R * m, blocks, acc);
     int32_t* o = out + Ly::W * m;
     if (blocks == kGroup) {
+#pragma GCC unroll 8
       for (int j = 0; j < kGroup; ++j) {
+#pragma GCC unroll 16
         for (int w = 0; w < Ly::W; ++w) o[Ly::W * j + w] = static_cast<int32_t>(acc[w][j]);
       }
     } else {
@@ -298,6 +317,28 @@ void fir_48_32_serial(const int32_t* in, int32_t* out, int K) {
   }
 }
 
+}  // namespace
+
+// 3 -> 2 with both outputs of a block formed together, tap by tap (two
+// independent accumulations side by side, each input word loaded once), and
+// stored after the block's inputs are read: the plain result for separate
+// buffers and for out <= in.
+void fir_48_32_paired(const int32_t* in, int32_t* out, int K) {
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + 3 * m;
+    uint32_t a = kHalf, b = kHalf;
+    KAFX_UNROLL
+    for (int k = 0; k < 8; ++k) {
+      a += static_cast<uint32_t>(k48To32[0][k]) * static_cast<uint32_t>(x[k]);
+      b += static_cast<uint32_t>(k48To32[1][k]) * static_cast<uint32_t>(x[k + 1]);
+    }
+    out[2 * m] = static_cast<int32_t>(a);
+    out[2 * m + 1] = static_cast<int32_t>(b);
+  }
+}
+
+namespace {
+
 void fir_32_24_serial(const int32_t* in, int32_t* out, int K) {
   for (int m = 0; m < K; ++m) {
     KAFX_UNROLL
@@ -338,6 +379,76 @@ void fir_32_22_serial(const int32_t* in, int32_t* out, int K) {
   }
 }
 
+}  // namespace
+
+namespace {
+
+// A block's sums formed side by side, tap by tap (one accumulation per
+// output, independent of each other), and stored after the block's inputs
+// are read: the plain result for separate buffers and for out <= in.
+template <typename Ly>
+[[gnu::always_inline]] inline void run_paired(const int32_t* in, int32_t* out, int K) {
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + Ly::R * m;
+    uint32_t acc[Ly::W];
+    KAFX_UNROLL
+    for (int w = 0; w < Ly::W; ++w) {
+      const Out d = Ly::outs[w];
+      acc[w] = d.kind == kOnSample ? static_cast<uint32_t>(on_sample(x[d.first])) : kHalf;
+    }
+    KAFX_UNROLL
+    for (int k = 0; k < Ly::N; ++k) {
+      KAFX_UNROLL
+      for (int w = 0; w < Ly::W; ++w) {
+        const Out d = Ly::outs[w];
+        if (d.kind != kFwd && d.kind != kBwd) continue;
+        const uint32_t c = static_cast<uint32_t>(Ly::taps[d.row][k]);
+        acc[w] += c * static_cast<uint32_t>(x[d.kind == kFwd ? d.first + k : d.first - k]);
+      }
+    }
+    int32_t* o = out + Ly::W * m;
+    KAFX_UNROLL
+    for (int w = 0; w < Ly::W; ++w) o[w] = static_cast<int32_t>(acc[w]);
+  }
+}
+
+}  // namespace
+
+// 11 -> 8 with a block's sums side by side.
+void fir_44_32_paired(const int32_t* in, int32_t* out, int K) { run_paired<Layout44To32>(in, out, K); }
+
+// 16 -> 11 likewise, written out with each mirrored pair's two sums next to
+// each other (they share a tap row): on AArch64 this order takes fewer
+// cycles than the general form's (llvm-mca's Cortex-A55 model).
+void fir_32_22_paired(const int32_t* in, int32_t* out, int K) {
+  static constexpr int kFwd[5] = {0, 2, 3, 5, 6};
+  static constexpr int kBwd[5] = {22, 20, 19, 17, 16};
+  for (int m = 0; m < K; ++m) {
+    const int32_t* x = in + 16 * m;
+    uint32_t f[5], b[5];
+    KAFX_UNROLL
+    for (int r = 0; r < 5; ++r) f[r] = b[r] = kHalf;
+    KAFX_UNROLL
+    for (int k = 0; k < 9; ++k) {
+      KAFX_UNROLL
+      for (int r = 0; r < 5; ++r) {
+        const uint32_t c = static_cast<uint32_t>(k32To22[r][k]);
+        f[r] += c * static_cast<uint32_t>(x[kFwd[r] + k]);
+        b[r] += c * static_cast<uint32_t>(x[kBwd[r] - k]);
+      }
+    }
+    int32_t* o = out + 11 * m;
+    o[0] = on_sample(x[3]);
+    KAFX_UNROLL
+    for (int r = 0; r < 5; ++r) {
+      o[1 + r] = static_cast<int32_t>(f[r]);
+      o[10 - r] = static_cast<int32_t>(b[r]);
+    }
+  }
+}
+
+namespace {
+
 // Whether the group kernels give the one-at-a-time result: separate
 // buffers, or an output that trails the input by at least `gap` words (the
 // distance below which a block would overwrite input it still reads).
@@ -367,33 +478,41 @@ void fir_32_22_to_short_serial(const int32_t* in, int16_t* out, int K) {
 }
 
 // The stages as the fixed-ratio resamplers call them (in place, the output
-// trailing the input). On ARM the one-at-a-time order runs instead of the
-// group kernels where it is cheaper (same results): everywhere on 32-bit ARM,
-// whose baseline has no vector lanes, and on AArch64 for every stage but
-// 3 -> 2, where NEON's lanes stay ahead on an in-order core (llvm-mca's
-// Cortex-A55 model, see scripts/arm-estimate.sh).
-#if defined(__arm__)
-constexpr bool kSerial48To32 = true, kSerialOthers = true;
-#elif defined(__aarch64__)
-constexpr bool kSerial48To32 = false, kSerialOthers = true;
-#else
-constexpr bool kSerial48To32 = false, kSerialOthers = false;
-#endif
-
+// trailing the input), in the form chosen per architecture (see
+// kFir48To32Form and kFirForm in spl_internal.h); all forms give the same
+// results.
 void fir_48_32(const int32_t* in, int32_t* out, int K) {
-  kSerial48To32 ? fir_48_32_serial(in, out, K) : fir_48_32_mv(in, out, K);
+  if constexpr (kFir48To32Form == FirForm::kPaired) {
+    fir_48_32_paired(in, out, K);
+  } else if constexpr (kFir48To32Form == FirForm::kSerial) {
+    fir_48_32_serial(in, out, K);
+  } else {
+    fir_48_32_mv(in, out, K);
+  }
 }
 void fir_32_24(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_32_24_serial(in, out, K) : fir_32_24_mv(in, out, K);
+  kFirForm == FirForm::kGroup ? fir_32_24_mv(in, out, K) : fir_32_24_serial(in, out, K);
 }
 void fir_44_32(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_44_32_serial(in, out, K) : fir_44_32_mv(in, out, K);
+  if constexpr (kFir44To32Form == FirForm::kPaired) {
+    fir_44_32_paired(in, out, K);
+  } else if constexpr (kFir44To32Form == FirForm::kSerial) {
+    fir_44_32_serial(in, out, K);
+  } else {
+    fir_44_32_mv(in, out, K);
+  }
 }
 void fir_32_22(const int32_t* in, int32_t* out, int K) {
-  kSerialOthers ? fir_32_22_serial(in, out, K) : fir_32_22_mv(in, out, K);
+  if constexpr (kFir32To22Form == FirForm::kPaired) {
+    fir_32_22_paired(in, out, K);
+  } else if constexpr (kFir32To22Form == FirForm::kSerial) {
+    fir_32_22_serial(in, out, K);
+  } else {
+    fir_32_22_mv(in, out, K);
+  }
 }
 void fir_32_22_to_short(const int32_t* in, int16_t* out, int K) {
-  kSerialOthers ? fir_32_22_to_short_serial(in, out, K) : fir_32_22_to_short_mv(in, out, K);
+  kFirForm == FirForm::kGroup ? fir_32_22_to_short_mv(in, out, K) : fir_32_22_to_short_serial(in, out, K);
 }
 
 }  // namespace kafx::spl

@@ -110,6 +110,33 @@ extern const KernelVariants<FirToInt> fir_32_22_mv_variants;
 extern const KernelVariants<FirToShort> fir_32_22_to_short_mv_variants;
 // The one-at-a-time form of the 16 -> 11 stage to 16 bits (what ARM runs).
 void fir_32_22_to_short_serial(const int32_t* in, int16_t* out, int K);
+// The 3 -> 2, 16 -> 11 and 11 -> 8 stages with all sums of a block formed
+// together, tap by tap, and stored after the block's inputs are read
+// (separate buffers or out <= in).
+void fir_48_32_paired(const int32_t* in, int32_t* out, int K);
+void fir_32_22_paired(const int32_t* in, int32_t* out, int K);
+void fir_44_32_paired(const int32_t* in, int32_t* out, int K);
+
+// The form each fractional stage runs in when the output trails the input
+// or is a separate buffer: the group kernels (vector lanes over groups of
+// blocks), one output at a time, or a block's sums side by side. Chosen by
+// the cycles on in-order ARM cores (llvm-mca's Cortex-A55 model and the
+// 32-bit bracket, scripts/arm-estimate.sh): 32-bit ARM has no vector lanes
+// in its baseline and its 13 registers hold the two sums of a 3 -> 2 block
+// but not the ten of a 16 -> 11 block or the eight of an 11 -> 8 block;
+// AArch64 keeps NEON's lanes for 3 -> 2 and holds the sums of a 16 -> 11
+// or an 11 -> 8 block in registers.
+enum class FirForm { kGroup, kSerial, kPaired };
+#if defined(__arm__)
+inline constexpr FirForm kFir48To32Form = FirForm::kPaired, kFir32To22Form = FirForm::kSerial,
+                         kFir44To32Form = FirForm::kSerial, kFirForm = FirForm::kSerial;
+#elif defined(__aarch64__)
+inline constexpr FirForm kFir48To32Form = FirForm::kGroup, kFir32To22Form = FirForm::kPaired,
+                         kFir44To32Form = FirForm::kPaired, kFirForm = FirForm::kSerial;
+#else
+inline constexpr FirForm kFir48To32Form = FirForm::kGroup, kFir32To22Form = FirForm::kGroup,
+                         kFir44To32Form = FirForm::kGroup, kFirForm = FirForm::kGroup;
+#endif
 
 // Vector routines (vector_ops.cpp).
 template <typename T>
