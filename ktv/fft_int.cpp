@@ -410,11 +410,114 @@ KAFX_TARGET_AVX2 void real_transform_avx2(const int* in, complex* bins) {
 }
 #endif
 
+void level_baseline(const complex* bins, int* level) {
+  // power_level_q8 of every bin, in three passes (see fft_int_detail.h).
+  uint64_t power[FFT_INT_BINS];
+  uint32_t v[FFT_INT_BINS], y[FFT_INT_BINS];
+  int32_t shift[FFT_INT_BINS];
+  for (int k = 0; k < FFT_INT_BINS; ++k) {
+    power[k] = bin_power(bins[k]);
+    const PowerLog s = power_log_start(power[k]);
+    v[k] = s.v;
+    y[k] = s.y;
+    shift[k] = s.shift;
+  }
+  for (int k = 0; k < FFT_INT_BINS; k += 4) {
+    u32x4 vk, yk;
+    std::memcpy(&vk, &v[k], sizeof vk);
+    std::memcpy(&yk, &y[k], sizeof yk);
+    yk = log_q16_factors(vk, yk);
+    std::memcpy(&y[k], &yk, sizeof yk);
+  }
+  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_end(power[k], shift[k], static_cast<int32_t>(y[k]));
+}
+
+#if KAFX_AVX2_VARIANTS
+// Bit length (0 .. 32) of each lane.
+[[gnu::always_inline]] KAFX_TARGET_AVX2 inline __m256i bit_length(__m256i x) {
+  __m256i n = _mm256_setzero_si256();
+  KAFX_UNROLL
+  for (int s = 16; s >= 1; s >>= 1) {
+    const __m256i t = _mm256_srli_epi32(x, s);
+    const __m256i nz = _mm256_xor_si256(_mm256_cmpeq_epi32(t, _mm256_setzero_si256()), _mm256_set1_epi32(-1));
+    n = _mm256_add_epi32(n, _mm256_and_si256(nz, _mm256_set1_epi32(s)));
+    x = _mm256_blendv_epi8(x, t, nz);
+  }
+  return _mm256_add_epi32(n, x);  // x is 0 or 1 now
+}
+
+// The AVX2 build of the levels, eight bins per step, for bins whose parts
+// lie within +-2^30 (every spectrum of the analysis of working samples
+// does; others take the scalar path). Each lane follows power_level_q8
+// exactly: the power (below 2^61)
+// as its high and low words, its bit length, the shift below 2^31 and the
+// normalisation into [2^30, 2^31) as shifts of those words, the table
+// logarithm of the normalisation, the factor steps, and the dB scaling with
+// its product in 64 bits.
+KAFX_TARGET_AVX2 void level_avx2(const complex* bins, int* level) {
+  const auto* words = reinterpret_cast<const __m256i*>(bins);  // two bins per vector
+  // Every part within [-2^30, 2^30): part + 2^30 below 2^31.
+  __m256i high = _mm256_setzero_si256();
+  for (int k = 0; k < FFT_INT_BINS / 2; ++k)
+    high = _mm256_or_si256(high, _mm256_add_epi64(_mm256_loadu_si256(&words[k]), _mm256_set1_epi64x(int64_t{1} << 30)));
+  if (!_mm256_testz_si256(high, _mm256_set1_epi64x(static_cast<int64_t>(0xFFFFFFFF80000000ull)))) {
+    level_baseline(bins, level);
+    return;
+  }
+  using namespace fft_int_detail;
+  using namespace fixed_math_detail;
+  const __m256i zero = _mm256_setzero_si256(), one = _mm256_set1_epi32(1);
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  for (int k = 0; k < FFT_INT_BINS; k += 8) {
+    // Powers of bins k .. k + 7 in the order 0 2 1 3 and 4 6 5 7.
+    __m256i p[2];
+    for (int h = 0; h < 2; ++h) {
+      const __m256i a = _mm256_loadu_si256(&words[k / 2 + 2 * h]);      // re im of two bins
+      const __m256i b = _mm256_loadu_si256(&words[k / 2 + 2 * h + 1]);
+      const __m256i sa = _mm256_mul_epi32(a, a), sb = _mm256_mul_epi32(b, b);
+      p[h] = _mm256_add_epi64(_mm256_unpacklo_epi64(sa, sb), _mm256_unpackhi_epi64(sa, sb));
+    }
+    // Low and high words, lanes in the order 0 2 4 6 1 3 5 7.
+    const __m256i lo = _mm256_unpacklo_epi64(_mm256_shuffle_epi32(p[0], 0x88), _mm256_shuffle_epi32(p[1], 0x88));
+    const __m256i hi = _mm256_unpacklo_epi64(_mm256_shuffle_epi32(p[0], 0xdd), _mm256_shuffle_epi32(p[1], 0xdd));
+    const __m256i is_zero = _mm256_cmpeq_epi32(_mm256_or_si256(lo, hi), zero);
+    const __m256i lo1 = _mm256_or_si256(lo, _mm256_and_si256(is_zero, one));  // a power of 0 is read as 1
+    const __m256i hi_nz = _mm256_xor_si256(_mm256_cmpeq_epi32(hi, zero), _mm256_set1_epi32(-1));
+    const __m256i bits = _mm256_add_epi32(bit_length(_mm256_blendv_epi8(lo1, hi, hi_nz)),
+                                          _mm256_and_si256(hi_nz, _mm256_set1_epi32(32)));
+    const __m256i shift = _mm256_max_epi32(_mm256_sub_epi32(bits, _mm256_set1_epi32(31)), zero);
+    const __m256i x = _mm256_or_si256(_mm256_sllv_epi32(hi, _mm256_sub_epi32(_mm256_set1_epi32(32), shift)),
+                                      _mm256_srlv_epi32(lo1, shift));
+    const __m256i n = _mm256_max_epi32(_mm256_sub_epi32(_mm256_set1_epi32(31), bits), zero);
+    __m256i v = _mm256_sllv_epi32(x, n);
+    __m256i y = _mm256_i32gather_epi32(reinterpret_cast<const int*>(kShiftLogs.data()), n, 4);
+    KAFX_UNROLL
+    for (int f = 1; f <= 7; ++f) {
+      const __m256i t = _mm256_add_epi32(v, _mm256_srli_epi32(v, f));
+      const __m256i take = _mm256_cmpgt_epi32(t, _mm256_set1_epi32(-1));  // top bit clear
+      v = _mm256_blendv_epi8(v, t, take);
+      y = _mm256_sub_epi32(y, _mm256_and_si256(take, _mm256_set1_epi32(kLnOnePlus[f - 1])));
+    }
+    y = _mm256_sub_epi32(y, _mm256_srli_epi32(_mm256_sub_epi32(_mm256_set1_epi32(INT32_MIN), v), 15));
+    const __m256i ln = _mm256_add_epi32(_mm256_add_epi32(y, _mm256_set1_epi32(kLnQ16Of65536)),
+                                        _mm256_mullo_epi32(shift, _mm256_set1_epi32(kLn2Q16)));
+    const __m256i d = _mm256_sub_epi32(ln, _mm256_set1_epi32(kReferenceLnQ16));
+    const __m256i scale = _mm256_set1_epi32(kDbPerLnQ16);
+    const __m256i even = _mm256_mul_epi32(d, scale), odd = _mm256_mul_epi32(_mm256_srli_epi64(d, 32), scale);
+    __m256i db = _mm256_blend_epi32(_mm256_srli_epi64(even, 16), _mm256_slli_epi64(odd, 16), 0xaa);
+    db = _mm256_max_epi32(db, _mm256_set1_epi32(FFT_INT_LEVEL_FLOOR));
+    db = _mm256_blendv_epi8(db, _mm256_set1_epi32(FFT_INT_LEVEL_FLOOR), is_zero);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(&level[k]), _mm256_permutevar8x32_epi32(db, order));
+  }
+}
+#endif
+
 }  // namespace
 
 namespace kafx {
 const KernelVariants<FftRealTransform> fft_int_real_transform_variants = {
     "fft_int_real_transform", {real_transform, KAFX_AVX2_ONLY(real_transform_avx2)}};
+const KernelVariants<FftLevel> fft_int_level_variants = {"fft_int_level", {level_baseline, KAFX_AVX2_ONLY(level_avx2)}};
 }  // namespace kafx
 
 extern "C" {
@@ -437,25 +540,8 @@ void fft_int_bitreverse(complex* bins) {
 void fft_int_transform(complex* bins) { transform(bins, kN, 1); }
 
 void fft_int_level(const complex* bins, int* level) {
-  // power_level_q8 of every bin, in three passes (see fft_int_detail.h).
-  uint64_t power[FFT_INT_BINS];
-  uint32_t v[FFT_INT_BINS], y[FFT_INT_BINS];
-  int32_t shift[FFT_INT_BINS];
-  for (int k = 0; k < FFT_INT_BINS; ++k) {
-    power[k] = bin_power(bins[k]);
-    const PowerLog s = power_log_start(power[k]);
-    v[k] = s.v;
-    y[k] = s.y;
-    shift[k] = s.shift;
-  }
-  for (int k = 0; k < FFT_INT_BINS; k += 4) {
-    u32x4 vk, yk;
-    std::memcpy(&vk, &v[k], sizeof vk);
-    std::memcpy(&yk, &y[k], sizeof yk);
-    yk = log_q16_factors(vk, yk);
-    std::memcpy(&y[k], &yk, sizeof yk);
-  }
-  for (int k = 0; k < FFT_INT_BINS; ++k) level[k] = power_level_end(power[k], shift[k], static_cast<int32_t>(y[k]));
+  static const FftLevel level_of = choose(fft_int_level_variants);
+  level_of(bins, level);
 }
 
 int fft_int_find_peaks(const int* level, int* peaks) {

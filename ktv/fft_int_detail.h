@@ -73,6 +73,11 @@ inline uint64_t bin_power(const complex& z) {
 using FftRealTransform = void (*)(const int* in, complex* bins);
 extern const KernelVariants<FftRealTransform> fft_int_real_transform_variants;
 
+// fft_int_level: the levels of bins 0 .. 127. The AVX2 build does eight bins
+// at a time for bins whose parts lie within +-2^30, the scalar one otherwise.
+using FftLevel = void (*)(const complex* bins, int* level);
+extern const KernelVariants<FftLevel> fft_int_level_variants;
+
 }  // namespace kafx
 
 #endif

@@ -1,4 +1,4 @@
-// The builds of the analysis' real transform (ktv/fft_int_detail.h) against
+// The builds of the analysis' real transform and levels (ktv/fft_int_detail.h) against
 // the baseline build, bin for bin: inputs inside the range the AVX2 build
 // transforms in 32-bit lanes (up to +-2^23, including the extremes that
 // drive every stage to its largest values), and inputs just outside it or
@@ -6,6 +6,7 @@
 // build hands to the scalar path. Canaries after the 256 bins.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <numbers>
@@ -90,6 +91,69 @@ TEST(FftIntRealTransform, VariantsMatchBaseline) {
       }
       EXPECT_EQ(differ, 0);
       for (int k = kN; k < kN + kGuards; ++k) EXPECT_TRUE(got[k].re == kGuard && got[k].im == kGuard) << "canary " << k;
+    }
+  });
+  EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
+}
+
+// Bins for the levels: spectra of the cases above, and made-up ones whose
+// powers sit on every bit length and on the edges of the range the AVX2
+// build takes (parts within +-2^30) and of int32 (past the range: the scalar
+// path).
+std::vector<std::vector<complex>> level_inputs() {
+  std::vector<std::vector<complex>> all;
+  for (const Case& c : cases()) {
+    std::vector<complex> b(kN);
+    kafx::fft_int_real_transform_variants.fn[kafx::kIsaBaseline](c.in.data(), b.data());
+    all.push_back(b);
+  }
+  std::vector<complex> b(kN, complex{0, 0});
+  for (int k = 0; k < FFT_INT_BINS; ++k) {
+    // Powers 2^e - 1, 2^e and 2^e + 1 for e = 0 .. 62 (as re, im pairs).
+    const int e = k % 63;
+    const int64_t r = static_cast<int64_t>(std::sqrt(std::ldexp(1.0, e)));
+    b[k] = complex{r + (k % 3) - 1, (k % 5 == 0) ? 0 : 1};
+  }
+  all.push_back(b);
+  for (unsigned seed = 0; seed < 4; ++seed) {
+    std::mt19937_64 rng(seed);
+    std::vector<complex> r(kN);
+    for (auto& z : r) {
+      const int bits = static_cast<int>(rng() % 32);
+      const int64_t lim = int64_t{1} << bits;
+      z.re = static_cast<int64_t>(rng() % static_cast<uint64_t>(2 * lim)) - lim;
+      z.im = static_cast<int64_t>(rng() % static_cast<uint64_t>(2 * lim)) - lim;
+    }
+    all.push_back(r);
+  }
+  std::vector<complex> edges(kN);
+  for (int k = 0; k < kN; ++k)
+    edges[k] = complex{k % 2 ? INT32_MIN : INT32_MAX, k % 3 == 0 ? INT32_MIN : (k % 3 == 1 ? 0 : INT32_MAX)};
+  all.push_back(edges);
+  std::vector<complex> past = edges;
+  past[100].im = int64_t{INT32_MAX} + 1;
+  all.push_back(past);
+  std::vector<complex> top(kN);
+  for (int k = 0; k < kN; ++k) top[k] = complex{k % 2 ? -(1 << 30) : (1 << 30) - 1, k % 3 == 0 ? -(1 << 30) : (1 << 30) - 1};
+  all.push_back(top);
+  std::vector<complex> over = top;
+  over[3].re = 1 << 30;
+  all.push_back(over);
+  std::vector<complex> huge(kN, complex{int64_t{1} << 40, -(int64_t{1} << 39)});
+  all.push_back(huge);
+  return all;
+}
+
+TEST(FftIntLevel, VariantsMatchBaseline) {
+  const auto inputs = level_inputs();
+  const int compared = kafx_test::for_each_variant(kafx::fft_int_level_variants, [&](auto fn, auto base) {
+    for (size_t i = 0; i < inputs.size(); ++i) {
+      SCOPED_TRACE(testing::Message() << "spectrum " << i);
+      kafx_test::Guarded<int> want(FFT_INT_BINS), got(FFT_INT_BINS);
+      base(inputs[i].data(), want.data());
+      fn(inputs[i].data(), got.data());
+      EXPECT_EQ(got.v, want.v);
+      EXPECT_TRUE(got.guards_intact());
     }
   });
   EXPECT_EQ(compared, kafx::isa_available(kafx::kIsaAvx2) && KAFX_AVX2_VARIANTS ? 1 : 0);
