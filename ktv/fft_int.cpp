@@ -181,7 +181,6 @@ void real_transform(const int* in, complex* bins) {
   split_into(bins, bins);
 }
 
-
 #if KAFX_AVX2_VARIANTS
 // The AVX2 build of real_transform, for inputs within +-2^23 (a working
 // sample's range; anything else takes the scalar path). Then every value
