@@ -10,6 +10,7 @@
 #include "common/biquad.h"
 #include "common/biquad_cascade.h"
 #include "common/equalizer_tables.h"
+#include "common/gain_kernels.h"
 
 using namespace kafx;
 
@@ -123,7 +124,8 @@ void equalizer_process_stereo(equalizer_t* eq, int* in_left, int* in_right, int*
 }
 
 void equalizer_process_mono(equalizer_t* eq, int* in, int* out, int count) {
-  for (int i = 0; i < count; ++i) out[i] = mulq13(in[i], eq->gain);
+  static const GainRunQ13 input_gain = choose(gain_run_q13_variants);
+  input_gain(in, out, eq->gain, count);
   biquad_cascade(eq->left_band, kBands, out, count);
 }
 

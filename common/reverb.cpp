@@ -16,6 +16,7 @@
 #include "common/dc_remove.h"
 #include "common/delay.h"
 #include "common/fixed_point.h"
+#include "common/gain_kernels.h"
 
 #include "common/lanes_avx2.h"
 #include "common/reverb_kernels.h"
@@ -442,9 +443,15 @@ void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Samp
                 int n) {
   int32_t xl[kChunk], xr[kChunk], al[kChunk], ar[kChunk];
   const int32_t gain = r->gain;
-  for (int i = 0; i < n; ++i) {
-    xl[i] = mulq13(in_left[i], gain);
-    xr[i] = mulq13(in_right[i], gain);
+  if constexpr (sizeof(Sample) == sizeof(int32_t)) {
+    static const GainRunQ13 input_gain = choose(gain_run_q13_variants);
+    input_gain(in_left, xl, gain, n);
+    input_gain(in_right, xr, gain, n);
+  } else {
+    for (int i = 0; i < n; ++i) {
+      xl[i] = mulq13(in_left[i], gain);
+      xr[i] = mulq13(in_right[i], gain);
+    }
   }
   network_stereo<S>(r, xl, xr, al, ar, n);
   const int32_t wet1 = r->wet1, wet2 = r->wet2, dry_gain = r->dry_gain;

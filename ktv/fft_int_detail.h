@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "common/dispatch.h"
 #include "common/fixed_math.h"
 #include "kafx_proc/fft_int.h"
 
@@ -64,6 +65,18 @@ inline uint64_t bin_power(const complex& z) {
   const uint64_t im = static_cast<uint64_t>(std::llabs(z.im));
   return re * re + im * im;
 }
+
+// The spectrum fft_int_analyze starts from: bins[0 .. 255] of the 256
+// windowed samples in[0 .. 255] (one 128-point complex transform and the
+// split of its output; see fft_int.cpp). The AVX2 build runs the transform
+// in 32-bit lanes for inputs within +-2^23, the scalar one otherwise.
+using FftRealTransform = void (*)(const int* in, complex* bins);
+extern const KernelVariants<FftRealTransform> fft_int_real_transform_variants;
+
+// fft_int_level: the levels of bins 0 .. 127. The AVX2 build does eight bins
+// at a time for bins whose parts lie within +-2^30, the scalar one otherwise.
+using FftLevel = void (*)(const complex* bins, int* level);
+extern const KernelVariants<FftLevel> fft_int_level_variants;
 
 }  // namespace kafx
 

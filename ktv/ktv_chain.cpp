@@ -8,6 +8,8 @@
 
 #include "common/lifecycle.h"
 #include "common/fixed_point.h"
+#include "common/lanes_avx2.h"
+#include "ktv/ktv_chain_kernels.h"
 
 using namespace kafx;
 
@@ -50,7 +52,51 @@ void set_reverb(kedo_audio_tx_ktv_t* c, void (*set)(reverb_t*, int), int value) 
   reverb_update(c->reverb);
 }
 
+void frame_in16(const int16_t* in, int32_t* work, int n) {
+  for (int i = 0; i < n; ++i) work[i] = in[i] * 256;
+}
+
+void frame_out16(const int32_t* left, const int32_t* right, int16_t* out_left, int16_t* out_right, int n) {
+  for (int i = 0; i < n; ++i) {
+    out_left[i] = sat16(left[i] >> 8);
+    out_right[i] = sat16(right[i] >> 8);
+  }
+}
+
+#if KAFX_AVX2_VARIANTS
+KAFX_TARGET_AVX2 void frame_in16_avx2(const int16_t* in, int32_t* work, int n) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m256i x = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&in[i])));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(&work[i]), _mm256_slli_epi32(x, 8));
+  }
+  frame_in16(in + i, work + i, n - i);
+}
+
+// The arithmetic shift, then the saturating pack to 16 bits (sat16).
+KAFX_TARGET_AVX2 void frame_out16_avx2(const int32_t* left, const int32_t* right, int16_t* out_left,
+                                       int16_t* out_right, int n) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m256i l = _mm256_srai_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(&left[i])), 8);
+    const __m256i r = _mm256_srai_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(&right[i])), 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(&out_left[i]),
+                     _mm_packs_epi32(_mm256_castsi256_si128(l), _mm256_extracti128_si256(l, 1)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(&out_right[i]),
+                     _mm_packs_epi32(_mm256_castsi256_si128(r), _mm256_extracti128_si256(r, 1)));
+  }
+  frame_out16(left + i, right + i, out_left + i, out_right + i, n - i);
+}
+#endif
+
 }  // namespace
+
+namespace kafx {
+const KernelVariants<KtvFrameIn16> ktv_frame_in16_variants = {"ktv_frame_in16",
+                                                              {frame_in16, KAFX_AVX2_ONLY(frame_in16_avx2)}};
+const KernelVariants<KtvFrameOut16> ktv_frame_out16_variants = {"ktv_frame_out16",
+                                                                {frame_out16, KAFX_AVX2_ONLY(frame_out16_avx2)}};
+}  // namespace kafx
 
 extern "C" {
 
@@ -124,17 +170,13 @@ int kedo_audio_tx_ktv_process_16(kedo_audio_tx_ktv_t* c, void* in, void* out_lef
   const auto* x = static_cast<const int16_t*>(in);
   auto* ol = static_cast<int16_t*>(out_left);
   auto* orr = static_cast<int16_t*>(out_right);
-  // The frame buffers through locals: a store through c->left could
-  // otherwise be read as changing c->left itself, and the loops would not
-  // vectorise.
+  static const KtvFrameIn16 frame_in = choose(ktv_frame_in16_variants);
+  static const KtvFrameOut16 frame_out = choose(ktv_frame_out16_variants);
   int32_t* const left = c->left;
   int32_t* const right = c->right;
-  for (int i = 0; i < count; ++i) left[i] = x[i] * 256;
+  frame_in(x, left, count);
   kedo_audio_tx_ktv_core_process(c, left, right, count);
-  for (int i = 0; i < count; ++i) {
-    ol[i] = sat16(left[i] >> 8);
-    orr[i] = sat16(right[i] >> 8);
-  }
+  frame_out(left, right, ol, orr, count);
   return 0;
 }
 
