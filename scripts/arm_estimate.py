@@ -185,7 +185,10 @@ def mca_cycles(regions, triple, cpu, aarch64, mattr=""):
         body.append(f"# LLVM-MCA-END r{k:x}")
     body.append("target:")
     replaced = Counter()
-    for _ in range(60):
+    # Every round fixes at least one line (or gives up below), and a line is
+    # fixed at most twice (width dropped, then replaced): this bound is never
+    # the one that stops a run that can still make progress.
+    for _ in range(2 * len(body) + 2):
         src = "\n".join(body) + "\n"
         p = subprocess.run(["llvm-mca", f"-mtriple={triple}", f"-mcpu={cpu}", "-iterations=100",
                             "-all-views=false", "-summary-view=true"] + ([f"-mattr={mattr}"] if mattr else []),
