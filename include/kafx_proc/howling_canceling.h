@@ -105,11 +105,13 @@
  *     times leaves 2.1, 2.0 and 0.9 dB below the original peak (kafx
  *     howl-test prints this bound), so five notches of this width cannot
  *     add 3 dB in these rooms, whatever their detector.
- *   - cost: about 109 000 instructions per 240-sample frame inside the
- *     karaoke chain (x86-64, GCC, link-time optimisation; callgrind over
- *     bench/ktv_bench.cpp's all-on frames), most of it the two analyses per
- *     240 samples (transform, bin levels) and the elliptic analysis
- *     low-pass; DC blocker, notches and gain the rest. Alone with a
+ *   - cost: about 61 000 instructions per 240-sample frame inside the
+ *     karaoke chain (x86-64, GCC, link-time optimisation, AVX2
+ *     builds of the transform and the bin levels; callgrind over
+ *     bench/ktv_bench.cpp's all-on frames; 109 000 with the scalar
+ *     transform and levels), most of it the two analyses per 240 samples
+ *     and the elliptic analysis low-pass; DC blocker, notches and gain the
+ *     rest. Alone with a
  *     whistle and its notch engaged (bench/howling_bench.cpp), 340 to 440
  *     times real time with GCC and about 570 with clang on the build
  *     machine (scripts/bench-report.sh, medians, idle machine).
