@@ -1,7 +1,9 @@
 // Block kernels of the dynamic range control: the scalar loops (the
-// baseline) and their AVX2 builds (see common/drc_kernels.h; the NEON build
-// of the statistics is in common/drc_neon.cpp).
+// baseline) and their AVX2 builds (see common/drc_kernels.h; the NEON builds
+// are in common/drc_neon.cpp).
 #include "common/drc_kernels.h"
+
+#include <algorithm>
 
 #include "common/fixed_point.h"
 #include "common/lanes_avx2.h"
@@ -26,6 +28,80 @@ void delay_gain_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, in
     line[k] = in[k];
     out[k] = mul_shift<17>(static_cast<int64_t>(d) * gain);
   }
+}
+
+void delay_gains_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, const int32_t* gains) {
+  for (int k = 0; k < n; ++k) {
+    const int32_t d = line[k];
+    line[k] = in[k];
+    out[k] = mul_shift<17>(static_cast<int64_t>(d) * gains[k]);
+  }
+}
+
+// Rising gain: the step grows with the distance to the target but never
+// falls below cur / 4096; the boundaries are inclusive on this side.
+inline int64_t rise_shift(int64_t d) {
+  if (d <= 1024) return 6;
+  if (d <= 2048) return 7;
+  if (d <= 4096) return 8;
+  if (d <= 8192) return 9;
+  if (d <= 16384) return 10;
+  return 11;
+}
+
+// Falling gain (d < -32): faster than rising and with shifted boundaries;
+// there is no 7 in this table.
+inline int64_t fall_shift(int64_t d) {
+  if (d > -1025) return 5;
+  if (d >= -2048) return 6;
+  if (d >= -4096) return 8;
+  if (d >= -8192) return 9;
+  return 10;
+}
+
+// One step of the limiter's gain smoother (Q17).
+inline int32_t smooth_gain(int32_t cur, int32_t target) {
+  const int64_t c = cur;
+  const int64_t d = static_cast<int64_t>(target) - c;
+  if (d > -8 && d < 8) return target;
+  if (d > 0) {
+    if (d <= 64) return static_cast<int32_t>(c + (d >> 3));
+    const int64_t step = std::max(c >> 12, d >> rise_shift(d));
+    return static_cast<int32_t>(std::min(c + step, static_cast<int64_t>(target)));
+  }
+  if (d >= -32) return static_cast<int32_t>(c - ((-d) >> 3));
+  const int64_t step = std::max((c + (c >> 1)) >> 11, (-d) >> fall_shift(d));
+  return static_cast<int32_t>(std::max(c - step, static_cast<int64_t>(target)));
+}
+
+// One step of the expander's glide (Q17): up by an eighth of the distance
+// (the last 7 at once), down by a thirty-second.
+inline int32_t glide_denoise(int32_t denoise, int32_t dnq) {
+  const int64_t e = static_cast<int64_t>(dnq) - denoise;
+  if (e >= 1) return e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
+  return static_cast<int32_t>(denoise + (e >> 5));
+}
+
+inline int32_t total_gain(int32_t gain, int32_t denoise) {
+  return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain;
+}
+
+// The two lanes interleaved: two independent recursions side by side.
+void glide_scalar(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
+  int32_t ga = g->gain[0], gb = g->gain[1];
+  int32_t da = g->denoise[0], db = g->denoise[1];
+  const int32_t ta = g->target[0], tb = g->target[1];
+  const int32_t qa = g->dnq[0], qb = g->dnq[1];
+  for (int k = 0; k < n; ++k) {
+    ga = smooth_gain(ga, ta);
+    gb = smooth_gain(gb, tb);
+    da = glide_denoise(da, qa);
+    db = glide_denoise(db, qb);
+    total_a[k] = total_gain(ga, da);
+    total_b[k] = total_gain(gb, db);
+  }
+  g->gain[0] = ga, g->gain[1] = gb;
+  g->denoise[0] = da, g->denoise[1] = db;
 }
 
 #if KAFX_AVX2_VARIANTS
@@ -81,11 +157,27 @@ DrcBlockStats drc_block_stats(const int32_t* x, int n) {
 }
 
 const KernelVariants<DrcDelayGainFn> drc_delay_gain_variants = {
-    "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2)}};
+    "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2), KAFX_NEON_ONLY(drc_delay_gain_neon)}};
 
 void drc_delay_gain(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
   static const DrcDelayGainFn chosen = choose(drc_delay_gain_variants);
   chosen(line, in, out, n, gain);
+}
+
+const KernelVariants<DrcDelayGainsFn> drc_delay_gains_variants = {
+    "drc_delay_gains", {delay_gains_scalar, nullptr, KAFX_NEON_ONLY(drc_delay_gains_neon)}};
+
+void drc_delay_gains(int32_t* line, const int32_t* in, int32_t* out, int n, const int32_t* gains) {
+  static const DrcDelayGainsFn chosen = choose(drc_delay_gains_variants);
+  chosen(line, in, out, n, gains);
+}
+
+const KernelVariants<DrcGlideFn> drc_glide_variants = {
+    "drc_glide", {glide_scalar, nullptr, KAFX_NEON_ONLY(drc_glide_neon)}};
+
+void drc_glide(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
+  static const DrcGlideFn chosen = choose(drc_glide_variants);
+  chosen(g, total_a, total_b, n);
 }
 
 }  // namespace kafx
