@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/delay.h"
 #include "common/drc_block.h"
 #include "common/drc_kernels.h"
 #include "common/fixed_point.h"
@@ -71,7 +72,8 @@ inline int32_t block_gain(dynamic_range_control_t* d) {
 }
 
 // Samples per glide run: the gains of a run are computed first (drc_glide,
-// common/drc_kernels.h), then applied through the look-ahead line. A run
+// common/drc_kernels.h, where it has a wide build), then applied through the
+// look-ahead line. A run
 // goes on past the point where both controllers settle; the steps after it
 // change nothing, so the samples come out as if the settled rest were
 // applied at once.
@@ -94,6 +96,14 @@ struct Block {
   // Both gains at their targets: neither moves again in this block.
   bool moving() const { return gain != target || denoise != dnq; }
 
+  // Step 7 for sample i on its own (the scalar form, with the line walked
+  // one sample at a time).
+  [[gnu::always_inline]] void step(int i) {
+    gain = drc_smooth_gain(gain, target);
+    denoise = drc_glide_denoise(denoise, dnq);
+    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * drc_total_gain(gain, denoise));
+  }
+
   // Samples i .. i + n - 1 with the total gains totals[0 .. n), over the
   // stretches of the line that do not wrap (walked as delay_run walks them).
   void apply(int i, const int32_t* totals, int n) {
@@ -111,11 +121,9 @@ struct Block {
     }
   }
 
-  int32_t total() const { return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain; }
-
   // The settled rest of the block from sample i: one total gain.
   void finish(int i) {
-    const int32_t t = total();
+    const int32_t t = drc_total_gain(gain, denoise);
     if (delay == 0) {
       for (; i < count; ++i) out[i] = mul_shift<17>(static_cast<int64_t>(in[i]) * t);
     }
@@ -132,31 +140,6 @@ struct Block {
     d->delay->index = index;
   }
 };
-
-// The runs of two blocks of the same length (or of a alone, b null: the
-// glide's second lane then sits at its targets) while either moves; returns
-// where the settled rest begins.
-int glide_runs(Block& a, Block* b) {
-  DrcGlide g{{a.gain, 0}, {a.denoise, 0}, {a.target, 0}, {a.dnq, 0}};
-  if (b != nullptr) {
-    g.gain[1] = b->gain, g.denoise[1] = b->denoise;
-    g.target[1] = b->target, g.dnq[1] = b->dnq;
-  }
-  int32_t totals_a[kGlideRun], totals_b[kGlideRun];
-  int i = 0;
-  while (i < a.count && (a.moving() || (b != nullptr && b->moving()))) {
-    const int n = std::min(kGlideRun, a.count - i);
-    drc_glide(&g, totals_a, totals_b, n);
-    a.gain = g.gain[0], a.denoise = g.denoise[0];
-    a.apply(i, totals_a, n);
-    if (b != nullptr) {
-      b->gain = g.gain[1], b->denoise = g.denoise[1];
-      b->apply(i, totals_b, n);
-    }
-    i += n;
-  }
-  return i;
-}
 
 Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count) {
   // 1. Block statistics: mean and peak of |x|.
@@ -199,6 +182,44 @@ Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count
   return Block{d, in, out, count, target, dnq, d->gain, d->denoise_gain, dl->buffer, dl->delay, dl->index};
 }
 
+// The runs of two blocks of the same length (kPair), or of a alone (the
+// glide's second lane then sits at its targets), while either moves; returns
+// where the settled rest begins. Inlined, so that the blocks stay in
+// registers.
+template <bool kPair>
+[[gnu::always_inline]] inline int glide_runs(Block& a, Block& b) {
+  // Without a wide build of the glide, the scalar steps go sample by sample
+  // (the two recursions side by side), which costs less than runs.
+  static const bool wide = choose(drc_glide_variants) != drc_glide_variants.fn[kIsaBaseline];
+  const auto moving = [&] { return a.moving() || (kPair && b.moving()); };
+  int i = 0;
+  if (!wide) {
+    for (; i < a.count && moving(); ++i) {
+      a.step(i);
+      if (kPair) b.step(i);
+    }
+    return i;
+  }
+  DrcGlide g{{a.gain, 0}, {a.denoise, 0}, {a.target, 0}, {a.dnq, 0}};
+  if (kPair) {
+    g.gain[1] = b.gain, g.denoise[1] = b.denoise;
+    g.target[1] = b.target, g.dnq[1] = b.dnq;
+  }
+  int32_t totals_a[kGlideRun], totals_b[kGlideRun];
+  for (; i < a.count && moving();) {
+    const int n = std::min(kGlideRun, a.count - i);
+    drc_glide(&g, totals_a, totals_b, n);
+    a.gain = g.gain[0], a.denoise = g.denoise[0];
+    a.apply(i, totals_a, n);
+    if (kPair) {
+      b.gain = g.gain[1], b.denoise = g.denoise[1];
+      b.apply(i, totals_b, n);
+    }
+    i += n;
+  }
+  return i;
+}
+
 }  // namespace
 
 namespace kafx {
@@ -208,7 +229,7 @@ void dynamic_range_control_process_pair(dynamic_range_control_t* da, int* in_a, 
   Block a = begin_block(da, in_a, out_a, count);
   Block b = begin_block(db, in_b, out_b, count);
   // Two independent gain recursions side by side while either moves.
-  const int i = glide_runs(a, &b);
+  const int i = glide_runs<true>(a, b);
   a.finish(i);
   b.finish(i);
 }
@@ -270,7 +291,7 @@ void dynamic_range_control_set_denoise_threshold(dynamic_range_control_t* d, int
 
 void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out, int count) {
   Block b = begin_block(d, in, out, count);
-  b.finish(glide_runs(b, nullptr));
+  b.finish(glide_runs<false>(b, b));
 }
 
 }  // extern "C"

@@ -3,8 +3,6 @@
 // are in common/drc_neon.cpp).
 #include "common/drc_kernels.h"
 
-#include <algorithm>
-
 #include "common/fixed_point.h"
 #include "common/lanes_avx2.h"
 
@@ -38,67 +36,33 @@ void delay_gains_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, c
   }
 }
 
-// Rising gain: the step grows with the distance to the target but never
-// falls below cur / 4096; the boundaries are inclusive on this side.
-inline int64_t rise_shift(int64_t d) {
-  if (d <= 1024) return 6;
-  if (d <= 2048) return 7;
-  if (d <= 4096) return 8;
-  if (d <= 8192) return 9;
-  if (d <= 16384) return 10;
-  return 11;
-}
-
-// Falling gain (d < -32): faster than rising and with shifted boundaries;
-// there is no 7 in this table.
-inline int64_t fall_shift(int64_t d) {
-  if (d > -1025) return 5;
-  if (d >= -2048) return 6;
-  if (d >= -4096) return 8;
-  if (d >= -8192) return 9;
-  return 10;
-}
-
-// One step of the limiter's gain smoother (Q17).
-inline int32_t smooth_gain(int32_t cur, int32_t target) {
-  const int64_t c = cur;
-  const int64_t d = static_cast<int64_t>(target) - c;
-  if (d > -8 && d < 8) return target;
-  if (d > 0) {
-    if (d <= 64) return static_cast<int32_t>(c + (d >> 3));
-    const int64_t step = std::max(c >> 12, d >> rise_shift(d));
-    return static_cast<int32_t>(std::min(c + step, static_cast<int64_t>(target)));
-  }
-  if (d >= -32) return static_cast<int32_t>(c - ((-d) >> 3));
-  const int64_t step = std::max((c + (c >> 1)) >> 11, (-d) >> fall_shift(d));
-  return static_cast<int32_t>(std::max(c - step, static_cast<int64_t>(target)));
-}
-
-// One step of the expander's glide (Q17): up by an eighth of the distance
-// (the last 7 at once), down by a thirty-second.
-inline int32_t glide_denoise(int32_t denoise, int32_t dnq) {
-  const int64_t e = static_cast<int64_t>(dnq) - denoise;
-  if (e >= 1) return e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
-  return static_cast<int32_t>(denoise + (e >> 5));
-}
-
-inline int32_t total_gain(int32_t gain, int32_t denoise) {
-  return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain;
-}
-
-// The two lanes interleaved: two independent recursions side by side.
+// The two lanes interleaved: two independent recursions side by side. A
+// second lane at its targets (a single controller's idle lane) only repeats
+// its total.
 void glide_scalar(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
+  if (g->gain[1] == g->target[1] && g->denoise[1] == g->dnq[1]) {
+    int32_t ga = g->gain[0], da = g->denoise[0];
+    const int32_t tb = drc_total_gain(g->gain[1], g->denoise[1]);
+    for (int k = 0; k < n; ++k) {
+      ga = drc_smooth_gain(ga, g->target[0]);
+      da = drc_glide_denoise(da, g->dnq[0]);
+      total_a[k] = drc_total_gain(ga, da);
+      total_b[k] = tb;
+    }
+    g->gain[0] = ga, g->denoise[0] = da;
+    return;
+  }
   int32_t ga = g->gain[0], gb = g->gain[1];
   int32_t da = g->denoise[0], db = g->denoise[1];
   const int32_t ta = g->target[0], tb = g->target[1];
   const int32_t qa = g->dnq[0], qb = g->dnq[1];
   for (int k = 0; k < n; ++k) {
-    ga = smooth_gain(ga, ta);
-    gb = smooth_gain(gb, tb);
-    da = glide_denoise(da, qa);
-    db = glide_denoise(db, qb);
-    total_a[k] = total_gain(ga, da);
-    total_b[k] = total_gain(gb, db);
+    ga = drc_smooth_gain(ga, ta);
+    gb = drc_smooth_gain(gb, tb);
+    da = drc_glide_denoise(da, qa);
+    db = drc_glide_denoise(db, qb);
+    total_a[k] = drc_total_gain(ga, da);
+    total_b[k] = drc_total_gain(gb, db);
   }
   g->gain[0] = ga, g->gain[1] = gb;
   g->denoise[0] = da, g->denoise[1] = db;
