@@ -51,42 +51,6 @@ inline int64_t shr_clamped(int64_t v, int32_t shift) {
   return v >> (s > 31u ? 31u : s);
 }
 
-// Rising gain: the step grows with the distance to the target but never
-// falls below cur / 4096; the boundaries are inclusive on this side.
-inline int64_t rise_shift(int64_t d) {
-  if (d <= 1024) return 6;
-  if (d <= 2048) return 7;
-  if (d <= 4096) return 8;
-  if (d <= 8192) return 9;
-  if (d <= 16384) return 10;
-  return 11;
-}
-
-// Falling gain (d < -32): faster than rising and with shifted boundaries;
-// there is no 7 in this table.
-inline int64_t fall_shift(int64_t d) {
-  if (d > -1025) return 5;
-  if (d >= -2048) return 6;
-  if (d >= -4096) return 8;
-  if (d >= -8192) return 9;
-  return 10;
-}
-
-// One step of the per-sample gain smoother (Q17).
-inline int32_t smooth_gain(int32_t cur, int32_t target) {
-  const int64_t c = cur;
-  const int64_t d = static_cast<int64_t>(target) - c;
-  if (d > -8 && d < 8) return target;
-  if (d > 0) {
-    if (d <= 64) return static_cast<int32_t>(c + (d >> 3));
-    const int64_t step = std::max(c >> 12, d >> rise_shift(d));
-    return static_cast<int32_t>(std::min(c + step, static_cast<int64_t>(target)));
-  }
-  if (d >= -32) return static_cast<int32_t>(c - ((-d) >> 3));
-  const int64_t step = std::max((c + (c >> 1)) >> 11, (-d) >> fall_shift(d));
-  return static_cast<int32_t>(std::max(c - step, static_cast<int64_t>(target)));
-}
-
 // One block's target gain in Q13 from the peak envelope; may pull the
 // envelope down to the threshold.
 inline int32_t block_gain(dynamic_range_control_t* d) {
@@ -107,9 +71,18 @@ inline int32_t block_gain(dynamic_range_control_t* d) {
   return shr_sat<13>(wrap_mul64(q, kLimitMargin));
 }
 
+// Samples per glide run: the gains of a run are computed first (drc_glide,
+// common/drc_kernels.h, where it has a wide build), then applied through the
+// look-ahead line. A run
+// goes on past the point where both controllers settle; the steps after it
+// change nothing, so the samples come out as if the settled rest were
+// applied at once.
+constexpr int kGlideRun = 32;
+
 // One controller over one block: steps 1 to 6 once (begin_block), then the
-// per-sample step 7 with the evolving values in locals (the output may alias
-// anything the compiler cannot rule out).
+// per-sample step 7 (smooth the limiter gain, glide the expander gain, apply
+// both to the input delayed by the look-ahead line) in runs while the gains
+// move, and the settled rest of the block.
 struct Block {
   dynamic_range_control_t* d;
   const int* in;
@@ -120,31 +93,37 @@ struct Block {
   int32_t* buf;
   int32_t delay, index;
 
-  // Both gains at their targets: smooth_gain(target, target) is target and
-  // the expander glide adds (0 >> 5), so neither moves again in this block
-  // (and a step taken anyway changes nothing).
+  // Both gains at their targets: neither moves again in this block.
   bool moving() const { return gain != target || denoise != dnq; }
 
-  // 7. Smooth the limiter gain, glide the expander gain, apply both to the
-  //    input delayed by the look-ahead line.
-  void step(int i) {
-    gain = smooth_gain(gain, target);
-    const int64_t e = static_cast<int64_t>(dnq) - denoise;
-    if (e >= 1) {
-      denoise = e < 8 ? dnq : static_cast<int32_t>(denoise + (e >> 3));
-    } else {
-      denoise = static_cast<int32_t>(denoise + (e >> 5));
-    }
-    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * total());
+  // Step 7 for sample i on its own (the scalar form, with the line walked
+  // one sample at a time).
+  [[gnu::always_inline]] void step(int i) {
+    gain = drc_smooth_gain(gain, target);
+    denoise = drc_glide_denoise(denoise, dnq);
+    out[i] = mul_shift<17>(static_cast<int64_t>(delay_tick(buf, delay, index, in[i])) * drc_total_gain(gain, denoise));
   }
 
-  int32_t total() const { return denoise != kQ17One ? shr_sat<17>(static_cast<int64_t>(gain) * denoise) : gain; }
+  // Samples i .. i + n - 1 with the total gains totals[0 .. n), over the
+  // stretches of the line that do not wrap (walked as delay_run walks them).
+  void apply(int i, const int32_t* totals, int n) {
+    if (delay == 0) {
+      for (int k = 0; k < n; ++k) out[i + k] = mul_shift<17>(static_cast<int64_t>(in[i + k]) * totals[k]);
+      return;
+    }
+    for (int k = 0; k < n;) {
+      int m = delay - index > 1 ? delay - index : 1;
+      if (m > n - k) m = n - k;
+      drc_delay_gains(buf + index, in + i + k, out + i + k, m, totals + k);
+      k += m;
+      index += m;
+      if (index >= delay) index = 0;
+    }
+  }
 
-  // The settled rest of the block from sample i: one total gain, applied
-  // over the stretches of the line that do not wrap (walked as delay_run
-  // walks them).
+  // The settled rest of the block from sample i: one total gain.
   void finish(int i) {
-    const int32_t t = total();
+    const int32_t t = drc_total_gain(gain, denoise);
     if (delay == 0) {
       for (; i < count; ++i) out[i] = mul_shift<17>(static_cast<int64_t>(in[i]) * t);
     }
@@ -203,6 +182,44 @@ Block begin_block(dynamic_range_control_t* d, const int* in, int* out, int count
   return Block{d, in, out, count, target, dnq, d->gain, d->denoise_gain, dl->buffer, dl->delay, dl->index};
 }
 
+// The runs of two blocks of the same length (kPair), or of a alone (the
+// glide's second lane then sits at its targets), while either moves; returns
+// where the settled rest begins. Inlined, so that the blocks stay in
+// registers.
+template <bool kPair>
+[[gnu::always_inline]] inline int glide_runs(Block& a, Block& b) {
+  // Without a wide build of the glide, the scalar steps go sample by sample
+  // (the two recursions side by side), which costs less than runs.
+  static const bool wide = choose(drc_glide_variants) != drc_glide_variants.fn[kIsaBaseline];
+  const auto moving = [&] { return a.moving() || (kPair && b.moving()); };
+  int i = 0;
+  if (!wide) {
+    for (; i < a.count && moving(); ++i) {
+      a.step(i);
+      if (kPair) b.step(i);
+    }
+    return i;
+  }
+  DrcGlide g{{a.gain, 0}, {a.denoise, 0}, {a.target, 0}, {a.dnq, 0}};
+  if (kPair) {
+    g.gain[1] = b.gain, g.denoise[1] = b.denoise;
+    g.target[1] = b.target, g.dnq[1] = b.dnq;
+  }
+  int32_t totals_a[kGlideRun], totals_b[kGlideRun];
+  for (; i < a.count && moving();) {
+    const int n = std::min(kGlideRun, a.count - i);
+    drc_glide(&g, totals_a, totals_b, n);
+    a.gain = g.gain[0], a.denoise = g.denoise[0];
+    a.apply(i, totals_a, n);
+    if (kPair) {
+      b.gain = g.gain[1], b.denoise = g.denoise[1];
+      b.apply(i, totals_b, n);
+    }
+    i += n;
+  }
+  return i;
+}
+
 }  // namespace
 
 namespace kafx {
@@ -212,11 +229,7 @@ void dynamic_range_control_process_pair(dynamic_range_control_t* da, int* in_a, 
   Block a = begin_block(da, in_a, out_a, count);
   Block b = begin_block(db, in_b, out_b, count);
   // Two independent gain recursions side by side while either moves.
-  int i = 0;
-  for (; i < count && (a.moving() || b.moving()); ++i) {
-    a.step(i);
-    b.step(i);
-  }
+  const int i = glide_runs<true>(a, b);
   a.finish(i);
   b.finish(i);
 }
@@ -278,9 +291,7 @@ void dynamic_range_control_set_denoise_threshold(dynamic_range_control_t* d, int
 
 void dynamic_range_control_process(dynamic_range_control_t* d, int* in, int* out, int count) {
   Block b = begin_block(d, in, out, count);
-  int i = 0;
-  for (; i < count && b.moving(); ++i) b.step(i);
-  b.finish(i);
+  b.finish(glide_runs<false>(b, b));
 }
 
 }  // extern "C"

@@ -1,6 +1,6 @@
 // Block kernels of the dynamic range control: the scalar loops (the
-// baseline) and their AVX2 builds (see common/drc_kernels.h; the NEON build
-// of the statistics is in common/drc_neon.cpp).
+// baseline) and their AVX2 builds (see common/drc_kernels.h; the NEON builds
+// are in common/drc_neon.cpp).
 #include "common/drc_kernels.h"
 
 #include "common/fixed_point.h"
@@ -26,6 +26,46 @@ void delay_gain_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, in
     line[k] = in[k];
     out[k] = mul_shift<17>(static_cast<int64_t>(d) * gain);
   }
+}
+
+void delay_gains_scalar(int32_t* line, const int32_t* in, int32_t* out, int n, const int32_t* gains) {
+  for (int k = 0; k < n; ++k) {
+    const int32_t d = line[k];
+    line[k] = in[k];
+    out[k] = mul_shift<17>(static_cast<int64_t>(d) * gains[k]);
+  }
+}
+
+// The two lanes interleaved: two independent recursions side by side. A
+// second lane at its targets (a single controller's idle lane) only repeats
+// its total.
+void glide_scalar(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
+  if (g->gain[1] == g->target[1] && g->denoise[1] == g->dnq[1]) {
+    int32_t ga = g->gain[0], da = g->denoise[0];
+    const int32_t tb = drc_total_gain(g->gain[1], g->denoise[1]);
+    for (int k = 0; k < n; ++k) {
+      ga = drc_smooth_gain(ga, g->target[0]);
+      da = drc_glide_denoise(da, g->dnq[0]);
+      total_a[k] = drc_total_gain(ga, da);
+      total_b[k] = tb;
+    }
+    g->gain[0] = ga, g->denoise[0] = da;
+    return;
+  }
+  int32_t ga = g->gain[0], gb = g->gain[1];
+  int32_t da = g->denoise[0], db = g->denoise[1];
+  const int32_t ta = g->target[0], tb = g->target[1];
+  const int32_t qa = g->dnq[0], qb = g->dnq[1];
+  for (int k = 0; k < n; ++k) {
+    ga = drc_smooth_gain(ga, ta);
+    gb = drc_smooth_gain(gb, tb);
+    da = drc_glide_denoise(da, qa);
+    db = drc_glide_denoise(db, qb);
+    total_a[k] = drc_total_gain(ga, da);
+    total_b[k] = drc_total_gain(gb, db);
+  }
+  g->gain[0] = ga, g->gain[1] = gb;
+  g->denoise[0] = da, g->denoise[1] = db;
 }
 
 #if KAFX_AVX2_VARIANTS
@@ -81,11 +121,27 @@ DrcBlockStats drc_block_stats(const int32_t* x, int n) {
 }
 
 const KernelVariants<DrcDelayGainFn> drc_delay_gain_variants = {
-    "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2)}};
+    "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2), KAFX_NEON_ONLY(drc_delay_gain_neon)}};
 
 void drc_delay_gain(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
   static const DrcDelayGainFn chosen = choose(drc_delay_gain_variants);
   chosen(line, in, out, n, gain);
+}
+
+const KernelVariants<DrcDelayGainsFn> drc_delay_gains_variants = {
+    "drc_delay_gains", {delay_gains_scalar, nullptr, KAFX_NEON_ONLY(drc_delay_gains_neon)}};
+
+void drc_delay_gains(int32_t* line, const int32_t* in, int32_t* out, int n, const int32_t* gains) {
+  static const DrcDelayGainsFn chosen = choose(drc_delay_gains_variants);
+  chosen(line, in, out, n, gains);
+}
+
+const KernelVariants<DrcGlideFn> drc_glide_variants = {
+    "drc_glide", {glide_scalar, nullptr, KAFX_NEON_ONLY(drc_glide_neon)}};
+
+void drc_glide(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
+  static const DrcGlideFn chosen = choose(drc_glide_variants);
+  chosen(g, total_a, total_b, n);
 }
 
 }  // namespace kafx

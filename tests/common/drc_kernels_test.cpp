@@ -1,13 +1,18 @@
-// Limiter block kernels: the baseline statistics and gain stretch equal a
+// Limiter block kernels: the baseline statistics and gain stretches equal a
 // direct evaluation of their definitions (|x| summed and maximised in 64
 // bits; the line swapped and each delayed sample times the Q17 gain shifted
-// down, saturated and -1 flushed), and every other build (AVX2) equals the
-// baseline (AVX2 on x86-64; NEON for the statistics on ARM) on odd lengths,
-// full-range and saturating inputs, gains at and beyond unity, in place and
-// out of place, with canaries past the ends.
+// down, saturated and -1 flushed), the baseline glide takes hand-worked
+// steps (distances needing 33 bits included), and every other build (AVX2
+// on x86-64, NEON on ARM) equals the baseline on odd lengths, full-range and
+// saturating inputs, gains at and beyond unity, every step-table boundary,
+// in place and out of place, with canaries past the ends.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
+#include <iterator>
+#include <random>
 #include <vector>
 
 #include "common/drc_kernels.h"
@@ -42,6 +47,55 @@ int32_t gain_model(int32_t d, int32_t gain) {
 }
 
 constexpr int32_t kGains[] = {131072, 0, 1, 65536, 262144 + 7, INT32_MAX, INT32_MIN, -131072};
+
+// Per-sample gains mixing the rows of kGains with random full-range words.
+std::vector<int32_t> gain_run(int n, unsigned seed) {
+  std::vector<int32_t> g = random_values<int32_t>(static_cast<size_t>(n), seed);
+  for (int k = 0; k < n; k += 2) g[static_cast<size_t>(k)] = kGains[(k / 2 + seed) % 8];
+  return g;
+}
+
+// Distances target - gain at every boundary of the smoother's tables.
+constexpr int32_t kEdges[] = {0,    1,     7,     8,     32,    33,    64,    65,    1024,  1025,
+                              2048, 2049,  4096,  4097,  8192,  8193,  16384, 16385, 1 << 20};
+
+// Glide states: limiter and expander each at a table boundary from a random
+// (or extreme) start, or both anywhere in the 32-bit range.
+kafx::DrcGlide glide_state(std::mt19937& rng, int kind) {
+  std::uniform_int_distribution<int32_t> any(INT32_MIN, INT32_MAX), q17(-262144, 4 * 131072);
+  std::uniform_int_distribution<int> edge(0, 2 * static_cast<int>(std::size(kEdges)) - 1);
+  kafx::DrcGlide g{};
+  for (int lane = 0; lane < 2; ++lane) {
+    const auto near = [&](int32_t from) {
+      const int e = edge(rng);
+      const int64_t d = (e & 1 ? -1 : 1) * int64_t{kEdges[e / 2]};
+      const int64_t to = from + d;
+      return static_cast<int32_t>(to > INT32_MAX ? INT32_MAX : (to < INT32_MIN ? INT32_MIN : to));
+    };
+    switch (kind) {
+      case 0:  // programme-like Q17 values, distances at the boundaries
+        g.gain[lane] = q17(rng), g.denoise[lane] = q17(rng);
+        g.target[lane] = near(g.gain[lane]), g.dnq[lane] = near(g.denoise[lane]);
+        break;
+      case 1:  // anywhere: distances up to 2^32 - 1
+        g.gain[lane] = any(rng), g.target[lane] = any(rng), g.denoise[lane] = any(rng), g.dnq[lane] = any(rng);
+        break;
+      case 2:  // the extremes against each other
+        g.gain[lane] = (rng() & 1) ? INT32_MIN : INT32_MAX, g.target[lane] = (rng() & 1) ? INT32_MIN : INT32_MAX;
+        g.denoise[lane] = (rng() & 1) ? INT32_MIN : 131072, g.dnq[lane] = (rng() & 1) ? INT32_MAX : -131072;
+        break;
+      default:  // one lane settled, the other moving
+        g.gain[lane] = g.target[lane] = q17(rng), g.denoise[lane] = g.dnq[lane] = 131072;
+        if (lane == 1) g.target[lane] = near(g.gain[lane]), g.dnq[lane] = 8192;
+        break;
+    }
+  }
+  return g;
+}
+
+bool same_state(const kafx::DrcGlide& a, const kafx::DrcGlide& b) {
+  return std::equal(a.gain, a.gain + 2, b.gain) && std::equal(a.denoise, a.denoise + 2, b.denoise);
+}
 
 }  // namespace
 
@@ -78,6 +132,60 @@ TEST(DrcKernels, BaselineGainStretchEqualsDefinition) {
     }
 }
 
+TEST(DrcKernels, BaselinePerSampleGainsEqualDefinition) {
+  const auto base = kafx::drc_delay_gains_variants.fn[kafx::kIsaBaseline];
+  for (int kind = 0; kind < 4; ++kind)
+    for (int n : kOddLengths) {
+      const std::vector<int32_t> line0 = input(kind, n, 5u * n + kind);
+      const std::vector<int32_t> in = input(2, n, 7u * n), gains = gain_run(n, 3u * n + kind);
+      std::vector<int32_t> line = line0, out(static_cast<size_t>(n));
+      base(line.data(), in.data(), out.data(), n, gains.data());
+      EXPECT_EQ(line, in);
+      for (int k = 0; k < n; ++k) ASSERT_EQ(out[k], gain_model(line0[k], gains[k])) << kind << " " << n << " " << k;
+    }
+}
+
+TEST(DrcKernels, BaselineGlideSteps) {
+  // One step per row, worked by hand: {gain, target, denoise, dnq, gain', denoise'}.
+  const int32_t rows[][6] = {
+      // 2^32 - 1 up: (2^32 - 1) >> 11 = 2097151 beats -2^31 >> 12; the expander
+      // rises by (2^32 - 1) >> 3 = 536870911
+      {INT32_MIN, INT32_MAX, INT32_MIN, INT32_MAX, INT32_MIN + 2097151, INT32_MIN + 536870911},
+      // 2^32 - 1 down: (2^32 - 1) >> 10 = 4194303 beats (3221225470 >> 11 =
+      // 1572863); the expander falls by floor(-(2^32 - 1) / 32) = -134217728
+      {INT32_MAX, INT32_MIN, INT32_MAX, INT32_MIN, INT32_MAX - 4194303, INT32_MAX - 134217728},
+      // negative gain falling 100000: 100000 >> 10 = 97 beats -1500000 >> 11
+      // = -733; the expander's -12 >> 5 is -1
+      {-1000000, -1100000, 5, -7, -1000097, 4},
+      // 8192 -> 131072: +122880 >> 3 = 15360; 131072 -> 12288: -118784 >> 5 = -3712
+      {131072, 131072, 8192, 131072, 131072, 23552},
+      {131072, 131072, 131072, 12288, 131072, 127360},
+      // the limiter overshooting (cur >> 12 = 100 > d = 80) is held at the
+      // target; the expander's last 7 at once, 8 by 8 >> 3
+      {409600, 409680, 131070, 131072, 409680, 131072},
+      {409600, 409680, 131064, 131072, 409680, 131065},
+  };
+  const auto base = kafx::drc_glide_variants.fn[kafx::kIsaBaseline];
+  for (const auto& r : rows) {
+    // The same row in both lanes, and in lane 1 beside a settled lane 0.
+    kafx::DrcGlide g{{r[0], r[0]}, {r[2], r[2]}, {r[1], r[1]}, {r[3], r[3]}};
+    kafx::DrcGlide h{{5, r[0]}, {131072, r[2]}, {5, r[1]}, {131072, r[3]}};
+    int32_t ta = 0, tb = 0, tc = 0, td = 0;
+    base(&g, &ta, &tb, 1);
+    base(&h, &tc, &td, 1);
+    const int32_t want[2] = {r[4], r[5]};
+    EXPECT_EQ((std::array{g.gain[0], g.denoise[0], g.gain[1], g.denoise[1], h.gain[1], h.denoise[1]}),
+              (std::array{want[0], want[1], want[0], want[1], want[0], want[1]}))
+        << r[0] << " " << r[2];
+    // The total is the gain times the expander gain, Q17, saturated (not flushed).
+    int64_t total = (int64_t{want[0]} * want[1]) >> 17;
+    total = total > INT32_MAX ? INT32_MAX : (total < INT32_MIN ? INT32_MIN : total);
+    EXPECT_EQ((std::array{ta, tb, td, h.gain[0], h.denoise[0], tc}),
+              (std::array{static_cast<int32_t>(total), static_cast<int32_t>(total), static_cast<int32_t>(total), 5,
+                          131072, 5}));
+  }
+}
+
 TEST(DrcKernels, VariantsEqualBaseline) {
   const int stats = kafx_test::for_each_variant(kafx::drc_block_stats_variants, [](auto fn, auto base) {
     for (int kind = 0; kind < 4; ++kind)
@@ -109,6 +217,62 @@ TEST(DrcKernels, VariantsEqualBaseline) {
             EXPECT_TRUE(la.guards_intact() && oa.guards_intact());
           }
   });
-  // The statistics have every build the gain stretch has (and a NEON one).
-  EXPECT_EQ(stats, gains + kafx_test::neon_builds());
+  const int per_sample = kafx_test::for_each_variant(kafx::drc_delay_gains_variants, [](auto fn, auto base) {
+    for (int kind = 0; kind < 4; ++kind)
+      for (int n : {1, 3, 4, 5, 7, 8, 9, 17, 37, 127, 240, 1031})
+        for (bool in_place : {false, true}) {
+          const std::vector<int32_t> line0 = input(kind, n, 19u * n + kind);
+          const std::vector<int32_t> in = input((kind + 2) % 4, n, 23u * n), gains = gain_run(n, 29u * n + kind);
+          Guarded<int32_t> la(n), lb(n), oa(n), ob(n);
+          std::copy(line0.begin(), line0.end(), la.data());
+          std::copy(line0.begin(), line0.end(), lb.data());
+          std::copy(in.begin(), in.end(), oa.data());
+          std::copy(in.begin(), in.end(), ob.data());
+          const int32_t* ia = in_place ? oa.data() : in.data();
+          const int32_t* ib = in_place ? ob.data() : in.data();
+          fn(la.data(), ia, oa.data(), n, gains.data());
+          base(lb.data(), ib, ob.data(), n, gains.data());
+          ASSERT_EQ(la.v, lb.v) << kind << " " << n;
+          ASSERT_EQ(oa.v, ob.v) << kind << " " << n << (in_place ? " in place" : "");
+          EXPECT_TRUE(la.guards_intact() && oa.guards_intact());
+        }
+  });
+  const int glides = kafx_test::for_each_variant(kafx::drc_glide_variants, [](auto fn, auto base) {
+    std::mt19937 rng(2024);
+    for (int kind = 0; kind < 4; ++kind)
+      for (int trial = 0; trial < 400; ++trial) {
+        // Mostly single steps (each starts at a boundary), then longer runs
+        // in several calls, through the settling point.
+        const int n = trial < 300 ? 1 + trial % 3 : kOddLengths[trial % 5];
+        kafx::DrcGlide g = glide_state(rng, kind), h = g;
+        for (int call = 0; call < 3; ++call) {
+          Guarded<int32_t> ga(n), gb(n), ha(n), hb(n);
+          fn(&g, ga.data(), gb.data(), n);
+          base(&h, ha.data(), hb.data(), n);
+          ASSERT_TRUE(same_state(g, h)) << kind << " " << trial << " " << call;
+          ASSERT_EQ(ga.v, ha.v) << kind << " " << trial << " " << call;
+          ASSERT_EQ(gb.v, hb.v) << kind << " " << trial << " " << call;
+          EXPECT_TRUE(ga.guards_intact() && gb.guards_intact());
+        }
+      }
+    // Every pair of start and target on a grid around the boundaries.
+    for (int32_t base_gain : {0, 131072, -131072, INT32_MAX - 20000, INT32_MIN + 20000})
+      for (int32_t e : kEdges)
+        for (int sign : {1, -1}) {
+          const int64_t to = int64_t{base_gain} + sign * int64_t{e};
+          const auto target = static_cast<int32_t>(std::clamp<int64_t>(to, INT32_MIN, INT32_MAX));
+          kafx::DrcGlide g{{base_gain, target}, {target, base_gain}, {target, base_gain}, {base_gain, target}}, h = g;
+          Guarded<int32_t> ga(64), gb(64), ha(64), hb(64);
+          fn(&g, ga.data(), gb.data(), 64);
+          base(&h, ha.data(), hb.data(), 64);
+          ASSERT_TRUE(same_state(g, h)) << base_gain << " " << sign * e;
+          ASSERT_EQ(ga.v, ha.v) << base_gain << " " << sign * e;
+          ASSERT_EQ(gb.v, hb.v) << base_gain << " " << sign * e;
+        }
+  });
+  // The statistics have every build the gain stretch has; the per-sample
+  // gains and the glide have NEON builds only.
+  EXPECT_EQ(stats, gains);
+  EXPECT_EQ(per_sample, kafx_test::neon_builds());
+  EXPECT_EQ(glides, kafx_test::neon_builds());
 }

@@ -1,12 +1,15 @@
 // Look-ahead limiter: the gain smoother's step tables at their boundaries,
 // the settled states (unity, limiting to 3968/8192, expander floor), the
-// look-ahead start, delay and timing, and the empty block.
+// look-ahead start, delay and timing, the empty block, and the two-channel
+// form against two single controllers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <vector>
 
+#include "common/drc_block.h"
 #include "kafx_proc/drc.h"
 
 namespace {
@@ -156,4 +159,46 @@ TEST(Drc, EmptyBlockSettersAndReset) {
   EXPECT_EQ(d.delay->delay, 8);
   dynamic_range_control_end(&d);
   EXPECT_EQ(d.delay, nullptr);
+}
+
+TEST(Drc, PairEqualsTwoSingleControllers) {
+  // The pair runs both gain glides in one pass (and settles where the slower
+  // one does); each channel must come out as from its own controller. Left
+  // and right differ in every setting and signal, and in look-ahead.
+  struct Row { int lookahead[2], frame, threshold[2], volume[2], denoise_threshold; } rows[] = {
+      {{1, 1}, 64, {12000, 3000}, {10240, 8192}, 256},
+      {{0, 2}, 37, {32767, 16384}, {8192, 30000}, 100000},
+      {{2, 0}, 240, {500, 24000}, {-9000, 9000}, 2},
+  };
+  for (const Row& r : rows) {
+    dynamic_range_control_t pa, pb, sa, sb;
+    for (int c = 0; c < 2; ++c)
+      for (dynamic_range_control_t* d : {c ? &pb : &pa, c ? &sb : &sa}) {
+        dynamic_range_control_init(d, r.lookahead[c], r.frame);
+        dynamic_range_control_set_threshold(d, r.threshold[c]);
+        dynamic_range_control_set_volume(d, r.volume[c]);
+        dynamic_range_control_set_denoise_threshold(d, r.denoise_threshold);
+        dynamic_range_control_set_release_order(d, 3 + c);
+      }
+    uint32_t seed = 77;
+    std::vector<int> l(r.frame), rr(r.frame), pl(r.frame), sl(r.frame), sr(r.frame);
+    for (int b = 0; b < 60; ++b) {
+      for (int i = 0; i < r.frame; ++i) {
+        seed = seed * 1664525u + 1013904223u;
+        const int loud = (b / 7) % 3;  // quiet, programme and full-scale stretches
+        l[i] = static_cast<int>(seed) >> (loud == 0 ? 20 : (loud == 1 ? 9 : 8));
+        rr[i] = (b % 5 == 0) ? kFull : -l[i] / 3;
+      }
+      sr = rr;
+      const int n = b % 4 == 3 ? r.frame / 2 : r.frame;  // blocks shorter than the frame too
+      dynamic_range_control_process(&sa, l.data(), sl.data(), n);
+      dynamic_range_control_process(&sb, sr.data(), sr.data(), n);
+      kafx::dynamic_range_control_process_pair(&pa, l.data(), pl.data(), &pb, rr.data(), rr.data(), n);
+      ASSERT_TRUE(std::equal(sl.begin(), sl.begin() + n, pl.begin())) << "left, block " << b;
+      ASSERT_TRUE(std::equal(sr.begin(), sr.begin() + n, rr.begin())) << "right, block " << b;
+      ASSERT_EQ((std::array{pa.gain, pa.denoise_gain, pb.gain, pb.denoise_gain}),
+                (std::array{sa.gain, sa.denoise_gain, sb.gain, sb.denoise_gain}));
+    }
+    for (dynamic_range_control_t* d : {&pa, &pb, &sa, &sb}) dynamic_range_control_end(d);
+  }
 }
