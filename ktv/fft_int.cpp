@@ -203,7 +203,7 @@ void real_transform(const int* in, complex* bins) {
 // serves a whole vector; two 8 x 8 transposes then give the natural order
 // (vector q holding points 8q .. 8q + 7), where the last three stages (16,
 // 32 and 64 apart) pair whole vectors with a twiddle per lane.
-struct RealTransformTables {
+struct alignas(32) RealTransformTables {  // read with aligned vector loads
   int32_t gather[16][8];  // layout A: windowed-sample index of the real part of point r + 16 l
   int32_t window[kN];     // hann_q28, natural order
   int32_t a_re[16], a_im[16];        // layout-A stages 4 and 8 apart: W^(j 64 / half), j < half (at half + j)
@@ -240,6 +240,9 @@ RealTransformTables make_real_transform_tables() {
   }
   return t;
 }
+// Filled when the library is loaded (the table it reads is constant data),
+// so that no process call pays for it or waits on a first-use guard.
+const RealTransformTables kTables = make_real_transform_tables();
 
 // (a * b) >> 28 per lane from the 64-bit sums of the even lanes and of the
 // odd lanes, each shifted value fitting 32 bits.
@@ -295,7 +298,7 @@ KAFX_TARGET_AVX2 void real_transform_avx2(const int* in, complex* bins) {
     real_transform(in, bins);
     return;
   }
-  static const RealTransformTables t = make_real_transform_tables();
+  const RealTransformTables& t = kTables;
   // Windowed samples in natural order: (x w) >> 23, which fits 32 bits.
   alignas(32) int32_t win[kN];
   for (int m = 0; m < kN; m += 8) {

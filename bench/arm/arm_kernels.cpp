@@ -27,6 +27,7 @@
 #include "kafx_proc/speaker_boost.h"
 #include "kafx_proc/spl.h"
 #include "tests/spl/oracle.h"
+#include "../speaker_setup.h"
 
 // The library logs through Android's log library; nothing is logged while a
 // kernel runs, and this static driver links without it.
@@ -65,21 +66,6 @@ std::vector<int16_t> programme(int rate, int frames) {
   return v;
 }
 
-// Ten peaking bands an octave apart from 31.25 Hz (Q28 band records:
-// enable, b0, b1, b2 and the added-sign feedback a1, a2).
-void peaking_bands(int rate, double gain_scale, int (*bands)[6]) {
-  for (int k = 0; k < PARAMETER_EQUALIZER_BANDS; ++k) {
-    const double f = std::fmin(31.25 * std::pow(2.0, k), 0.45 * rate);
-    const double a = std::pow(10.0, ((k % 2) != 0 ? -4.0 : 5.0) * gain_scale / 40.0);
-    const double w0 = 2.0 * std::numbers::pi * f / rate, alpha = std::sin(w0) / 2.4;
-    const double a0 = 1.0 + alpha / a;
-    const double c[5] = {(1.0 + alpha * a) / a0, -2.0 * std::cos(w0) / a0, (1.0 - alpha * a) / a0,
-                         2.0 * std::cos(w0) / a0, -(1.0 - alpha / a) / a0};
-    bands[k][0] = 1;
-    for (int j = 0; j < 5; ++j) bands[k][j + 1] = static_cast<int>(std::lround(c[j] * 268435456.0));
-  }
-}
-
 constexpr int kBlock = KAFX_SPEAKER_BOOST_BLOCK;
 constexpr int kRate = 48000;
 
@@ -89,22 +75,7 @@ constexpr int kRate = 48000;
 // block off (what the re-blocking alone costs).
 void speaker_front_end(int calls, bool on) {
   void* h = kafx_speaker_boost_init(2, kRate, 1);
-  if (on) {
-    kafx_sp_params_t p{};
-    p.sbs.enable = 1;
-    p.sbs.gain[0] = p.sbs.gain[1] = 6144;
-    p.sbs.channel_ration = 1024;
-    p.sbs.channel_num = 2;
-    const drc_param_t band_limiter{0, 5, 12000, 10240, 256};
-    const drc_param_t full_limiter{0, 6, 24000, 9000, 256};
-    for (int i = 0; i < 3; ++i) p.sbs.drc_left[i] = p.sbs.drc_right[i] = band_limiter;
-    p.sbs.drc_left[3] = p.sbs.drc_right[3] = full_limiter;
-    p.peq.enable = 1;
-    p.peq.gain[0] = p.peq.gain[1] = 7000;
-    peaking_bands(kRate, 1.0, p.peq.Lfilter);
-    peaking_bands(kRate, -0.5, p.peq.Rfilter);
-    kafx_speaker_boost_params_update(h, &p);
-  }
+  if (on) kafx_bench::configure_speaker_everything_on(h, kRate);
   const int warm = 8;  // the limiters' look-ahead filled, their frames running
   const auto in = programme(kRate, (warm + calls) * kBlock);
   std::vector<int16_t> buf(2 * kBlock);
@@ -126,11 +97,9 @@ void parametric_eq(int calls) {
   parameter_equalizer_t eq;
   parameter_equalizer_init(&eq);
   parameter_equalizer_setstatus(&eq, 1);
-  int left[PARAMETER_EQUALIZER_BANDS][6], right[PARAMETER_EQUALIZER_BANDS][6];
-  peaking_bands(kRate, 1.0, left);
-  peaking_bands(kRate, -0.5, right);
-  parameter_equalizer_setparameter_left(&eq, left);
-  parameter_equalizer_setparameter_right(&eq, right);
+  const auto left = kafx_bench::design_speaker_bands(kRate, 1.0), right = kafx_bench::design_speaker_bands(kRate, -0.5);
+  parameter_equalizer_setparameter_left(&eq, reinterpret_cast<const int(*)[6]>(left.data()));
+  parameter_equalizer_setparameter_right(&eq, reinterpret_cast<const int(*)[6]>(right.data()));
   const auto in = programme(kRate, (1 + calls) * kBlock);
   std::vector<int> l(kBlock), r(kBlock), ol(kBlock), or_(kBlock);
   for (int c = 0; c < 1 + calls; ++c) {
