@@ -23,14 +23,17 @@ function(kafx_layer_view name)
   endforeach()
 endfunction()
 
-# The library's objects are integer DSP loops: in the default optimised
-# build type (RelWithDebInfo, -O2) they are compiled at -O3 all the same, for
-# GCC's loop vectoriser and unroller (its -O2 cost model leaves the
-# feed-forward sums and the conversions scalar). Integer code gives the same
-# results at any level. Release is -O3 already; Debug and MinSizeRel keep
-# their own levels. The library's LTO link runs at the same level.
+# The library's objects are integer DSP loops: on x86-64, in the default
+# optimised build type (RelWithDebInfo, -O2), they are compiled at -O3 all
+# the same, for GCC's loop vectoriser and unroller (its -O2 cost model leaves
+# the feed-forward sums and the conversions scalar). Integer code gives the
+# same results at any level. ARM builds keep -O2, the level their kernels
+# were timed at (scripts/arm-estimate.sh). Release is -O3 already; Debug and
+# MinSizeRel keep their own levels.
 function(kafx_kernel_optimisation target)
-  target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O3>)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+    target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O3>)
+  endif()
 endfunction()
 
 function(kafx_layer_settings target own)

@@ -11,8 +11,8 @@
 #   1. Cross-builds the library sources (common/, spl/, speaker/) with the
 #      build's RelWithDebInfo flags and link-time optimisation (-O2 -g
 #      -DNDEBUG -fPIC -fno-exceptions -fno-rtti -fno-semantic-interposition
-#      -fvisibility=hidden -flto, and -O3 for the library's objects: what
-#      CMake uses for libkafx_proc.so) with
+#      -fvisibility=hidden -flto: what CMake uses for libkafx_proc.so on
+#      ARM) with
 #      Debian's armhf and arm64 GCC, and links the kernel driver
 #      bench/arm/arm_kernels.cpp statically against them and against the
 #      published WebRTC C of Debian's libwebrtc-audio-processing-dev (the
@@ -110,7 +110,7 @@ done
 # ---- cross builds ------------------------------------------------------------
 flags=(-O2 -g -DNDEBUG -std=c++20 -fno-exceptions -fno-rtti -flto -Wall -Wextra -Wno-restrict
   -I. -Iinclude -isystem /usr/include/android)
-lib_flags=(-O3 -fPIC -fno-semantic-interposition -fvisibility=hidden -fvisibility-inlines-hidden
+lib_flags=(-fPIC -fno-semantic-interposition -fvisibility=hidden -fvisibility-inlines-hidden
   -DKAFX_BUILDING_LIBRARY -DTIXML_USE_STL)
 
 build() {  # build <dir> <compiler prefix> <published C static library>
