@@ -56,10 +56,10 @@
 // function another file also uses may be emitted in it, or the linker could
 // keep the NEON-built copy). Without KAFX_NEON_FILES clang builds the
 // baseline only. clang keeps GCC's attribute there as a feature name it does
-// not know (it says once per file "'+fpu=neon' is not a recognized feature
-// ... (ignoring feature)"), which changes no code, so that a function of a
-// NEON file marked with it (e.g. an always-inline lambda) inlines only into
-// callers marked alike.
+// not know (compiling each NEON file it prints "'+fpu=neon' is not a
+// recognized feature for this target (ignoring feature)"), which changes no
+// code: a function of a NEON file marked with it (e.g. an always-inline
+// lambda) then inlines into callers marked alike, as with GCC.
 #if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__aarch64__)
 #define KAFX_NEON_VARIANTS 1
 #define KAFX_TARGET_NEON
