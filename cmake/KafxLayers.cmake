@@ -5,6 +5,8 @@
 #   kafx_<folder>, which links the layers it DEPENDS on, and appends its
 #   objects to KAFX_LAYER_OBJECTS. A folder without sources adds nothing
 #   (the glob is re-checked at build time, so new files are picked up).
+#   Its files named *_neon.cpp (NEON kernels) are compiled with
+#   KAFX_NEON_FILE_FLAGS where that is set (clang on 32-bit ARM).
 #
 # kafx_layer_settings(<target> <visible private folders>...)
 #   The compile settings every library object shares, and its private include
@@ -64,6 +66,15 @@ function(kafx_add_layer folder)
   endif()
   set(target kafx_${folder})
   add_library(${target} OBJECT ${src})
+  # The NEON kernels' files, where the compiler needs NEON for the whole file
+  # (clang on 32-bit ARM; KAFX_NEON_FILE_FLAGS in CMakeLists.txt).
+  if(KAFX_NEON_FILE_FLAGS)
+    set(neon_src ${src})
+    list(FILTER neon_src INCLUDE REGEX "_neon\\.cpp$")
+    if(neon_src)
+      set_source_files_properties(${neon_src} PROPERTIES COMPILE_OPTIONS "${KAFX_NEON_FILE_FLAGS}")
+    endif()
+  endif()
   if(folder STREQUAL "common")
     kafx_layer_settings(${target} common)
   else()

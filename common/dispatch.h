@@ -12,7 +12,8 @@
 //     32x32->64 multiply-accumulate and saturating narrowing shift are the
 //     product rule per 64-bit lane). AArch64 always has NEON; on 32-bit ARM
 //     (armhf, whose baseline is VFP only) the NEON functions carry a target
-//     attribute and run only where the kernel reports NEON (AT_HWCAP).
+//     attribute (GCC) or sit in files compiled for NEON (clang), and run
+//     only where the kernel reports NEON (AT_HWCAP).
 // The first call picks the best variant the processor can run and keeps it
 // (a function-local static, so the choice is made once, thread-safely);
 // every variant computes the same integers, which tests/common/
@@ -41,15 +42,32 @@
 #endif
 
 // KAFX_NEON_VARIANTS: 1 where NEON builds are made (AArch64, and 32-bit ARM
-// with GCC); KAFX_TARGET_NEON marks their definitions. On 32-bit ARM
+// with GCC, or with clang where the build compiles the NEON files with NEON);
+// KAFX_TARGET_NEON marks their definitions. With GCC on 32-bit ARM
 // <arm_neon.h> may be included without -mfpu=neon; its intrinsics are usable
 // inside functions with the attribute. Declarations elsewhere go without it
 // (the calling convention is the same): GCC 12 on 32-bit ARM lets a target
 // attribute on a mere declaration disturb the code of the rest of the file.
+// clang (14) has no such attribute on 32-bit ARM: its <arm_neon.h> and NEON
+// vector types need NEON for the whole file. There the NEON kernels live in
+// files of their own, named *_neon.cpp, which the build compiles with
+// -mfpu=neon and announces by defining KAFX_NEON_FILES (CMakeLists.txt); such
+// a file must hold only code that runs after the NEON check (no inline
+// function another file also uses may be emitted in it, or the linker could
+// keep the NEON-built copy). Without KAFX_NEON_FILES clang builds the
+// baseline only. clang keeps GCC's attribute there as a feature name it does
+// not know (compiling each NEON file it prints "'+fpu=neon' is not a
+// recognized feature for this target (ignoring feature)"), which changes no
+// code: a function of a NEON file marked with it (e.g. an always-inline
+// lambda) then inlines into callers marked alike, as with GCC.
 #if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__aarch64__)
 #define KAFX_NEON_VARIANTS 1
 #define KAFX_TARGET_NEON
 #elif (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__arm__) && defined(__GNUC__) && !defined(__clang__)
+#define KAFX_NEON_VARIANTS 1
+#define KAFX_TARGET_NEON __attribute__((target("fpu=neon")))
+#elif (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__arm__) && defined(__clang__) && defined(KAFX_NEON_FILES) && \
+    KAFX_NEON_FILES
 #define KAFX_NEON_VARIANTS 1
 #define KAFX_TARGET_NEON __attribute__((target("fpu=neon")))
 #else
