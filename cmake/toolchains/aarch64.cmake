@@ -9,15 +9,6 @@ set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 # 10.1 (-Wpsabi); every object here is built by one compiler, so the note is
 # noise.
 set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
-set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
-# Libraries and packages of the target only; programs of the host.
-set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig")
-# The arm64 C library's loader and libraries are installed in the host's
-# root (multiarch), so qemu needs no separate prefix.
-find_program(KAFX_QEMU_AARCH64 NAMES qemu-aarch64-static qemu-aarch64 REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${KAFX_QEMU_AARCH64})
+set(KAFX_TARGET_TRIPLET aarch64-linux-gnu)
+set(KAFX_QEMU_NAMES qemu-aarch64-static qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-multiarch.cmake)
