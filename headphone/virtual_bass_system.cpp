@@ -123,6 +123,7 @@ void first_pass_reference(virtual_bass_system* v, const int* in_left, const int*
   // filter and the all-passes; each sees its samples in order, and
   // separating the long NLD product chain from the recursions lets them
   // overlap.
+  if (n <= 0) return;
   BiquadSections<kSections> s(f);
   int32_t high_l[kMaxBlock], high_r[kMaxBlock], bass[kMaxBlock], h[kMaxBlock];
   for (int i = 0; i < n; ++i) {
