@@ -124,7 +124,11 @@ bool lone_skirt(const int32_t* level, int32_t pos, int32_t peak_level, int32_t m
 }
 
 // A partial of a voice or instrument: another clear peak within
-// HOWLING_HARMONIC_RANGE at a small-integer frequency ratio.
+// HOWLING_HARMONIC_RANGE at a small-integer frequency ratio. A peak at 2 to
+// 5 times the frequency counts only when it is within HOWLING_DISTORTION of
+// this one: a howl that drives the chain into clipping grows its own
+// harmonics above it (a clipped sine's third harmonic lies about 10 dB
+// down), and they must not hide it.
 bool has_harmonic_partner(const int32_t* level, int32_t pos, int32_t peak_level) {
   static constexpr int kRatio[12][2] = {{1, 5}, {1, 4}, {1, 3}, {1, 2}, {2, 3}, {3, 4},
                                         {4, 3}, {3, 2}, {2, 1}, {3, 1}, {4, 1}, {5, 1}};
@@ -132,7 +136,8 @@ bool has_harmonic_partner(const int32_t* level, int32_t pos, int32_t peak_level)
     const int32_t q = pos * r[0] / r[1];
     const int qb = (q + 128) >> 8;
     if (std::abs(q - pos) < 3 * 256 || qb < 1 || qb > FFT_INT_NO_PEAK + 32) continue;
-    if (level[qb] >= peak_level - HOWLING_HARMONIC_RANGE && level[qb] >= FFT_INT_PEAK_MIN_LEVEL) return true;
+    const int32_t range = r[1] == 1 ? HOWLING_DISTORTION : HOWLING_HARMONIC_RANGE;
+    if (level[qb] >= peak_level - range && level[qb] >= FFT_INT_PEAK_MIN_LEVEL) return true;
   }
   return false;
 }
@@ -246,14 +251,18 @@ void analyse(howling_canceling_work* w) {
 
   for (Tracker& t : w->tracker) t.hit_now = 0;
   bool evidence = false;
-  constexpr int32_t kRestUnset = INT32_MIN;  // below any level
-  int32_t rest = kRestUnset;
+  // The background of this analysis (only needed when there are peaks).
+  const int32_t rest = found > 0 ? rest_level(w, peaks, found) : FFT_INT_LEVEL_FLOOR;
 
   for (int p = 0; p < found; ++p) {
     const int k = peaks[p];
     const int32_t lv = w->level[k];
     const int32_t pos = fft_int_refine(w->bins, k);
-    const bool partner = has_harmonic_partner(w->level, pos, lv) || !lone_skirt(w->level, pos, lv, HOWLING_SKIRT);
+    // One sine standing HOWLING_DOMINANT above the whole band is a howl that
+    // has taken over the loop; once it clips, the intermodulation of its
+    // beating modes fills the 28 dB skirt, so the 12 dB one applies.
+    const int32_t skirt = lv - rest >= HOWLING_DOMINANT ? HOWLING_SKIRT_GROW : HOWLING_SKIRT;
+    const bool partner = has_harmonic_partner(w->level, pos, lv) || !lone_skirt(w->level, pos, lv, skirt);
     const bool tonal_peak = lone_skirt(w->level, pos, lv, HOWLING_SKIRT_GROW);
     // The tracker nearest to this candidate, if within the match width.
     int best = -1;
@@ -327,7 +336,6 @@ void analyse(howling_canceling_work* w) {
     // a notch in place (smooths the estimate).
     t.pos = t.state == HOWLING_TRACKING ? pos : t.pos + (pos - t.pos) / 4;
     t.grow[t.run % kRing] = lv;
-    if (rest == kRestUnset) rest = rest_level(w, peaks, found);  // one background per analysis
     t.rest[t.run % kRing] = rest;
     t.where[t.run % kRing] = pos;
     if (++t.run == 2 * kRing) t.run = kRing;  // keeps the ring order, never overflows
