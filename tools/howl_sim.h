@@ -358,12 +358,26 @@ struct LoopResult {
   std::vector<double> out;      // the output, working-sample units
 };
 
+// How far below its final value a ramped loop gain starts (dB).
+constexpr double kRampDb = 6.0;
+
+// The loop gain (linear) at sample t: `gain_db`, or with a ramp of
+// `ramp_seconds` (an operator turning the volume up) kRampDb below it at the
+// start, rising linearly in dB to it and held there.
+inline double loop_gain(double gain_db, double ramp_seconds, size_t t) {
+  if (ramp_seconds <= 0) return db_to_lin(gain_db);
+  const double done = std::min(1.0, static_cast<double>(t) / (ramp_seconds * kRate));
+  return db_to_lin(gain_db - kRampDb * (1.0 - done));
+}
+
 // Runs the loop: the voice followed by `tail_seconds` of silence. `process`
 // receives blocks of microphone samples (24-bit working samples) in place.
+// With `ramp_seconds` the loop gain rises to `gain_db` over that time
+// (loop_gain).
 inline LoopResult run_loop(const Room& room, double gain_db, const std::vector<double>& voice, double tail_seconds,
-                           const std::function<void(int*, int)>& process) {
+                           const std::function<void(int*, int)>& process, double ramp_seconds = 0) {
   Path path(room);
-  const double g = db_to_lin(gain_db);
+  const double fixed_gain = db_to_lin(gain_db);
   const int block = std::clamp(room.first_tap(), 1, 240);
   const size_t total = voice.size() + static_cast<size_t>(tail_seconds * kRate);
   LoopResult r;
@@ -374,6 +388,7 @@ inline LoopResult run_loop(const Room& room, double gain_db, const std::vector<d
     for (int i = 0; i < n; ++i) {
       const size_t t = start + i;
       // The first tap is at least one block late: only earlier outputs count.
+      const double g = ramp_seconds > 0 ? loop_gain(gain_db, ramp_seconds, t) : fixed_gain;
       double m = (t < voice.size() ? voice[t] : 0.0) + g * path.next(r.out, t);
       if (m >= kFull - 1 || m <= -kFull) r.clipped = true;
       m = std::clamp(m, -kFull, kFull - 1);

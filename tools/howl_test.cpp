@@ -1,4 +1,4 @@
-// `kafx howl-test [--room RIR.wav] [--howling on|off]`
+// `kafx howl-test [--room RIR.wav] [--howling on|off] [--ramp SECONDS]`
 //
 // The microphone hears a voice-like source (-40 dBFS RMS) plus the
 // loudspeaker through a room: mic = voice + g * (room * out), out being the
@@ -10,6 +10,11 @@
 // limit, the largest gain at which the loop dies out, never clips and its
 // output never exceeds -20 dBFS in any 20 ms window. The difference is the
 // stable gain the canceller adds in that room.
+//
+// By default every run starts at its loop gain with the voice (the harder
+// case: the howl builds from the first syllable). With --ramp SECONDS the
+// gain instead starts 6 dB lower and rises to its value over that time, as
+// an operator turning the volume up; the voice is then that much longer.
 //
 // It also prints what notches alone could do in the room: the open-loop
 // response's loudest point, left after five ideal notches of the
@@ -42,7 +47,7 @@ namespace {
 constexpr kafx_tool::Command kHowlTest{"howl-test"};
 
 constexpr const char* kUsage =
-    "usage: kafx howl-test [--room RIR.wav] [--howling on|off]\n"
+    "usage: kafx howl-test [--room RIR.wav] [--howling on|off] [--ramp SECONDS]\n"
     "\n"
     "Closed-loop feedback simulation: a voice-like source plus the loudspeaker\n"
     "output through a room reaches the microphone, whose signal runs through\n"
@@ -54,7 +59,9 @@ constexpr const char* kUsage =
     "\n"
     "  --room RIR.wav     a measured room impulse response (any rate, first\n"
     "                     channel); default: three built-in synthetic rooms\n"
-    "  --howling on|off   also search with the canceller (default on)\n";
+    "  --howling on|off   also search with the canceller (default on)\n"
+    "  --ramp SECONDS     raise each run's loop gain from 6 dB below to its\n"
+    "                     value over SECONDS (0 to 60; default 0: start at it)\n";
 
 bool read_rir(const std::string& path, std::vector<double>* ir, std::string* error) {
   SF_INFO info{};
@@ -100,17 +107,20 @@ bool quiet_loop(const howl_sim::LoopResult& r) { return !r.clipped && (r.tail_db
 int kafx_howl_test_main(int argc, char** argv) {
   std::string rir_path;
   bool howling = true;
+  int ramp = 0;
   auto option = [&](const std::string& a, const char* v) -> int {
     if (a == "--room") {
       rir_path = v;
     } else if (a == "--howling") {
       if (std::strcmp(v, "on") != 0 && std::strcmp(v, "off") != 0) return kHowlTest.usage_error("--howling takes on or off");
       howling = std::strcmp(v, "on") == 0;
+    } else if (a == "--ramp") {
+      if (!kafx_tool::parse_int(v, 0, 60, &ramp)) return kHowlTest.usage_error("--ramp takes 0 to 60 seconds");
     }
     return 0;
   };
   std::vector<std::string> none;
-  if (const int rc = kafx_tool::parse_command_line(kHowlTest, argc, argv, kUsage, {{"--room", true}, {"--howling", true}},
+  if (const int rc = kafx_tool::parse_command_line(kHowlTest, argc, argv, kUsage, {{"--room", true}, {"--howling", true}, {"--ramp", true}},
                                                    option, {0, 0, ""}, &none);
       rc != 0)
     return rc < 0 ? 0 : rc;
@@ -135,14 +145,15 @@ int kafx_howl_test_main(int argc, char** argv) {
     rooms.push_back(room);
   }
 
-  const std::vector<double> voice = howl_sim::voice_like(4, 7, -40);
-  std::printf("voice-like source at -40 dBFS RMS, 4 s, then 1.5 s of silence; loop gain in dB\n");
+  const std::vector<double> voice = howl_sim::voice_like(4 + ramp, 7, -40);
+  std::printf("voice-like source at -40 dBFS RMS, %d s, then 1.5 s of silence; loop gain in dB\n", 4 + ramp);
+  if (ramp > 0) std::printf("each run's loop gain rises from %.0f dB below its value over %d s\n", howl_sim::kRampDb, ramp);
   for (const howl_sim::Room& room : rooms) {
     std::printf("%s (direct path %.1f ms)\n", room.name.c_str(), room.first_tap() * 1000.0 / howl_sim::kRate);
     double limit = -60;
     bool found = false;
     for (double g = -60; g <= 40; g += 0.25) {
-      if (!quiet_loop(howl_sim::run_loop(room, g, voice, 1.5, [](int*, int) {}))) break;
+      if (!quiet_loop(howl_sim::run_loop(room, g, voice, 1.5, [](int*, int) {}, ramp))) break;
       limit = g;
       found = true;
     }
@@ -168,7 +179,7 @@ int kafx_howl_test_main(int argc, char** argv) {
         low = std::min(low, h.gain);
         done += static_cast<size_t>(n);
         if (done <= voice.size()) at_end = h.gain;
-      });
+      }, ramp);
       howling_canceling_end(&h);
       if (!quiet_loop(r) || r.max_window_db > -20) break;
       best = g;

@@ -44,7 +44,7 @@ void print_usage(FILE* out) {
       "  ktv [options] [VOICE.wav] OUT.wav\n"
       "                   run a mono voice (or a built-in sung phrase) through the\n"
       "                   karaoke voice chain into a stereo file\n"
-      "  howl-test [--room RIR.wav] [--howling on|off]\n"
+      "  howl-test [--room RIR.wav] [--howling on|off] [--ramp SECONDS]\n"
       "                   closed-loop feedback simulation: the largest stable loop\n"
       "                   gain of a room with and without the howling canceller\n"
       "  headphone [options] [IN.wav] OUT.wav\n"

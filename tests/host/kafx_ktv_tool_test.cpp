@@ -141,7 +141,12 @@ TEST_F(KafxKtvToolTest, HowlTestOnAMeasuredRoom) {
   EXPECT_NEAR(limit, -20 * std::log10(1.5 * (1 + 2 * (1 - 147.0 / 160))), 0.5);
   EXPECT_NEAR(bound, 0.0, 0.05);
   EXPECT_EQ(output.find("with the canceller"), std::string::npos);
-  expect_exit_codes({{"howl-test --room " + path("missing.wav"), 1}, {"howl-test --howling maybe", 2}}, path("never.wav"));
+  expect_exit_codes({{"howl-test --room " + path("missing.wav"), 1},
+                     {"howl-test --howling maybe", 2},
+                     {"howl-test --ramp 61", 2},
+                     {"howl-test --ramp -1", 2},
+                     {"howl-test --ramp x", 2}},
+                    path("never.wav"));
 }
 
 }  // namespace

@@ -254,6 +254,26 @@ TEST(HowlingCanceling, ClosedLoopStaysBoundedAboveTheUncompensatedLimit) {
   }
 }
 
+// The loop's gain ramp (kafx howl-test --ramp): one tap of 1 at 10 samples
+// and an impulse in, so out[10 k] / out[10 (k - 1)] is the loop gain at
+// sample 10 k: kRampDb below the final gain at the start, rising linearly in
+// dB, then held; without a ramp it is the final gain throughout.
+TEST(HowlingCanceling, LoopGainRampOfTheSimulation) {
+  howl_sim::Room tap;
+  tap.ir.assign(11, 0);
+  tap.ir[10] = 1;
+  const std::vector<double> impulse = {4194304.0};
+  const int ramp_samples = 96;
+  for (double ramp : {0.0, ramp_samples / static_cast<double>(kRate)}) {
+    const howl_sim::LoopResult r = howl_sim::run_loop(tap, -0.5, impulse, 0.005, [](int*, int) {}, ramp);
+    for (int k = 1; k <= 20; ++k) {
+      const double done = ramp > 0 ? std::min(1.0, 10.0 * k / ramp_samples) : 1.0;
+      const double expected = std::pow(10.0, (-0.5 - howl_sim::kRampDb * (1 - done)) / 20);
+      EXPECT_NEAR(r.out[10 * k] / r.out[10 * (k - 1)], expected, 1e-3) << "ramp " << ramp << " step " << k;
+    }
+  }
+}
+
 // The notch bound of the closed-loop tool: a pure delay is flat, so notches
 // gain nothing; a delay plus one echo of half its level is a comb with
 // peaks of 1.5 and dips of 0.5 every 100 Hz (10 ms), all alike, so five
