@@ -129,6 +129,7 @@ struct ChosenVariant;
 template <const auto& Variants, class R, class... A>
 struct ChosenVariant<Variants, KernelVariants<R (*)(A...)>> {
   using Fn = R (*)(A...);
+  static_assert(std::atomic<Fn>::is_always_lock_free, "a process call must not take a lock");
 
   static R first(A... args) {
     const Fn chosen = choose(Variants);
