@@ -126,8 +126,7 @@ const KernelVariants<BiquadBlock32Pair> biquad_block32_pair_variants = {
     "biquad_block32_pair", {block32_pair_interleaved, nullptr, KAFX_NEON_ONLY(biquad_block32_pair_neon)}};
 
 void biquad_block32_pair(IIR_t* fa, int32_t* a, IIR_t* fb, int32_t* b, int n) {
-  static const BiquadBlock32Pair chosen = choose(biquad_block32_pair_variants);
-  chosen(fa, a, fb, b, n);
+  run_chosen<biquad_block32_pair_variants>(fa, a, fb, b, n);
 }
 
 }  // namespace kafx

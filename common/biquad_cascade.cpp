@@ -569,8 +569,7 @@ const KernelVariants<BiquadCascadePair> biquad_cascade_pair_variants = {
     {cascade_sectionwise, KAFX_AVX2_ONLY(cascade_wavefront), KAFX_NEON_ONLY(biquad_cascade_pair_neon)}};
 
 void biquad_cascade_pair(IIR_t* const* left, int nl, int32_t* l, IIR_t* const* right, int nr, int32_t* r, int n) {
-  static const BiquadCascadePair chosen = choose(biquad_cascade_pair_variants);
-  chosen(left, nl, l, right, nr, r, n);
+  run_chosen<biquad_cascade_pair_variants>(left, nl, l, right, nr, r, n);
 }
 
 const KernelVariants<BiquadSplitEnergies> biquad_split_energies_variants = {
@@ -578,8 +577,7 @@ const KernelVariants<BiquadSplitEnergies> biquad_split_energies_variants = {
 
 void biquad_split_energies(IIR_t* const* left, const int32_t* l, uint64_t* energy_left, IIR_t* const* right,
                            const int32_t* r, uint64_t* energy_right, int count, int n) {
-  static const BiquadSplitEnergies chosen = choose(biquad_split_energies_variants);
-  chosen(left, l, energy_left, right, r, energy_right, count, n);
+  run_chosen<biquad_split_energies_variants>(left, l, energy_left, right, r, energy_right, count, n);
 }
 
 const KernelVariants<BiquadCrossoverStereo> biquad_crossover_stereo_variants = {
@@ -588,8 +586,7 @@ const KernelVariants<BiquadCrossoverStereo> biquad_crossover_stereo_variants = {
 
 void biquad_crossover_stereo(const CrossoverStage* left, const CrossoverStage* right, int stages, int32_t* xl,
                              int32_t* xr, int32_t* const* low_l, int32_t* const* low_r, int n) {
-  static const BiquadCrossoverStereo chosen = choose(biquad_crossover_stereo_variants);
-  chosen(left, right, stages, xl, xr, low_l, low_r, n);
+  run_chosen<biquad_crossover_stereo_variants>(left, right, stages, xl, xr, low_l, low_r, n);
 }
 
 }  // namespace kafx

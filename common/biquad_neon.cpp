@@ -13,9 +13,9 @@
 namespace kafx {
 namespace {
 
-// Lambdas inside NEON functions need the attribute too (GCC on 32-bit ARM),
-// and inline into their caller.
-#if defined(__arm__)
+// Lambdas inside NEON functions need the attribute too (GCC on 32-bit ARM;
+// clang builds the whole file for NEON), and inline into their caller.
+#if defined(__arm__) && !defined(__clang__)
 #define KAFX_TARGET_NEON_LAMBDA __attribute__((target("fpu=neon"), always_inline))
 #else
 #define KAFX_TARGET_NEON_LAMBDA __attribute__((always_inline))

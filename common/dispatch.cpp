@@ -13,6 +13,10 @@ bool isa_available(Isa isa) {
       return true;
     case kIsaAvx2:
 #if KAFX_AVX2_VARIANTS
+      // The variants are chosen while the library loads, possibly before
+      // the compiler runtime's own initialiser has read the processor's
+      // features; this reads them first if not yet done.
+      __builtin_cpu_init();
       return __builtin_cpu_supports("avx2");
 #else
       return false;

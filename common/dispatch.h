@@ -14,10 +14,11 @@
 //     (armhf, whose baseline is VFP only) the NEON functions carry a target
 //     attribute (GCC) or sit in files compiled for NEON (clang), and run
 //     only where the kernel reports NEON (AT_HWCAP).
-// The first call picks the best variant the processor can run and keeps it
-// (a function-local static, so the choice is made once, thread-safely);
-// every variant computes the same integers, which tests/common/
-// dispatch_test.cpp checks against the baseline on odd lengths.
+// The best variant the processor can run is chosen while the library loads
+// and kept in a pointer that every call loads and calls (run_chosen below: no
+// first-call guard, which could take a lock in a real-time thread); every
+// variant computes the same integers, which tests/common/dispatch_test.cpp
+// checks against the baseline on odd lengths.
 //
 // A kernel whose wide form does not pay off everywhere lists only the
 // variants that do (the 16-bit by-2 stages: scalar everywhere, lanes only as
@@ -29,6 +30,7 @@
 #ifndef KAFX_COMMON_DISPATCH_H
 #define KAFX_COMMON_DISPATCH_H
 
+#include <atomic>
 #include <type_traits>
 
 // KAFX_AVX2_VARIANTS (and its older name KAFX_DISPATCH): 1 where AVX2
@@ -55,11 +57,9 @@
 // a file must hold only code that runs after the NEON check (no inline
 // function another file also uses may be emitted in it, or the linker could
 // keep the NEON-built copy). Without KAFX_NEON_FILES clang builds the
-// baseline only. clang keeps GCC's attribute there as a feature name it does
-// not know (compiling each NEON file it prints "'+fpu=neon' is not a
-// recognized feature for this target (ignoring feature)"), which changes no
-// code: a function of a NEON file marked with it (e.g. an always-inline
-// lambda) then inlines into callers marked alike, as with GCC.
+// baseline only. There KAFX_TARGET_NEON is empty: the whole file is built
+// for NEON, and clang does not know GCC's "fpu=neon" feature (it would warn
+// that it ignores it).
 #if (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__aarch64__)
 #define KAFX_NEON_VARIANTS 1
 #define KAFX_TARGET_NEON
@@ -69,7 +69,7 @@
 #elif (!defined(KAFX_DISPATCH) || KAFX_DISPATCH) && defined(__arm__) && defined(__clang__) && defined(KAFX_NEON_FILES) && \
     KAFX_NEON_FILES
 #define KAFX_NEON_VARIANTS 1
-#define KAFX_TARGET_NEON __attribute__((target("fpu=neon")))
+#define KAFX_TARGET_NEON
 #else
 #define KAFX_NEON_VARIANTS 0
 #define KAFX_TARGET_NEON
@@ -111,22 +111,58 @@ F choose(const KernelVariants<F>& v) {
   return v.fn[kIsaBaseline];
 }
 
-// The kernel of a variants table as one function of the kernel's own type:
-// its first call chooses the variant, and every call runs the chosen one.
+// The kernel of a variants table as one function of the kernel's own type,
+// running the variant chosen for this processor:
 //   constexpr auto quantile_update = run_chosen<quantile_update_variants>;
+// or called in place: run_chosen<gain_run_q13_variants>(in, out, gain, n).
+// The choice is kept in `slot`, which is constant-initialised (valid before
+// any constructor of the library runs) to `first`; `at_load`, a namespace-
+// scope initialiser, replaces it with the chosen variant while the library
+// loads, so a process call is a relaxed load (a plain load on x86-64 and ARM)
+// and an indirect call. A call made before that, from another file's
+// load-time initialiser, runs `first`, which chooses, stores and runs the
+// variant. Every thread that gets there stores the same pointer, and the
+// slot is atomic, so there is no lock and no data race.
 template <const auto& Variants, class Table = std::remove_cvref_t<decltype(Variants)>>
 struct ChosenVariant;
 
 template <const auto& Variants, class R, class... A>
 struct ChosenVariant<Variants, KernelVariants<R (*)(A...)>> {
-  static R run(A... args) {
-    static const auto chosen = choose(Variants);
+  using Fn = R (*)(A...);
+  static_assert(std::atomic<Fn>::is_always_lock_free, "a process call must not take a lock");
+
+  static R first(A... args) {
+    const Fn chosen = choose(Variants);
+    slot.store(chosen, std::memory_order_relaxed);
     return chosen(args...);
+  }
+
+  static constinit inline std::atomic<Fn> slot{&first};
+  static inline const bool at_load = (slot.store(choose(Variants), std::memory_order_relaxed), true);
+
+  static R run(A... args) {
+    // Naming at_load makes every kernel that is run have its load-time
+    // choice.
+    static_cast<void>(&at_load);
+    return slot.load(std::memory_order_relaxed)(args...);
+  }
+
+  // The chosen variant itself (for code that branches on which one runs).
+  static Fn get() {
+    static_cast<void>(&at_load);
+    const Fn f = slot.load(std::memory_order_relaxed);
+    return f != &first ? f : choose(Variants);
   }
 };
 
 template <const auto& Variants>
 inline constexpr auto run_chosen = &ChosenVariant<Variants>::run;
+
+// The variant of a variants table that run_chosen runs on this processor.
+template <const auto& Variants>
+auto chosen_variant() {
+  return ChosenVariant<Variants>::get();
+}
 
 }  // namespace kafx
 
@@ -158,16 +194,13 @@ inline constexpr auto run_chosen = &ChosenVariant<Variants>::run;
 // Defines, from the always-inline body `name##_body` (written just before):
 //   ret name##_baseline params, ret name##_avx2 params (x86-64),
 //   const kafx::KernelVariants<ret (*) params> name##_variants, and
-//   ret name params, which runs the chosen variant.
+//   ret name params, which runs the chosen variant (run_chosen).
 // `params` is the parenthesised parameter list, `args` the names in order.
 #define KAFX_KERNEL_VARIANTS(ret, name, params, args)                                 \
   ret name##_baseline params { return name##_body args; }                            \
   KAFX_AVX2_VARIANT_(ret, name, params, args)                                        \
   const ::kafx::KernelVariants<ret(*) params> name##_variants = {                    \
       #name, {name##_baseline, KAFX_AVX2_PTR(name)}};                                \
-  ret name params {                                                                  \
-    static const auto chosen = ::kafx::choose(name##_variants);                      \
-    return chosen args;                                                              \
-  }
+  ret name params { return ::kafx::run_chosen<name##_variants> args; }
 
 #endif

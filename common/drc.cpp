@@ -190,7 +190,7 @@ template <bool kPair>
 [[gnu::always_inline]] inline int glide_runs(Block& a, Block& b) {
   // Without a wide build of the glide, the scalar steps go sample by sample
   // (the two recursions side by side), which costs less than runs.
-  static const bool wide = choose(drc_glide_variants) != drc_glide_variants.fn[kIsaBaseline];
+  const bool wide = chosen_variant<drc_glide_variants>() != drc_glide_variants.fn[kIsaBaseline];
   const auto moving = [&] { return a.moving() || (kPair && b.moving()); };
   int i = 0;
   if (!wide) {

@@ -116,32 +116,28 @@ const KernelVariants<DrcBlockStatsFn> drc_block_stats_variants = {
     "drc_block_stats", {block_stats_scalar, KAFX_AVX2_ONLY(block_stats_avx2), KAFX_NEON_ONLY(drc_block_stats_neon)}};
 
 DrcBlockStats drc_block_stats(const int32_t* x, int n) {
-  static const DrcBlockStatsFn chosen = choose(drc_block_stats_variants);
-  return chosen(x, n);
+  return run_chosen<drc_block_stats_variants>(x, n);
 }
 
 const KernelVariants<DrcDelayGainFn> drc_delay_gain_variants = {
     "drc_delay_gain", {delay_gain_scalar, KAFX_AVX2_ONLY(delay_gain_avx2), KAFX_NEON_ONLY(drc_delay_gain_neon)}};
 
 void drc_delay_gain(int32_t* line, const int32_t* in, int32_t* out, int n, int32_t gain) {
-  static const DrcDelayGainFn chosen = choose(drc_delay_gain_variants);
-  chosen(line, in, out, n, gain);
+  run_chosen<drc_delay_gain_variants>(line, in, out, n, gain);
 }
 
 const KernelVariants<DrcDelayGainsFn> drc_delay_gains_variants = {
     "drc_delay_gains", {delay_gains_scalar, nullptr, KAFX_NEON_ONLY(drc_delay_gains_neon)}};
 
 void drc_delay_gains(int32_t* line, const int32_t* in, int32_t* out, int n, const int32_t* gains) {
-  static const DrcDelayGainsFn chosen = choose(drc_delay_gains_variants);
-  chosen(line, in, out, n, gains);
+  run_chosen<drc_delay_gains_variants>(line, in, out, n, gains);
 }
 
 const KernelVariants<DrcGlideFn> drc_glide_variants = {
     "drc_glide", {glide_scalar, nullptr, KAFX_NEON_ONLY(drc_glide_neon)}};
 
 void drc_glide(DrcGlide* g, int32_t* total_a, int32_t* total_b, int n) {
-  static const DrcGlideFn chosen = choose(drc_glide_variants);
-  chosen(g, total_a, total_b, n);
+  run_chosen<drc_glide_variants>(g, total_a, total_b, n);
 }
 
 }  // namespace kafx

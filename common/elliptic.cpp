@@ -82,7 +82,7 @@ const KernelVariants<EllipticFeedForward> elliptic_feedforward_variants = {
 // in local arrays, oldest first.
 void elliptic_block(elliptic* e, const int32_t* in, int32_t* out, int n) {
   if (n <= 0) return;
-  static const EllipticFeedForward feedforward = choose(elliptic_feedforward_variants);
+  constexpr auto feedforward = run_chosen<elliptic_feedforward_variants>;
   int32_t b[7];
   int64_t a[7];  // a[1..6]
   for (int k = 0; k < 7; ++k) b[k] = e->coefficients[k];

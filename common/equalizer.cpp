@@ -124,8 +124,7 @@ void equalizer_process_stereo(equalizer_t* eq, int* in_left, int* in_right, int*
 }
 
 void equalizer_process_mono(equalizer_t* eq, int* in, int* out, int count) {
-  static const GainRunQ13 input_gain = choose(gain_run_q13_variants);
-  input_gain(in, out, eq->gain, count);
+  run_chosen<gain_run_q13_variants>(in, out, eq->gain, count);
   biquad_cascade(eq->left_band, kBands, out, count);
 }
 

@@ -137,7 +137,7 @@ const KernelVariants<NldPolynomialRun> nld_polynomial_run_variants = {
     {polynomial_run_reference, KAFX_AVX2_ONLY(polynomial_run_avx2), KAFX_NEON_ONLY(nld_polynomial_run_neon)}};
 
 void nld_process_block(NLD* d, const int32_t* in, int32_t* out, int n) {
-  static const NldPolynomialRun run = choose(nld_polynomial_run_variants);
+  constexpr auto run = run_chosen<nld_polynomial_run_variants>;
   if (d->clip_flag != 0) {
     for (int i = 0; i < n; ++i) out[i] = clip_step(d, in[i]);
     run(d->coef, out, out, n);

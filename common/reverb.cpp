@@ -404,24 +404,25 @@ namespace {
 // Eight combs fed the same input: acc[i] += the sum of their outputs.
 template <int S>
 void comb_bank(comber* const* c, const int32_t* x, int32_t* acc, int n) {
-  static const ReverbCombBank chosen =
-      choose(S == 5 ? reverb_comb_bank_working_variants : reverb_comb_bank_16_variants);
-  chosen(c, x, acc, n);
+  if constexpr (S == 5)
+    run_chosen<reverb_comb_bank_working_variants>(c, x, acc, n);
+  else
+    run_chosen<reverb_comb_bank_16_variants>(c, x, acc, n);
 }
 
 // Both channels' banks of eight, each fed its own input.
 template <int S>
 void comb_banks(comber* const* left, comber* const* right, const int32_t* xl, const int32_t* xr, int32_t* al,
                 int32_t* ar, int n) {
-  static const ReverbCombBanks chosen =
-      choose(S == 5 ? reverb_comb_banks_working_variants : reverb_comb_banks_16_variants);
-  chosen(left, right, xl, xr, al, ar, n);
+  if constexpr (S == 5)
+    run_chosen<reverb_comb_banks_working_variants>(left, right, xl, xr, al, ar, n);
+  else
+    run_chosen<reverb_comb_banks_16_variants>(left, right, xl, xr, al, ar, n);
 }
 
 // One all-pass over a run, in place.
 void allpass_stage(allpass* a, int32_t* v, int n) {
-  static const ReverbAllpassRun chosen = choose(reverb_allpass_run_variants);
-  chosen(a, v, n);
+  run_chosen<reverb_allpass_run_variants>(a, v, n);
 }
 
 // Comb banks and all-pass chains of both channels over a run; S picks the
@@ -444,7 +445,7 @@ void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Samp
   int32_t xl[kChunk], xr[kChunk], al[kChunk], ar[kChunk];
   const int32_t gain = r->gain;
   if constexpr (sizeof(Sample) == sizeof(int32_t)) {
-    static const GainRunQ13 input_gain = choose(gain_run_q13_variants);
+    constexpr auto input_gain = run_chosen<gain_run_q13_variants>;
     input_gain(in_left, xl, gain, n);
     input_gain(in_right, xr, gain, n);
   } else {
@@ -459,7 +460,7 @@ void stereo_run(reverb_t* r, const Sample* in_left, const Sample* in_right, Samp
   if constexpr (S == 5) {
     // The mixes of the run first (into the wet sums' own arrays), then the
     // DC blockers' recursions.
-    static const ReverbMix mix_run = choose(reverb_mix_variants);
+    constexpr auto mix_run = run_chosen<reverb_mix_variants>;
     const int32_t gains[3] = {wet1, wet2, dry_gain};
     mix_run(gains, al, ar, in_left, in_right, al, ar, n);
     for (int i = 0; i < n; ++i) {

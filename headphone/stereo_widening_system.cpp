@@ -345,9 +345,8 @@ void reflector_rooms(early_reflector* e, int32_t* acc_l, int32_t* acc_r, int n) 
   std::memcpy(qr, acc_r, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_l, 0, static_cast<size_t>(n) * sizeof(int32_t));
   std::memset(acc_r, 0, static_cast<size_t>(n) * sizeof(int32_t));
-  static const CombStereo4 combs = choose(comb_stereo4_working_variants);
-  combs(e->comb_left, e->comb_right, ql, qr, acc_l, acc_r, n);
-  static const ReverbAllpassRun allpass_run = choose(reverb_allpass_run_variants);
+  run_chosen<comb_stereo4_working_variants>(e->comb_left, e->comb_right, ql, qr, acc_l, acc_r, n);
+  constexpr auto allpass_run = run_chosen<reverb_allpass_run_variants>;
   for (int k = 0; k < 2; ++k) {
     allpass_run(e->allpass_left[k], acc_l, n);
     allpass_run(e->allpass_right[k], acc_r, n);

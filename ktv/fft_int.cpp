@@ -542,8 +542,7 @@ void fft_int_bitreverse(complex* bins) {
 void fft_int_transform(complex* bins) { transform(bins, kN, 1); }
 
 void fft_int_level(const complex* bins, int* level) {
-  static const FftLevel level_of = choose(fft_int_level_variants);
-  level_of(bins, level);
+  run_chosen<fft_int_level_variants>(bins, level);
 }
 
 int fft_int_find_peaks(const int* level, int* peaks) {
@@ -594,8 +593,7 @@ int fft_int_refine(const complex* bins, int k) {
 }
 
 int fft_int_analyze(const int* in, complex* bins, int* level, int* peaks) {
-  static const FftRealTransform transform_real = choose(fft_int_real_transform_variants);
-  transform_real(in, bins);
+  run_chosen<fft_int_real_transform_variants>(in, bins);
   fft_int_level(bins, level);
   return fft_int_find_peaks(level, peaks);
 }

@@ -170,8 +170,8 @@ int kedo_audio_tx_ktv_process_16(kedo_audio_tx_ktv_t* c, void* in, void* out_lef
   const auto* x = static_cast<const int16_t*>(in);
   auto* ol = static_cast<int16_t*>(out_left);
   auto* orr = static_cast<int16_t*>(out_right);
-  static const KtvFrameIn16 frame_in = choose(ktv_frame_in16_variants);
-  static const KtvFrameOut16 frame_out = choose(ktv_frame_out16_variants);
+  constexpr auto frame_in = run_chosen<ktv_frame_in16_variants>;
+  constexpr auto frame_out = run_chosen<ktv_frame_out16_variants>;
   int32_t* const left = c->left;
   int32_t* const right = c->right;
   frame_in(x, left, count);

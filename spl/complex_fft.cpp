@@ -569,10 +569,7 @@ int fft_inverse_rounding_baseline(int16_t* f, int n) { return fft_inverse_roundi
 #define KAFX_FFT_VARIANTS(ret, name, params, args)                                               \
   const KernelVariants<ret(*) params> name##_variants = {#name,                                  \
                                                          {name##_baseline, KAFX_AVX2_ONLY(name##_avx2)}}; \
-  ret name params {                                                                              \
-    static const auto chosen = choose(name##_variants);                                          \
-    return chosen args;                                                                          \
-  }
+  ret name params { return run_chosen<name##_variants> args; }
 KAFX_FFT_VARIANTS(void, fft_forward_truncating, (int16_t* f, int n), (f, n))
 KAFX_FFT_VARIANTS(void, fft_forward_rounding, (int16_t* f, int n), (f, n))
 KAFX_FFT_VARIANTS(int, fft_inverse_truncating, (int16_t* f, int n), (f, n))

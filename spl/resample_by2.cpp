@@ -383,13 +383,11 @@ const KernelVariants<By2Stage16> upsample_by2_variants = {
     "upsample_by2", {upsample_by2_scalar, KAFX_AVX2_ONLY(upsample_by2_lanes)}};
 
 void downsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st) {
-  static const By2Stage16 chosen = choose(downsample_by2_variants);
-  chosen(in, len, out, st);
+  run_chosen<downsample_by2_variants>(in, len, out, st);
 }
 
 void upsample_by2(const int16_t* in, int len, int16_t* out, int32_t* st) {
-  static const By2Stage16 chosen = choose(upsample_by2_variants);
-  chosen(in, len, out, st);
+  run_chosen<upsample_by2_variants>(in, len, out, st);
 }
 
 // ---------------------------------------------------------------------------
@@ -667,10 +665,7 @@ void lp_int_to_int_scalar(const int32_t* in, int len, int32_t* out, int32_t* st)
   KAFX_AVX2_VARIANT_(void, name, params, args)                                                   \
   const KernelVariants<void(*) params> name##_variants = {                                       \
       #name, {KAFX_BY2_BASELINE(name), KAFX_AVX2_PTR(name)}};                                    \
-  void name params {                                                                             \
-    static const auto chosen = choose(name##_variants);                                          \
-    chosen args;                                                                                 \
-  }
+  void name params { run_chosen<name##_variants> args; }
 
 KAFX_BY2_STAGE(down_int_to_short, (int32_t* in, int len, int16_t* out, int32_t* st), (in, len, out, st))
 KAFX_BY2_STAGE(down_short_to_int, (const int16_t* in, int len, int32_t* out, int32_t* st), (in, len, out, st))

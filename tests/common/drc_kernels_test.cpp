@@ -97,6 +97,58 @@ bool same_state(const kafx::DrcGlide& a, const kafx::DrcGlide& b) {
   return std::equal(a.gain, a.gain + 2, b.gain) && std::equal(a.denoise, a.denoise + 2, b.denoise);
 }
 
+// One run of a look-ahead stretch kernel, fn(line, in, out, n, gain) with a
+// fixed gain or fn(line, in, out, n, gains) with one per sample, on copies of
+// line0 and in, each with canaries past its end; in place, out starts as the
+// copy of in and is the input.
+struct Stretch {
+  Guarded<int32_t> line, out;
+  template <class Fn, class Gain>
+  Stretch(Fn fn, const std::vector<int32_t>& line0, const std::vector<int32_t>& in, Gain gain, bool in_place)
+      : line(line0.size()), out(in.size()) {
+    std::copy(line0.begin(), line0.end(), line.data());
+    std::copy(in.begin(), in.end(), out.data());
+    fn(line.data(), in_place ? out.data() : in.data(), out.data(), static_cast<int>(in.size()), gain);
+  }
+};
+
+// The baseline stretch against its definition: the line now holds the
+// input, and out[k] is the delayed sample times the gain of sample k.
+template <class Fn, class Gain, class GainAt>
+void expect_stretch_definition(Fn base, const std::vector<int32_t>& line0, const std::vector<int32_t>& in, Gain gain,
+                               GainAt gain_at) {
+  const int n = static_cast<int>(in.size());
+  const Stretch s(base, line0, in, gain, false);
+  EXPECT_TRUE(std::equal(in.begin(), in.end(), s.line.v.begin()));
+  for (int k = 0; k < n; ++k) ASSERT_EQ(s.out.v[k], gain_model(line0[k], gain_at(k))) << "n " << n << " k " << k;
+  EXPECT_TRUE(s.line.guards_intact() && s.out.guards_intact());
+}
+
+// One call of a glide build from state g beside the baseline's from h (equal
+// on entry): the states stay equal, and so do the totals written.
+template <class Fn>
+void expect_glide_like_baseline(Fn fn, Fn base, kafx::DrcGlide& g, kafx::DrcGlide& h, int n) {
+  Guarded<int32_t> ga(n), gb(n), ha(n), hb(n);
+  fn(&g, ga.data(), gb.data(), n);
+  base(&h, ha.data(), hb.data(), n);
+  ASSERT_TRUE(same_state(g, h));
+  ASSERT_EQ(ga.v, ha.v);
+  ASSERT_EQ(gb.v, hb.v);
+  EXPECT_TRUE(ga.guards_intact() && gb.guards_intact());
+}
+
+// A stretch build against the baseline, in place and out of place.
+template <class Fn, class Gain>
+void expect_stretch_like_baseline(Fn fn, Fn base, const std::vector<int32_t>& line0, const std::vector<int32_t>& in,
+                                  Gain gain) {
+  for (bool in_place : {false, true}) {
+    const Stretch a(fn, line0, in, gain, in_place), b(base, line0, in, gain, in_place);
+    ASSERT_EQ(a.line.v, b.line.v) << (in_place ? "in place" : "out of place");
+    ASSERT_EQ(a.out.v, b.out.v) << (in_place ? "in place" : "out of place");
+    EXPECT_TRUE(a.line.guards_intact() && a.out.guards_intact());
+  }
+}
+
 }  // namespace
 
 TEST(DrcKernels, BaselineStatsEqualDirectSums) {
@@ -119,29 +171,21 @@ TEST(DrcKernels, BaselineStatsEqualDirectSums) {
   EXPECT_EQ(base(all_min, 0).sum, 0);
 }
 
-TEST(DrcKernels, BaselineGainStretchEqualsDefinition) {
-  const auto base = kafx::drc_delay_gain_variants.fn[kafx::kIsaBaseline];
+TEST(DrcKernels, BaselineStretchesEqualDefinition) {
+  const auto fixed = kafx::drc_delay_gain_variants.fn[kafx::kIsaBaseline];
+  const auto per_sample = kafx::drc_delay_gains_variants.fn[kafx::kIsaBaseline];
   for (int32_t gain : kGains)
     for (int n : kOddLengths) {
-      const std::vector<int32_t> line0 = input(static_cast<int>(gain & 3), n, 5u * n);
-      const std::vector<int32_t> in = input(2, n, 7u * n);
-      std::vector<int32_t> line = line0, out(static_cast<size_t>(n));
-      base(line.data(), in.data(), out.data(), n, gain);
-      EXPECT_EQ(line, in);
-      for (int k = 0; k < n; ++k) ASSERT_EQ(out[k], gain_model(line0[k], gain)) << gain << " " << n << " " << k;
+      SCOPED_TRACE(gain);
+      expect_stretch_definition(fixed, input(static_cast<int>(gain & 3), n, 5u * n), input(2, n, 7u * n), gain,
+                                [gain](int) { return gain; });
     }
-}
-
-TEST(DrcKernels, BaselinePerSampleGainsEqualDefinition) {
-  const auto base = kafx::drc_delay_gains_variants.fn[kafx::kIsaBaseline];
   for (int kind = 0; kind < 4; ++kind)
     for (int n : kOddLengths) {
-      const std::vector<int32_t> line0 = input(kind, n, 5u * n + kind);
-      const std::vector<int32_t> in = input(2, n, 7u * n), gains = gain_run(n, 3u * n + kind);
-      std::vector<int32_t> line = line0, out(static_cast<size_t>(n));
-      base(line.data(), in.data(), out.data(), n, gains.data());
-      EXPECT_EQ(line, in);
-      for (int k = 0; k < n; ++k) ASSERT_EQ(out[k], gain_model(line0[k], gains[k])) << kind << " " << n << " " << k;
+      SCOPED_TRACE(kind);
+      const std::vector<int32_t> gains = gain_run(n, 3u * n + kind);
+      expect_stretch_definition(per_sample, input(kind, n, 5u * n + kind), input(2, n, 7u * n), gains.data(),
+                                [&gains](int k) { return gains[static_cast<size_t>(k)]; });
     }
 }
 
@@ -199,43 +243,22 @@ TEST(DrcKernels, VariantsEqualBaseline) {
   const int gains = kafx_test::for_each_variant(kafx::drc_delay_gain_variants, [](auto fn, auto base) {
     for (int32_t gain : kGains)
       for (int kind = 0; kind < 4; ++kind)
-        for (int n : {1, 7, 8, 9, 17, 37, 127, 240, 1031})
-          for (bool in_place : {false, true}) {
-            const std::vector<int32_t> line0 = input(kind, n, 13u * n + kind);
-            const std::vector<int32_t> in = input((kind + 1) % 4, n, 17u * n);
-            Guarded<int32_t> la(n), lb(n), oa(n), ob(n);
-            std::copy(line0.begin(), line0.end(), la.data());
-            std::copy(line0.begin(), line0.end(), lb.data());
-            std::copy(in.begin(), in.end(), oa.data());
-            std::copy(in.begin(), in.end(), ob.data());
-            const int32_t* ia = in_place ? oa.data() : in.data();
-            const int32_t* ib = in_place ? ob.data() : in.data();
-            fn(la.data(), ia, oa.data(), n, gain);
-            base(lb.data(), ib, ob.data(), n, gain);
-            ASSERT_EQ(la.v, lb.v) << gain << " " << kind << " " << n;
-            ASSERT_EQ(oa.v, ob.v) << gain << " " << kind << " " << n << (in_place ? " in place" : "");
-            EXPECT_TRUE(la.guards_intact() && oa.guards_intact());
-          }
+        for (int n : {1, 7, 8, 9, 17, 37, 127, 240, 1031}) {
+          SCOPED_TRACE(testing::Message() << gain << " " << kind << " " << n);
+          expect_stretch_like_baseline(fn, base, input(kind, n, 13u * n + kind), input((kind + 1) % 4, n, 17u * n),
+                                       gain);
+          if (testing::Test::HasFatalFailure()) return;
+        }
   });
   const int per_sample = kafx_test::for_each_variant(kafx::drc_delay_gains_variants, [](auto fn, auto base) {
     for (int kind = 0; kind < 4; ++kind)
-      for (int n : {1, 3, 4, 5, 7, 8, 9, 17, 37, 127, 240, 1031})
-        for (bool in_place : {false, true}) {
-          const std::vector<int32_t> line0 = input(kind, n, 19u * n + kind);
-          const std::vector<int32_t> in = input((kind + 2) % 4, n, 23u * n), gains = gain_run(n, 29u * n + kind);
-          Guarded<int32_t> la(n), lb(n), oa(n), ob(n);
-          std::copy(line0.begin(), line0.end(), la.data());
-          std::copy(line0.begin(), line0.end(), lb.data());
-          std::copy(in.begin(), in.end(), oa.data());
-          std::copy(in.begin(), in.end(), ob.data());
-          const int32_t* ia = in_place ? oa.data() : in.data();
-          const int32_t* ib = in_place ? ob.data() : in.data();
-          fn(la.data(), ia, oa.data(), n, gains.data());
-          base(lb.data(), ib, ob.data(), n, gains.data());
-          ASSERT_EQ(la.v, lb.v) << kind << " " << n;
-          ASSERT_EQ(oa.v, ob.v) << kind << " " << n << (in_place ? " in place" : "");
-          EXPECT_TRUE(la.guards_intact() && oa.guards_intact());
-        }
+      for (int n : {1, 3, 4, 5, 7, 8, 9, 17, 37, 127, 240, 1031}) {
+        SCOPED_TRACE(testing::Message() << kind << " " << n);
+        const std::vector<int32_t> gains = gain_run(n, 29u * n + kind);
+        expect_stretch_like_baseline(fn, base, input(kind, n, 19u * n + kind), input((kind + 2) % 4, n, 23u * n),
+                                     gains.data());
+        if (testing::Test::HasFatalFailure()) return;
+      }
   });
   const int glides = kafx_test::for_each_variant(kafx::drc_glide_variants, [](auto fn, auto base) {
     std::mt19937 rng(2024);
@@ -246,13 +269,9 @@ TEST(DrcKernels, VariantsEqualBaseline) {
         const int n = trial < 300 ? 1 + trial % 3 : kOddLengths[trial % 5];
         kafx::DrcGlide g = glide_state(rng, kind), h = g;
         for (int call = 0; call < 3; ++call) {
-          Guarded<int32_t> ga(n), gb(n), ha(n), hb(n);
-          fn(&g, ga.data(), gb.data(), n);
-          base(&h, ha.data(), hb.data(), n);
-          ASSERT_TRUE(same_state(g, h)) << kind << " " << trial << " " << call;
-          ASSERT_EQ(ga.v, ha.v) << kind << " " << trial << " " << call;
-          ASSERT_EQ(gb.v, hb.v) << kind << " " << trial << " " << call;
-          EXPECT_TRUE(ga.guards_intact() && gb.guards_intact());
+          SCOPED_TRACE(testing::Message() << kind << " " << trial << " " << call);
+          expect_glide_like_baseline(fn, base, g, h, n);
+          if (testing::Test::HasFatalFailure()) return;
         }
       }
     // Every pair of start and target on a grid around the boundaries.
@@ -262,12 +281,9 @@ TEST(DrcKernels, VariantsEqualBaseline) {
           const int64_t to = int64_t{base_gain} + sign * int64_t{e};
           const auto target = static_cast<int32_t>(std::clamp<int64_t>(to, INT32_MIN, INT32_MAX));
           kafx::DrcGlide g{{base_gain, target}, {target, base_gain}, {target, base_gain}, {base_gain, target}}, h = g;
-          Guarded<int32_t> ga(64), gb(64), ha(64), hb(64);
-          fn(&g, ga.data(), gb.data(), 64);
-          base(&h, ha.data(), hb.data(), 64);
-          ASSERT_TRUE(same_state(g, h)) << base_gain << " " << sign * e;
-          ASSERT_EQ(ga.v, ha.v) << base_gain << " " << sign * e;
-          ASSERT_EQ(gb.v, hb.v) << base_gain << " " << sign * e;
+          SCOPED_TRACE(testing::Message() << base_gain << " " << sign * e);
+          expect_glide_like_baseline(fn, base, g, h, 64);
+          if (testing::Test::HasFatalFailure()) return;
         }
   });
   // The statistics have every build the gain stretch has; the per-sample
