@@ -4,11 +4,12 @@
 // loudspeaker through a room: mic = voice + g * (room * out), out being the
 // microphone processed by the howling canceller (libkafx_proc, 240-sample
 // frames at 48 kHz; the room delay, at least one frame, keeps the loop
-// causal). For each room the tool searches, in 0.25 dB steps, the largest
-// loop gain g at which the loop without the canceller still dies out after
-// the voice stops; then, with the canceller, in 0.5 dB steps above that
-// limit, the largest gain at which the loop dies out, never clips and its
-// output never exceeds -20 dBFS in any 20 ms window. The difference is the
+// causal). For each room the tool searches, to 0.25 dB (upwards in 2 dB
+// steps, then in 0.25 dB steps), the largest loop gain g at which the loop
+// without the canceller still dies out after the voice stops; then, with
+// the canceller, in 0.5 dB steps above that limit, the largest gain at
+// which the loop dies out, never clips and its output never exceeds
+// -20 dBFS in any 20 ms window. The difference is the
 // stable gain the canceller adds in that room.
 //
 // By default every run starts at its loop gain with the voice (the harder
@@ -150,13 +151,18 @@ int kafx_howl_test_main(int argc, char** argv) {
   if (ramp > 0) std::printf("each run's loop gain rises from %.0f dB below its value over %d s\n", howl_sim::kRampDb, ramp);
   for (const howl_sim::Room& room : rooms) {
     std::printf("%s (direct path %.1f ms)\n", room.name.c_str(), room.first_tap() * 1000.0 / howl_sim::kRate);
+    // Upwards in 2 dB steps to the first gain that howls, then in 0.25 dB
+    // steps from the last quiet one (the loop's stability does not come
+    // back above the gain where it first howls).
+    const auto quiet_at = [&](double g) { return quiet_loop(howl_sim::run_loop(room, g, voice, 1.5, [](int*, int) {}, ramp)); };
     double limit = -60;
     bool found = false;
-    for (double g = -60; g <= 40; g += 0.25) {
-      if (!quiet_loop(howl_sim::run_loop(room, g, voice, 1.5, [](int*, int) {}, ramp))) break;
+    for (double g = -60; g <= 40 && quiet_at(g); g += 2) {
       limit = g;
       found = true;
     }
+    const double coarse = limit;
+    for (double g = coarse + 0.25; found && g < coarse + 2 && g <= 40 && quiet_at(g); g += 0.25) limit = g;
     if (!found) {
       std::printf("  without the canceller: unstable even at -60 dB\n");
       continue;
