@@ -377,7 +377,6 @@ inline double loop_gain(double gain_db, double ramp_seconds, size_t t) {
 inline LoopResult run_loop(const Room& room, double gain_db, const std::vector<double>& voice, double tail_seconds,
                            const std::function<void(int*, int)>& process, double ramp_seconds = 0) {
   Path path(room);
-  const double fixed_gain = db_to_lin(gain_db);
   const int block = std::clamp(room.first_tap(), 1, 240);
   const size_t total = voice.size() + static_cast<size_t>(tail_seconds * kRate);
   LoopResult r;
@@ -388,7 +387,7 @@ inline LoopResult run_loop(const Room& room, double gain_db, const std::vector<d
     for (int i = 0; i < n; ++i) {
       const size_t t = start + i;
       // The first tap is at least one block late: only earlier outputs count.
-      const double g = ramp_seconds > 0 ? loop_gain(gain_db, ramp_seconds, t) : fixed_gain;
+      const double g = loop_gain(gain_db, ramp_seconds, t);
       double m = (t < voice.size() ? voice[t] : 0.0) + g * path.next(r.out, t);
       if (m >= kFull - 1 || m <= -kFull) r.clipped = true;
       m = std::clamp(m, -kFull, kFull - 1);

@@ -16,6 +16,7 @@
 #include "kafx_proc/elliptic.h"
 #include "kafx_proc/fft_int.h"
 #include "kafx_proc/howling_canceling.h"
+#include "common/fixed_point.h"
 #include "ktv/howling_canceling_tables.h"
 #include "tools/howl_sim.h"
 
@@ -23,7 +24,7 @@ namespace {
 
 using howl_sim::kRate;
 using Seq = std::vector<int>;
-constexpr int kQ13 = 8192;  // unity gain
+using kafx::kQ13One;  // unity gain
 
 struct Canceller {
   howlingCancel h{};
@@ -240,13 +241,13 @@ TEST(HowlingCanceling, ClosedLoopStaysBoundedAboveTheUncompensatedLimit) {
     // -6 dBFS) for well under a second, and the loop dies out after the
     // voice.
     Canceller k6;
-    int lowest = kQ13;
+    int lowest = kQ13One;
     const howl_sim::LoopResult r6 = howl_sim::run_loop(room, limit + 6, voice, 1.5, [&](int* b, int n) {
       howling_canceling_process(&k6.h, b, b, n);
       lowest = std::min(lowest, k6.h.gain);
     });
     EXPECT_TRUE(r6.tail_db < -90 || r6.tail_db < r6.end_voice_db - 1) << room.name << " +6 dB";
-    EXPECT_LT(lowest, kQ13 / 2) << room.name << " +6 dB";
+    EXPECT_LT(lowest, kQ13One / 2) << room.name << " +6 dB";
     const Seq out6 = to_int(r6.out);
     size_t loud = 0;
     for (size_t s = 0; s + kRate / 100 <= out6.size(); s += kRate / 100) loud += rms_db(out6, s, kRate / 100) > -6;
