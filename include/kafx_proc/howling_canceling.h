@@ -95,36 +95,34 @@
  *     -20 dBFS: no notch locks; level change -0.05 to -0.25 dB (the 30 Hz
  *     DC blocker; one voice seed sees the gain dip 1 dB for a moment).
  *   - closed loop, voice at -40 dBFS RMS, three synthetic rooms (direct
- *     path 5, 9 and 20 ms, four reflections, loudspeaker low- and high-pass):
- *     largest stable gain without the canceller -6.5, -7.25, -6.5 dB.
- *     With the canceller, in 0.5 dB steps above that limit, the loop stays
- *     bounded (never clips, dies out after the voice) up to +6 dB in the 5 ms
- *     and 9 ms rooms and up to +4.5 dB in the 20 ms room. From +5 dB the
- *     20 ms room clips before it is caught: its modes lie 50 Hz apart,
- *     closer than the analysis resolves, and build up as one broad hump
- *     with no clear peak until one of them takes over. Once that howl stands
- *     24 dB above the band it locks, the gain comes down and the loop dies
- *     out after the voice (at +6 dB the output is at full scale from 0.29
- *     to 0.50 s; up to +8 dB alike). Loudest 20 ms of output at +3 dB:
- *     -20.1, -22.6, -23.2 dBFS; at +6 dB: -15.0, -20.7 and -0.8 dBFS.
- *     The -20 dBFS ceiling holds without a break up to +3.5 dB (5 ms room)
- *     and +3 dB (9 ms room); in the 20 ms room a slow build-up at +1 dB
- *     reaches -13 dBFS before the slow rule locks, though +1.5 to +3 dB
- *     stay below -23 dBFS. Added stable gain as kafx howl-test counts it
- *     (every step up to it stable and below -20 dBFS): 3.5, 3.0 and
- *     0.5 dB. Most of it is the gain rule's: in those runs the gain sits at
- *     -10.8 dB when the voice ends in the 5 ms and 9 ms rooms.
- *     Every run above starts at its gain with the voice, the howl building
- *     from the first syllable. Raised to the gain over 3 s instead (kafx
- *     howl-test --ramp 3, an operator turning the volume up; 7 s of
- *     voice), the added stable gain is 9.5, 7.0 and 1.0 dB: the 5 ms and
- *     9 ms rooms hold the ceiling beyond +6 dB, while in the 20 ms room the
- *     close modes still reach full scale from +1.5 dB before a notch locks.
- *     Notches alone are bounded by the rooms themselves: cutting the
- *     loudest point of the open-loop response and +-115 Hz around it five
- *     times leaves 2.1, 2.0 and 0.9 dB below the original peak (kafx
- *     howl-test prints this bound), so five notches of this width cannot
- *     add 3 dB in these rooms, whatever their detector.
+ *     path 5, 9 and 20 ms, four reflections, loudspeaker low- and high-pass;
+ *     tools/howl_sim.h). Each run starts at its loop gain with the voice, the
+ *     howl building from the first syllable. Loudest 20 ms of output, dBFS
+ *     (clip: the microphone reaches full scale before the howl is caught):
+ *
+ *       room   limit without   +3 dB   +6 dB        added    --ramp 3   5 ideal
+ *              the canceller                        stable   added      notches
+ *       5 ms   -6.5 dB         -20.1   -15.0        3.5 dB   9.5 dB     2.1 dB
+ *       9 ms   -7.25 dB        -22.6   -20.7        3.0 dB   7.0 dB     2.0 dB
+ *       20 ms  -6.5 dB         -23.2   clip, -0.8   0.5 dB   1.0 dB     0.9 dB
+ *
+ *     Added stable gain is what kafx howl-test counts: every 0.5 dB step up
+ *     to it stays bounded (never clips, dies out after the voice) and below
+ *     -20 dBFS. Bounded alone, the loop holds up to +6 dB in the 5 ms and
+ *     9 ms rooms and up to +4.5 dB in the 20 ms room. Most of the added gain
+ *     is the gain rule's: the gain sits at -10.8 dB when the voice ends in
+ *     the 5 ms and 9 ms rooms. "5 ideal notches" is the bound on notches of
+ *     this width whatever their detector (the loudest point of the open-loop
+ *     response and +-115 Hz around it cut five times; kafx howl-test prints
+ *     it). The 20 ms room's modes lie 50 Hz apart, closer than the analysis
+ *     resolves: they build up as one broad hump with no clear peak until one
+ *     takes over; once that howl stands 24 dB above the band it locks, the
+ *     gain comes down and the loop dies out after the voice (at +6 dB the
+ *     output is at full scale from 0.29 to 0.50 s; up to +8 dB alike). There,
+ *     a slow build-up at +1 dB reaches -13 dBFS before the slow rule locks,
+ *     though +1.5 to +3 dB stay below -23 dBFS. "--ramp 3" raises the loop
+ *     gain to its value over 3 s (an operator turning the volume up; 7 s of
+ *     voice): the 5 ms and 9 ms rooms then hold the ceiling beyond +6 dB.
  *   - cost: about 61 000 instructions per 240-sample frame inside the
  *     karaoke chain (x86-64, GCC, link-time optimisation, AVX2
  *     builds of the transform and the bin levels; callgrind over
