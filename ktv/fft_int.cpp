@@ -14,7 +14,6 @@
 #include "kafx_proc/fft_int.h"
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 
 #include "common/dispatch.h"
@@ -44,8 +43,8 @@ constexpr std::array<uint8_t, kN> kBitReverse = make_bit_reverse();
 int bit_reverse8(int i) { return kBitReverse[static_cast<size_t>(i)]; }
 
 // Hann window value of sample n (0 .. 255), Q28.
-int64_t hann_rising(int n) { return (kQ28One >> 1) + (kHowlingCentre[n] >> 2); }  // n = 0 .. 127
-int64_t hann_q28(int n) {
+constexpr int64_t hann_rising(int n) { return (kQ28One >> 1) + (kHowlingCentre[n] >> 2); }  // n = 0 .. 127
+constexpr int64_t hann_q28(int n) {
   if (n > kN / 2) n = kN - n;
   if (n == kN / 2) return kQ28One;
   return hann_rising(n);
@@ -64,10 +63,11 @@ int32_t surround_level(const int* level, int k) {
 }
 
 // W^t = cos - i sin of 2 pi t / 256 (t = 0 .. 127), Q28.
-complex twiddle(int t) {
+constexpr complex twiddle(int t) {
   complex w;
   w.re = -static_cast<int64_t>(kHowlingCentre[t]) >> 1;
-  w.im = static_cast<int64_t>(kHowlingCentre[std::abs(64 - t)]) >> 1;
+  const int d = 64 - t;
+  w.im = static_cast<int64_t>(kHowlingCentre[d < 0 ? -d : d]) >> 1;
   return w;
 }
 
@@ -211,7 +211,7 @@ struct alignas(32) RealTransformTables {  // read with aligned vector loads
   int32_t s_re[2][64], s_im[2][64];  // the split: 256-point W^k and W^(128 - k), k = 1 .. 64 (at k - 1)
 };
 
-RealTransformTables make_real_transform_tables() {
+constexpr RealTransformTables make_real_transform_tables() {
   RealTransformTables t{};
   for (int r = 0; r < 16; ++r)
     for (int l = 0; l < 8; ++l) t.gather[r][l] = 2 * (kBitReverse[static_cast<size_t>(r + 16 * l)] >> 1);
@@ -240,9 +240,16 @@ RealTransformTables make_real_transform_tables() {
   }
   return t;
 }
-// Filled when the library is loaded (the table it reads is constant data),
-// so that no process call pays for it or waits on a first-use guard.
-const RealTransformTables kTables = make_real_transform_tables();
+// Computed at compile time: constant data, valid before any of the library's
+// load-time initialisers runs, and no process call pays for it.
+constexpr RealTransformTables kTables = make_real_transform_tables();
+// The window rises from 0 to one at the centre, symmetrically; the twiddle
+// at 45 degrees (256-point W^32: j = 16 of the stage 64 apart) is
+// (1 - i) / sqrt 2, and the one at 90 degrees (j = 32) is -i exactly.
+static_assert(kTables.window[0] == 0 && kTables.window[kN / 4] == kQ28One / 2 && kTables.window[kN / 2] == kQ28One);
+static_assert(kTables.window[1] == kTables.window[kN - 1] && kTables.window[kN / 2 - 1] == kTables.window[kN / 2 + 1]);
+static_assert(kTables.b_re[2][16] == -kTables.b_im[2][16] && kTables.b_re[2][16] == 189812531);
+static_assert(kTables.b_re[2][32] == 0 && kTables.b_im[2][32] == -kQ28One);
 
 // (a * b) >> 28 per lane from the 64-bit sums of the even lanes and of the
 // odd lanes, each shifted value fitting 32 bits.

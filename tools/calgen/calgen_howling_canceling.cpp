@@ -128,7 +128,9 @@ constexpr const char* kDesign =
     "(k * 187.5 Hz). Ascending, so find_freq_idx searches it by bisection. The\n"
     "same values give the FFT twiddles (cos(2 pi k / 256) = -entry / 2^29, the\n"
     "sines by the quarter-period shift) and the Hann window\n"
-    "(0.5 - 0.5 cos(2 pi n / 256) = 1/2 + entry / 4).\n"
+    "(0.5 - 0.5 cos(2 pi n / 256) = 1/2 + entry / 4). Written as constants in\n"
+    "this header so that the FFT's twiddle and window tables are computed from\n"
+    "them at compile time.\n"
     "\n"
     "kHowlingLowpass: the analysis low-pass, b0..b6 then a1..a6 (feedback terms\n"
     "negated, the sign that is added), Q20, each rounded to nearest. Sixth-order\n"
@@ -142,21 +144,25 @@ constexpr const char* kDesign =
 
 std::string generate_howling_canceling() {
   const Generator* g = find_generator("howling_canceling");
-  const Generator fallback{"howling_canceling", "ktv/howling_canceling_tables.cpp", "", generate_howling_canceling};
+  const Generator fallback{"howling_canceling", "ktv/howling_canceling_tables.h", "", generate_howling_canceling};
   const Design d = design_lowpass();
   char buf[256];
   std::string s = file_header(g != nullptr ? *g : fallback, kDesign);
   std::snprintf(buf, sizeof buf, "Computed stop-band edge: %.1f Hz.\n", d.stop_edge);
   s += "// " + std::string(buf);
-  s += "#include \"ktv/howling_canceling_tables.h\"\n\nnamespace kafx {\n\n";
-  s += "const int32_t kHowlingCentre[kHowlingTableSize] = {\n";
+  s += "#ifndef KAFX_KTV_HOWLING_CANCELING_TABLES_H\n#define KAFX_KTV_HOWLING_CANCELING_TABLES_H\n\n";
+  s += "#include <cstdint>\n\nnamespace kafx {\n\n";
+  s += "inline constexpr int kHowlingTableSize = 128;\n\n";
+  s += "// -2 cos(pi k / 128), Q28, ascending: notch centres, FFT twiddles, window.\n";
+  s += "inline constexpr int32_t kHowlingCentre[kHowlingTableSize] = {\n";
   for (int k = 0; k < 128; ++k) {
     const long long v = std::llround(-2.0 * std::cos(kPi * k / 128.0) * 268435456.0);
     std::snprintf(buf, sizeof buf, "%s%lld,%s", k % 6 == 0 ? "    " : " ", v, (k % 6 == 5 || k == 127) ? "\n" : "");
     s += buf;
   }
   s += "};\n\n";
-  s += "const int32_t kHowlingLowpass[13] = {\n    ";
+  s += "// Sixth-order elliptic analysis low-pass, b0..b6, a1..a6 (negated), Q20.\n";
+  s += "inline constexpr int32_t kHowlingLowpass[13] = {\n    ";
   for (int i = 0; i <= kOrder; ++i) {
     std::snprintf(buf, sizeof buf, "%lld, ", std::llround(d.b[i] * 1048576.0));
     s += buf;
@@ -166,7 +172,7 @@ std::string generate_howling_canceling() {
     std::snprintf(buf, sizeof buf, "%lld,%s", std::llround(-d.a[i] * 1048576.0), i < kOrder ? " " : "");
     s += buf;
   }
-  s += "  // a1..a6 (negated)\n};\n\n}  // namespace kafx\n";
+  s += "  // a1..a6 (negated)\n};\n\n}  // namespace kafx\n\n#endif\n";
   return s;
 }
 
