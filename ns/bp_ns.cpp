@@ -130,8 +130,11 @@ unsigned int BP_ns_app(BPInfo_tag* r, unsigned short* magn, unsigned int magn_su
   if (r == nullptr || magn == nullptr || r->bin_count <= 0) return 0;
   // Spectral feature: the log distances of the bins from the mean, in the
   // true signal scale (the Q(q_magn) scaling removed), positive ones summed.
+  // The k ln 2 table reaches shifts of 15 (a 16-bit magnitude); a Q domain
+  // further out is taken as the table's end.
   const uint32_t mean = magn_sum / static_cast<uint32_t>(r->bin_count);
-  const int32_t base = q_magn < 1 ? kLn2Multiples[-q_magn] : -static_cast<int32_t>(kLn2Multiples[q_magn]);
+  const int q = q_magn < -15 ? -15 : (q_magn > 15 ? 15 : q_magn);
+  const int32_t base = q < 1 ? kLn2Multiples[-q] : -static_cast<int32_t>(kLn2Multiples[q]);
   int32_t s = 0;
   for (int i = 0; i < r->bin_count; i++) {
     uint32_t d = magn[i] > mean ? magn[i] - mean : mean - magn[i];

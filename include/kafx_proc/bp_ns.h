@@ -16,6 +16,7 @@
  * Null arguments: BP_ns_pre and BP_ns_post return -1 for a null record or
  * buffer (with len > 0), BP_ns_app returns 0 (no speech) for a null record or
  * spectrum, soft_gain_proc does nothing, BP_ns_delete(NULL) is harmless.
+ * A q_magn outside -15..15 (beyond the k ln 2 table) is taken as -15 or 15.
  * Other arguments are not checked. The one fatal path is the Q15 division
  * in sigmoid: should its operands ever be out of order it prints a message
  * and ends the process with status 0; the normalisation (denominator's top
