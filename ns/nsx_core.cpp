@@ -641,7 +641,7 @@ void parametric_noise_estimate(const NsxInst_t_* inst, int16_t exp_avg, int32_t 
   // 2^frac - 1 by two linear pieces, Q11.
   int32_t b = (frac >> 10) ? 2048 - (((2048 - frac) * 1244) >> 10) : (frac * 804) >> 10;
   b = shift_w32(b, int_part - 11);
-  *estimate_avg = (1u << int_part) + static_cast<uint32_t>(b);
+  *estimate_avg = static_cast<uint32_t>(wshl(1, int_part)) + static_cast<uint32_t>(b);
   *estimate = *estimate_avg * static_cast<uint32_t>(inst->block_index + 1);
 }
 
@@ -663,7 +663,7 @@ void speech_noise_prob(NsxInst_t_* inst, uint16_t* non_speech_prob, const uint32
     uint32_t num = post_snr[i] << norm;
     uint32_t den = norm > 10 ? prior_snr[i] << (norm - 11) : prior_snr[i] >> (11 - norm);
     if (den > 0) {
-      bessel -= static_cast<int32_t>(num / den);
+      bessel = wrap_sub(bessel, static_cast<int32_t>(num / den));
     } else {
       bessel = 0;
     }
@@ -675,8 +675,8 @@ void speech_noise_prob(NsxInst_t_* inst, uint16_t* non_speech_prob, const uint32
     frac = t + 37;
     t = ((31 - zeros) << 12) + frac - (11 << 12);  // log2 in Q12
     int32_t log_tmp = (t * 178) >> 8;
-    int32_t half = (log_tmp + inst->log_lrt_time_avg[i]) / 2;
-    inst->log_lrt_time_avg[i] = wrap_add(inst->log_lrt_time_avg[i], bessel - half);
+    const int32_t half = static_cast<int32_t>((int64_t{log_tmp} + inst->log_lrt_time_avg[i]) / 2);
+    inst->log_lrt_time_avg[i] = wrap_add(inst->log_lrt_time_avg[i], wrap_sub(bessel, half));
     lrt_sum = wrap_add(lrt_sum, inst->log_lrt_time_avg[i]);
   }
   inst->feature_log_lrt = wmul(lrt_sum, kBinSizeLrt) >> (inst->stages + 11);

@@ -308,6 +308,39 @@ TEST(NsxCore, ExtremeInputsThenSilence) {
   }
 }
 
+// The speech probability step on arbitrary SNR words (not the ones the
+// core derives): its arithmetic stays defined (the sanitizer build stops on
+// any shift of 32 or more and any signed overflow) and repeats exactly;
+// shifts that far leave nothing.
+TEST(NsxCore, SpeechProbabilityOnArbitrarySnrWords) {
+  EXPECT_EQ(kafx::nsx::wshl(3, 4), 48);
+  EXPECT_EQ(kafx::nsx::wshl(1, 32), 0);
+  EXPECT_EQ(kafx::nsx::wshl(-1, 49), 0);
+  EXPECT_EQ(kafx::nsx::shift_w32(-5, -40), -1);
+  EXPECT_EQ(kafx::nsx::shift_w32(5, -32), 0);
+  auto session = [](uint32_t seed) {
+    NsPtr ns = make_ns(16000, 2);
+    const int blen = ns->block_len;
+    const auto sig = make_signal(kBurstsInNoise, 16000, 60 * blen);
+    std::vector<int16_t> out(static_cast<size_t>(blen));
+    for (int f = 0; f < 60; f++)
+      EXPECT_EQ(kedoNs_ProcessCore(ns.get(), const_cast<int16_t*>(&sig[static_cast<size_t>(f * blen)]), out.data()), 0);
+    Lcg rng{seed};
+    std::vector<uint16_t> prob(KEDO_NSX_HALF_ANAL_BLOCKL), all;
+    std::vector<uint32_t> prior(KEDO_NSX_HALF_ANAL_BLOCKL), post(KEDO_NSX_HALF_ANAL_BLOCKL);
+    for (int round = 0; round < 60; round++) {
+      for (int i = 0; i < KEDO_NSX_HALF_ANAL_BLOCKL; i++) {
+        prior[i] = static_cast<uint32_t>(rng.next()) << 16 ^ static_cast<uint32_t>(rng.next() & 0xFFFF);
+        post[i] = static_cast<uint32_t>(rng.next()) << 16 ^ static_cast<uint32_t>(rng.next() & 0xFFFF);
+      }
+      kedoNsx_SpeechNoiseProb(ns.get(), prob.data(), prior.data(), post.data());
+      all.insert(all.end(), prob.begin(), prob.begin() + ns->magn_len);
+    }
+    return all;
+  };
+  for (uint32_t seed : {99u, 7u}) EXPECT_EQ(session(seed), session(seed)) << seed;
+}
+
 // The process-wide routine pointers are constant-initialised to the plain
 // routines and keep those values across initialisations.
 TEST(NsxCore, RoutinePointersKeepTheirValues) {
