@@ -99,10 +99,10 @@ KAFX_API void kafx_speaker_boost_process(void* handle, void* buffer, unsigned in
 /* Total delay of the product in frames, following the current parameters:
  * KAFX_SPEAKER_BOOST_BLOCK - 1 (239) frames of re-blocking, plus
  * 2 * lookahead * frame_len frames (the band limiters and then the full-band
- * limiter look ahead; 20 ms at every rate) while the speaker boost system is
- * on. Output frame k + latency is the processed input frame k. The value
- * changes when a configuration switches the boost system. -1 for a null
- * handle. */
+ * limiter look ahead; 20 ms, or 19.95 ms at 44100 Hz) while the speaker
+ * boost system is on. Output frame k + latency is the processed input frame
+ * k. The value changes when a configuration switches the boost system. -1
+ * for a null handle. */
 KAFX_API int kafx_speaker_boost_get_latency(void* handle);
 
 /*
