@@ -636,12 +636,12 @@ void parametric_noise_estimate(const NsxInst_t_* inst, int16_t exp_avg, int32_t 
   int32_t t = num_avg - ((exp_avg * kLogIndex[bin]) >> 15);  // Q11
   t += (inst->min_norm - inst->stages) * 2048;
   if (t <= 0) return;
-  int16_t int_part = static_cast<int16_t>(t >> 11);
+  const int int_part = limit_shift(t >> 11);
   int16_t frac = static_cast<int16_t>(t & 0x7FF);
   // 2^frac - 1 by two linear pieces, Q11.
   int32_t b = (frac >> 10) ? 2048 - (((2048 - frac) * 1244) >> 10) : (frac * 804) >> 10;
   b = shift_w32(b, int_part - 11);
-  *estimate_avg = static_cast<uint32_t>(wshl(1, int_part)) + static_cast<uint32_t>(b);
+  *estimate_avg = (1u << int_part) + static_cast<uint32_t>(b);
   *estimate = *estimate_avg * static_cast<uint32_t>(inst->block_index + 1);
 }
 
@@ -752,6 +752,7 @@ void speech_noise_prob(NsxInst_t_* inst, uint16_t* non_speech_prob, const uint32
     int32_t t = wmul(inst->log_lrt_time_avg[i], 23637) >> 14;  // Q12
     int16_t int_part = static_cast<int16_t>(t >> 12);
     if (int_part < -8) int_part = -8;
+    if (int_part > 23) int_part = 23;  // 8 + int_part: limit_shift
     int16_t frac = static_cast<int16_t>(t & 0xFFF);
     int32_t t2 = (frac * frac * 44) >> 19;
     t2 += (frac * 84) >> 7;
@@ -1122,8 +1123,8 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
 
   // Posterior SNR and the decision-directed prior SNR (stored as 1 + 2 snr), Q11.
   constexpr uint32_t kSatMax = 1048575;
-  int post_shifts = 6 + q_magn - q_noise;
-  int n_shifts = 5 - inst->prev_q_magn + inst->prev_q_noise;
+  int post_shifts = limit_shift(6 + q_magn - q_noise);
+  int n_shifts = limit_shift(5 - inst->prev_q_magn + inst->prev_q_noise);
   for (int i = 0; i < n; i++) {
     post_snr[i] = 2048;
     uint32_t m = static_cast<uint32_t>(magn[i]) << 6;
@@ -1189,7 +1190,7 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
   // Noise update, slower where speech is likely (noise_update_bin); the
   // conservative template avg_magn_pause follows the bins that are most
   // likely noise.
-  post_shifts = inst->prev_q_noise - q_magn;
+  post_shifts = limit_shift(inst->prev_q_noise - q_magn);
   n_shifts = inst->prev_q_magn - q_magn;
   const NoiseUpdateArgs nu{magn, prev_noise16, non_speech, inst->prev_noise, noise,
                            post_shifts > 0 ? post_shifts : 0, post_shifts < 0 ? -post_shifts : 0};
@@ -1214,7 +1215,7 @@ void process_frame(NsxInst_t_* inst, const int16_t* in, int16_t* out, bool band_
   q_noise = inst->prev_q_noise + norm_noise - 5;
 
   // Decision-directed prior SNR with the new noise, and the Wiener gain.
-  n_shifts = inst->prev_q_noise + 11 - q_magn;
+  n_shifts = limit_shift(inst->prev_q_noise + 11 - q_magn);
   for (int i = 0; i < n; i++) {
     uint32_t cur_near = 0;
     uint32_t m, nz;

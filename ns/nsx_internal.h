@@ -41,12 +41,16 @@ inline int16_t sat_w32_to_w16(int32_t v) {
 inline int32_t wmul(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
-// Shifts of 32 and more leave nothing (0 to the left, the sign to the
-// right): the steps are exported, and a state they are not meant to see
-// (the steps out of the core's order, arbitrary SNR words) can ask for them.
-inline int32_t wshl(int32_t v, int n) { return n >= 32 ? 0 : static_cast<int32_t>(static_cast<uint32_t>(v) << n); }
+inline int32_t wshl(int32_t v, int n) { return static_cast<int32_t>(static_cast<uint32_t>(v) << n); }
 // v << n for n >= 0, v >> -n (arithmetic) otherwise.
-inline int32_t shift_w32(int32_t v, int n) { return n >= 0 ? wshl(v, n) : v >> (n <= -32 ? 31 : -n); }
+inline int32_t shift_w32(int32_t v, int n) { return n >= 0 ? wshl(v, n) : v >> -n; }
+// A shift count derived from the state, limited to -31 .. 31. The core's own
+// course keeps these counts within a few bits; the exported steps used
+// outside it (analyses without the core's block count, arbitrary SNR words)
+// can push them far beyond 32, where the limit keeps the arithmetic defined
+// (the result is as meaningless as the state). Applied once per frame or
+// per bin where such a count is formed, never in a per-bin shift itself.
+inline int limit_shift(int n) { return n > 31 ? 31 : (n < -31 ? -31 : n); }
 // Unsigned right shift that yields 0 for counts of 32 and more.
 inline uint32_t shr_u32(uint32_t v, int n) { return n >= 32 ? 0u : v >> n; }
 // (a * b + 2^(s-1)) >> s on 16-bit operands.

@@ -170,8 +170,9 @@ KAFX_API void kedoNs_canceling_getstatus(NsxInst_t_* inst, int* status);
  * the block count weighs; only kedoNs_ProcessCore advances that count, so a
  * host driving the steps runs them once per block in the core's order
  * (analysis, speech probability, synthesis) and advances the record's
- * block_index as the core does. kedoNsx_SpeechNoiseProb accepts any SNR
- * words: its shifts of 32 or more leave nothing and its sums wrap. */
+ * block_index as the core does. Used otherwise, and kedoNsx_SpeechNoiseProb
+ * on any SNR words, the steps stay defined (shift counts limited to 31,
+ * sums wrapping) but their results mean nothing. */
 KAFX_API void kedoNsx_DataAnalysis(NsxInst_t_* inst, short* in_frame, unsigned short* magn);
 KAFX_API void kedoNsx_SpeechNoiseProb(NsxInst_t_* inst, unsigned short* non_speech_prob,
                                       unsigned int* prior_snr, unsigned int* post_snr);

@@ -308,25 +308,32 @@ TEST(NsxCore, ExtremeInputsThenSilence) {
   }
 }
 
-// The speech probability step on arbitrary SNR words (not the ones the
-// core derives): its arithmetic stays defined (the sanitizer build stops on
-// any shift of 32 or more and any signed overflow) and repeats exactly;
-// shifts that far leave nothing.
-TEST(NsxCore, SpeechProbabilityOnArbitrarySnrWords) {
-  EXPECT_EQ(kafx::nsx::wshl(3, 4), 48);
-  EXPECT_EQ(kafx::nsx::wshl(1, 32), 0);
-  EXPECT_EQ(kafx::nsx::wshl(-1, 49), 0);
-  EXPECT_EQ(kafx::nsx::shift_w32(-5, -40), -1);
-  EXPECT_EQ(kafx::nsx::shift_w32(5, -32), 0);
-  auto session = [](uint32_t seed) {
-    NsPtr ns = make_ns(16000, 2);
+// The exported steps used outside the core's own course: analyses without
+// the core's block count during start-up (the start-up noise model runs
+// away and its Q domains with it), then whole blocks; and the speech
+// probability step on arbitrary SNR words. The arithmetic stays defined
+// (the sanitizer build stops on any shift of 32 or more and any signed
+// overflow), repeats exactly, and the core goes on giving blocks.
+TEST(NsxCore, StepsOutsideTheCoresCourseStayDefined) {
+  auto session = [](unsigned fs, int steps, uint32_t seed) {
+    NsPtr ns = make_ns(fs, 2);
     const int blen = ns->block_len;
-    const auto sig = make_signal(kBurstsInNoise, 16000, 60 * blen);
+    const int frames = steps + 60;
+    const auto sig = make_signal(kBurstsInNoise, fs == 32000 ? 16000 : static_cast<int>(fs), frames * blen);
     std::vector<int16_t> out(static_cast<size_t>(blen));
-    for (int f = 0; f < 60; f++)
-      EXPECT_EQ(kedoNs_ProcessCore(ns.get(), const_cast<int16_t*>(&sig[static_cast<size_t>(f * blen)]), out.data()), 0);
+    std::vector<uint16_t> magn(KEDO_NSX_HALF_ANAL_BLOCKL), all;
+    for (int f = 0; f < frames; f++) {
+      int16_t* in = const_cast<int16_t*>(&sig[static_cast<size_t>(f * blen)]);
+      if (f < steps) {
+        kedoNsx_DataAnalysis(ns.get(), in, magn.data());
+        kedoNsx_DataSynthesis(ns.get(), out.data());
+      } else {
+        EXPECT_EQ(kedoNs_ProcessCore(ns.get(), in, out.data()), 0);
+      }
+      all.insert(all.end(), out.begin(), out.end());
+    }
     Lcg rng{seed};
-    std::vector<uint16_t> prob(KEDO_NSX_HALF_ANAL_BLOCKL), all;
+    std::vector<uint16_t> prob(KEDO_NSX_HALF_ANAL_BLOCKL);
     std::vector<uint32_t> prior(KEDO_NSX_HALF_ANAL_BLOCKL), post(KEDO_NSX_HALF_ANAL_BLOCKL);
     for (int round = 0; round < 60; round++) {
       for (int i = 0; i < KEDO_NSX_HALF_ANAL_BLOCKL; i++) {
@@ -338,7 +345,8 @@ TEST(NsxCore, SpeechProbabilityOnArbitrarySnrWords) {
     }
     return all;
   };
-  for (uint32_t seed : {99u, 7u}) EXPECT_EQ(session(seed), session(seed)) << seed;
+  for (unsigned fs : {8000u, 32000u})
+    for (int steps : {0, 20, 60}) EXPECT_EQ(session(fs, steps, 99), session(fs, steps, 99)) << fs << " " << steps;
 }
 
 // The process-wide routine pointers are constant-initialised to the plain
