@@ -50,16 +50,18 @@ constexpr int64_t hann_q28(int n) {
   return hann_rising(n);
 }
 
-// Mean level of the bins 3 to 5 away from k on both sides (mirrored at 0 and 127).
+// Mean level of the bins 3 to 5 away from k on both sides (mirrored at 0 and
+// 127). Summed in 64 bits: levels from fft_int_level are small, but the peak
+// search accepts any int, and the mean of ints is an int.
 int32_t surround_level(const int* level, int k) {
-  int32_t sum = 0;
+  int64_t sum = 0;
   for (int d = 3; d <= 5; ++d) {
     int lo = k - d, hi = k + d;
     if (lo < 0) lo = -lo;
     if (hi > FFT_INT_BINS - 1) hi = 2 * (FFT_INT_BINS - 1) - hi;
-    sum += level[lo] + level[hi];
+    sum += int64_t{level[lo]} + level[hi];
   }
-  return sum / 6;
+  return static_cast<int32_t>(sum / 6);
 }
 
 // W^t = cos - i sin of 2 pi t / 256 (t = 0 .. 127), Q28.
@@ -561,7 +563,7 @@ int fft_int_find_peaks(const int* level, int* peaks) {
     // a noisy spectrum).
     const bool local_max = (v > level[k - 1]) & (v >= level[k + 1]) & (v >= FFT_INT_PEAK_MIN_LEVEL);
     if (!local_max) continue;
-    if (v - surround_level(level, k) < FFT_INT_PEAK_PROMINENCE) continue;
+    if (int64_t{v} - surround_level(level, k) < FFT_INT_PEAK_PROMINENCE) continue;
     // Insert by level, loudest first; the quietest falls off the end.
     int pos = n < FFT_INT_MAX_PEAKS ? n : FFT_INT_MAX_PEAKS - 1;
     if (n == FFT_INT_MAX_PEAKS && v <= level[peaks[pos]]) continue;

@@ -22,7 +22,8 @@
  * FFT_INT_PEAK_MIN_LEVEL, and at least FFT_INT_PEAK_PROMINENCE above the mean
  * level of the six bins 3 to 5 away on both sides (mirrored at bin 0): a
  * sine under the Hann window stands more than 30 dB above those, while voice
- * harmonics and noise fill them.
+ * harmonics and noise fill them. Any int levels are accepted (the mean and
+ * the prominence are formed in 64 bits).
  *
  * All functions are pure (no state, no allocation); none validates its
  * pointers.

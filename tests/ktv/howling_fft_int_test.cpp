@@ -191,6 +191,17 @@ TEST(FftInt, PeakPickerRules) {
     for (int i = 0; i < FFT_INT_MAX_PEAKS; ++i)
       EXPECT_EQ(peaks[i], i < n ? c.expect[i] : FFT_INT_NO_PEAK) << c.what << " #" << i;
   }
+  // Levels at the ends of the int range (the search takes any int): the
+  // surround's mean and the prominence are formed without overflow (the
+  // sanitizer build stops on a wrapped sum).
+  int level[FFT_INT_BINS], peaks[FFT_INT_MAX_PEAKS];
+  std::fill(std::begin(level), std::end(level), INT32_MIN);
+  level[20] = INT32_MAX;
+  ASSERT_EQ(fft_int_find_peaks(level, peaks), 1);
+  EXPECT_EQ(peaks[0], 20);
+  std::fill(std::begin(level), std::end(level), INT32_MAX - 256);
+  level[20] = INT32_MAX;  // 1 dB above its surround
+  EXPECT_EQ(fft_int_find_peaks(level, peaks), 0);
 }
 
 TEST(HowlingHelpers, FindFreqIdxAndZeroCrossingsAgainstBruteForce) {
