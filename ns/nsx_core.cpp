@@ -752,7 +752,7 @@ void speech_noise_prob(NsxInst_t_* inst, uint16_t* non_speech_prob, const uint32
     int32_t t = wmul(inst->log_lrt_time_avg[i], 23637) >> 14;  // Q12
     int16_t int_part = static_cast<int16_t>(t >> 12);
     if (int_part < -8) int_part = -8;
-    if (int_part > 23) int_part = 23;  // 8 + int_part: limit_shift
+    int_part = static_cast<int16_t>(limit_shift(8 + int_part) - 8);  // 1 << (8 + int_part) below
     int16_t frac = static_cast<int16_t>(t & 0xFFF);
     int32_t t2 = (frac * frac * 44) >> 19;
     t2 += (frac * 84) >> 7;
